@@ -1,0 +1,10 @@
+# Sanitizers and coverage apply to the whole build, libraries and tests alike.
+if(BOOTLUME_SANITIZE)
+  add_compile_options(-fsanitize=${BOOTLUME_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${BOOTLUME_SANITIZE})
+endif()
+if(BOOTLUME_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()

@@ -1,0 +1,49 @@
+# Sourced by the scripts that a person types: installs what is missing, and only that.
+# shellcheck shell=bash
+
+# as_root COMMAND...: runs it as root, through sudo where that is needed.
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    echo "This needs root rights, and there is no sudo: $*" >&2
+    return 1
+  fi
+}
+
+# retry COMMAND...: up to five tries with growing pauses; says what it waits for.
+retry() {
+  local try
+  for try in 1 2 3 4 5; do
+    "$@" && return 0
+    [ "$try" -lt 5 ] || break
+    echo "waiting $((try * 5)) s, then once more: $*" >&2
+    sleep $((try * 5))
+  done
+  echo "failed five times: $*" >&2
+  return 1
+}
+
+# need_packages NAME...: installs those that are missing; silent and offline where none is.
+need_packages() {
+  local missing=() name
+  for name in "$@"; do
+    # shellcheck disable=SC2016 # the format is dpkg-query's
+    dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null | grep -qx installed || missing+=("$name")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  echo "installing: ${missing[*]}" >&2
+  local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0
+             -o DPkg::Lock::Timeout=300)
+  if ! as_root "${apt[@]}" install -y --no-install-recommends "${missing[@]}" >/dev/null 2>&1; then
+    retry as_root "${apt[@]}" update >&2
+    retry as_root "${apt[@]}" install -y --no-install-recommends "${missing[@]}" >&2
+  fi
+}
+
+# What a build of the program and its tests needs.
+# shellcheck disable=SC2034 # used by the scripts that source this file
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcairo2-dev libboost-dev libgtest-dev
+                libgmock-dev libbenchmark-dev fontconfig fonts-dejavu-core fonts-droid-fallback)
