@@ -1,0 +1,56 @@
+#include "display/language.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace paint {
+
+namespace {
+
+const char* const SETTINGS = "/opt/userdata/devicestack/appData/confd/GeneratorConfiguration";
+const char SELECTION[] = R"("selectedLanguage":"zh")";
+constexpr std::size_t SELECTION_LENGTH = sizeof SELECTION - 1;
+static_assert(SELECTION_LENGTH == 23, "the exact text, without blanks");
+
+ssize_t readSome(int descriptor, char* buffer, std::size_t size) {
+    ssize_t count;
+    do {
+        count = read(descriptor, buffer, size);
+    } while (count == -1 && errno == EINTR);
+    return count;
+}
+
+bool containsSelection(int descriptor) {
+    char window[4096];
+    std::size_t kept = 0; // the end of the last window: the text may lie across two of them
+    for (;;) {
+        const ssize_t count = readSome(descriptor, window + kept, sizeof window - kept);
+        if (count < 1) {
+            return false;
+        }
+        const std::size_t filled = kept + static_cast<std::size_t>(count);
+        if (memmem(window, filled, SELECTION, SELECTION_LENGTH) != nullptr) {
+            return true;
+        }
+        kept = filled < SELECTION_LENGTH ? filled : SELECTION_LENGTH - 1;
+        std::memmove(window, window + filled - kept, kept);
+    }
+}
+
+} // namespace
+
+bool isChineseSelected() {
+    // Without blocking: a pipe in the file's place must not hold the ring up.
+    const int descriptor = open(SETTINGS, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (descriptor < 0) {
+        return false;
+    }
+    const bool chinese = containsSelection(descriptor);
+    close(descriptor);
+    return chinese;
+}
+
+} // namespace paint

@@ -1,0 +1,43 @@
+#include "server/ending.h"
+
+#include "server/globals.h"
+#include "split.h"
+#include "tracing.h"
+
+SignalRelay signalRelay;
+
+namespace {
+
+void stopDispatcher() {
+    brem::IDispatcher* const dispatcher = gdispatcher;
+    if (dispatcher != nullptr) {
+        dispatcher->stop();
+    }
+}
+
+} // namespace
+
+void shutdown(int sig) {
+    if (gdispatcher != nullptr) {
+        signalRelay.raise(sig);
+    }
+}
+
+void endBySignal(int sig) {
+    TRACE(Trace::LEVEL_DEBUG, "End splash-screen with SIG." << TRACE_VALUE(sig));
+    stopDispatcher();
+}
+
+void handleCommand(const std::string& message, const SetText& setText) {
+    if (message == "QUIT") {
+        TRACE(Trace::LEVEL_DEBUG, "End splash-screen over socket command.");
+        stopDispatcher();
+        return;
+    }
+    const std::vector<std::string> tmp = brem::split(message, ";");
+    if (tmp.size() == 2) {
+        setText(tmp[0], tmp[1]);
+    } else {
+        TRACE(Trace::LEVEL_WARN, "Wrong message format" << TRACE_VALUE(tmp.size()));
+    }
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "boost/process/status.h"
+#include "boost/process/stream.h"
+
+#include <boost/shared_ptr.hpp>
+
+#include <sys/types.h>
+
+namespace boost {
+namespace process {
+
+/// A started child and the parent's ends of its captured standard streams. Copies share the
+/// streams.
+///
+/// Bound to one thread at a time. Does not end or reap the child: wait() does that, once.
+class child {
+public:
+    /// Takes over the parent's ends; an empty handle is a stream that was not captured.
+    child(pid_t id, detail::file_handle fhstdin, detail::file_handle fhstdout,
+          detail::file_handle fhstderr);
+
+    pid_t id() const { return id_; }
+
+    // Asking for a stream that was not captured is a programming error.
+    postream& get_stdin() const;
+    pistream& get_stdout() const;
+    pistream& get_stderr() const;
+
+    /// Blocks until the child has ended. Throws system_error.
+    status wait();
+
+private:
+    pid_t id_;
+    boost::shared_ptr<postream> stdin_;
+    boost::shared_ptr<pistream> stdout_;
+    boost::shared_ptr<pistream> stderr_;
+};
+
+} // namespace process
+} // namespace boost

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "idispatcher.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <list>
+#include <mutex>
+
+namespace brem {
+
+/// The message loop of the program: a queue in posting order, scanned for what is due.
+///
+/// Safe from any thread but for run(), which exactly one thread may be in. The mutex is never held
+/// while a message runs, so a message may post, clear or ask for the size. Traces every operation
+/// under TRACE_MASK_DISPATCHER.
+class Dispatcher : public IDispatcher {
+public:
+    Dispatcher();
+    ~Dispatcher() override;
+
+    void run() override;
+    void post(Message message) override;
+    void postDelayed(std::chrono::milliseconds delay, Message message) override;
+    void postDelayed(std::chrono::seconds delay, Message message) override;
+    void postDelayed(std::chrono::minutes delay, Message message) override;
+    void stop() override;
+    void clear() override;
+    std::size_t size() override;
+    void shutdown() override;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Entry {
+        Clock::time_point due;
+        Message message;
+    };
+    using Queue = std::list<Entry>;
+
+    void append(std::chrono::nanoseconds delay, Message&& message);
+    void postAfter(std::chrono::nanoseconds delay, Message&& message);
+    Queue::iterator firstDue();
+    void waitForMessage();
+    Message take();
+    void forgetCurrent();
+    void removeCurrent();
+
+    std::condition_variable m_condition;
+    std::mutex m_mutex;
+    Queue m_queue; ///< in posting order, not sorted by due time
+    std::atomic<bool> m_running{false};
+    Queue::iterator m_current; ///< the entry whose message runs; the end where none does
+};
+
+} // namespace brem

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "idispatcher.h"
+#include "iprocess.h"
+#include "lifeline.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace boost {
+namespace process {
+class posix_child;
+}
+} // namespace boost
+
+namespace brem {
+
+/// Runs one program as a child on a worker thread and reports its exit code through the dispatcher.
+///
+/// start(), stop() and the destructor belong to the owner; the result callback runs on the
+/// dispatcher's thread. The dispatcher may be deleted first: a result that comes after that is
+/// dropped. Attached, the child's output is logged line by line; detached, the child has a session
+/// of its own and no streams.
+class Process : public IProcess {
+public:
+    /// The first argument is the program's path and its argument zero. Borrows the dispatcher.
+    Process(IDispatcher* dispatcher, const std::vector<std::string>& arguments, bool detached);
+    /// Waits for a child that still runs.
+    ~Process() override;
+
+    /// Starts the program; where a run is going on or its result is not yet delivered, logs
+    /// "already running" and drops the callback. Every other callback is called once, also where
+    /// the program could not be started.
+    void start(ResultCallback callback) override;
+    /// Asks the running child to end (SIGTERM); neither waits nor joins.
+    void stop() override;
+
+private:
+    using Body = void (Process::*)();
+
+    void startAttached(const ResultCallback& callback);
+    void startDetached(const ResultCallback& callback);
+    void startThread(Body body, const ResultCallback& callback);
+    void runThread(Body body, const ResultCallback& callback);
+    void runAttached();
+    void runDetached();
+    const std::string& program() const;
+    std::string commandLine() const;
+    void noteStart(const boost::process::posix_child& child);
+    void noteEnd(boost::process::posix_child& child);
+    void postResult(const ResultCallback& callback, bool threadHeld);
+    static void sendResult(const Lifeline<Process>::End& process, bool threadHeld,
+                           const ResultCallback& callback);
+    void joinThread();
+
+    std::atomic<bool> m_running{false};
+    std::atomic<std::int32_t> m_childPid{-1};
+    std::int32_t m_result = -1; ///< a child that was never seen to end counts as a failure
+    std::unique_ptr<std::thread> m_thread;
+    IDispatcher* m_dispatcher;
+    std::vector<std::string> m_arguments;
+    bool m_detached;
+    Lifeline<IDispatcher>::End m_dispatcherLine;
+    Lifeline<Process> m_lifeline;
+};
+
+} // namespace brem

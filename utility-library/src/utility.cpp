@@ -1,0 +1,7 @@
+#include "utility.h"
+
+namespace brem {
+
+Utility::~Utility() = default;
+
+} // namespace brem
