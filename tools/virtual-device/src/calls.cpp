@@ -1,0 +1,139 @@
+#include "calls.h"
+
+#include "describe.h"
+#include "descriptors.h"
+#include "device.h"
+#include "faults.h"
+#include "log.h"
+#include "paths.h"
+#include "real.h"
+
+#include <cerrno>
+
+namespace virtual_device {
+namespace {
+
+int finish(Record& record, int result, int error) {
+    record.finish(error != 0 ? -1 : result, error);
+    if (error != 0)
+        errno = error;
+    return error != 0 ? -1 : result;
+}
+
+/// A descriptor that looks like a character device and carries O_NONBLOCK as the device's would.
+int openStandIn(int flags, int& fd) {
+    constexpr int kept = O_ACCMODE | O_NONBLOCK | O_CLOEXEC;
+    fd = real().open("/dev/null", flags & kept);
+    if (fd < 0)
+        return errno;
+    const int handle = device().open();
+    if (handle >= 0 && setHandle(fd, handle))
+        return 0;
+    if (handle >= 0)
+        device().dropDescriptor(static_cast<unsigned>(handle));
+    real().close(fd);
+    return EMFILE;
+}
+
+void dropIfDevice(int fd) {
+    const int handle = handleOf(fd);
+    if (handle == NO_HANDLE)
+        return;
+    setHandle(fd, NO_HANDLE);
+    device().dropDescriptor(static_cast<unsigned>(handle));
+}
+
+} // namespace
+
+int openDevice(const char* name, int flags) {
+    Record record("device", "open");
+    record.add("function", name);
+    record.add("path", DEVICE_PATH);
+    record.add("flags", flags);
+    int fd = -1;
+    int error = strike(Op::Open);
+    if (error == 0)
+        error = openStandIn(flags, fd);
+    return finish(record, fd, error);
+}
+
+int closeDevice(int fd) {
+    Record record("device", "close");
+    record.add("fd", fd);
+    int error = strike(Op::Close);
+    // The number is free from the real close on, so it is forgotten before; and as with any
+    // device the descriptor is gone even where the close reports a failure.
+    const int handle = handleOf(fd);
+    setHandle(fd, NO_HANDLE);
+    real().close(fd);
+    device().dropDescriptor(static_cast<unsigned>(handle));
+    return finish(record, 0, error);
+}
+
+int controlDevice(int fd, unsigned long request, void* argument) {
+    // The kernel looks at 32 bits; a program may have them sign-extended.
+    const auto code = static_cast<std::uint32_t>(request);
+    const Op op = opOf(code);
+    Record record("device", op != Op::Count ? opName(op) : "ioctl");
+    record.add("fd", fd);
+    if (op == Op::Count)
+        record.addHex("request", code);
+    describe(record, "in", code, argument, false);
+    int error = op != Op::Count ? strike(op) : 0;
+    if (error == 0) {
+        const int flags = real().fcntl(fd, F_GETFL);
+        error = op != Op::Count ? device().ioctl(static_cast<unsigned>(handleOf(fd)), code,
+                                                 argument, (flags & O_NONBLOCK) != 0)
+                                : ENOTTY;
+    }
+    if (error == 0)
+        describe(record, "out", code, argument, true);
+    return finish(record, 0, error);
+}
+
+void* mapDevice(int fd, void* hint, std::size_t bytes, int protection, int flags,
+                std::int64_t offset) {
+    Record record("device", "mmap");
+    record.add("fd", fd);
+    record.add("length", static_cast<std::int64_t>(bytes));
+    record.add("prot", protection);
+    record.add("flags", flags);
+    record.add("offset", offset);
+    void* start = MAP_FAILED;
+    int error = strike(Op::Mmap);
+    if (error == 0)
+        error = device().map(static_cast<unsigned>(handleOf(fd)), hint, bytes, protection, flags,
+                             static_cast<std::uint64_t>(offset), start);
+    if (error == 0)
+        record.addHex("address", reinterpret_cast<std::uintptr_t>(start));
+    finish(record, 0, error);
+    return start;
+}
+
+bool isDeviceMapping(const void* start, std::size_t bytes) {
+    Device* used = deviceIfUsed();
+    return used != nullptr && used->isMapped(start, bytes);
+}
+
+int unmapDevice(void* start, std::size_t bytes) {
+    Record record("device", "munmap");
+    record.addHex("address", reinterpret_cast<std::uintptr_t>(start));
+    record.add("length", static_cast<std::int64_t>(bytes));
+    int error = strike(Op::Munmap);
+    if (error == 0)
+        error = device().unmap(start, bytes);
+    return finish(record, 0, error);
+}
+
+void noteDuplicate(int original, int fd) {
+    if (fd < 0 || fd == original)
+        return;
+    const int saved = errno;
+    dropIfDevice(fd);
+    const int handle = handleOf(original);
+    if (handle != NO_HANDLE && setHandle(fd, handle))
+        device().addDescriptor(static_cast<unsigned>(handle));
+    errno = saved;
+}
+
+} // namespace virtual_device

@@ -1,0 +1,44 @@
+/// \file
+/// Faults on demand: chosen calls of the device fail or block.
+#pragma once
+
+#include <cstdint>
+
+namespace virtual_device {
+
+/// What a fault can strike. The names are those of opName.
+enum class Op : unsigned {
+    Open,
+    Close,
+    Mmap,
+    Munmap,
+    QueryCap,
+    EnumFmt,
+    GetFmt,
+    SetFmt,
+    TryFmt,
+    ReqBufs,
+    QueryBuf,
+    QBuf,
+    DqBuf,
+    StreamOn,
+    StreamOff,
+    Display, ///< the display taking over a buffer; can only be late
+    Count
+};
+
+const char* opName(Op op);
+
+/// Takes over "OP@N=ERRNO", "OP@N+=ERRNO", "OP@N=block" and "OP@N=block:MILLISECONDS", separated by
+/// commas. Returns null, or what is wrong with the text.
+const char* parseFaults(const char* text);
+
+/// Counts one call. Returns the errno with which it must fail, or 0 where it goes on; a call that
+/// is to block does that in here. A block without an end returns EINTR when a signal handler
+/// without SA_RESTART ran.
+int strike(Op op);
+
+/// Counts one picture of the display and returns by how many ns it is late.
+std::int64_t displayDelayNs();
+
+} // namespace virtual_device

@@ -1,0 +1,150 @@
+// Calls that open a file: the device is opened here, fixed paths lead below the root.
+#include "interpose.h"
+
+#include "calls.h"
+#include "log.h"
+#include "paths.h"
+#include "real.h"
+
+#include <cerrno>
+#include <cstdarg>
+
+using namespace virtual_device;
+
+namespace {
+
+bool needsMode(int flags) {
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
+
+int recorded(Record& record, int result) {
+    record.finish(result, result < 0 ? errno : 0);
+    return result;
+}
+
+/// `open` is called with the path to use.
+template <typename Open>
+int openMapped(const char* name, const char* path, int flags, Open open) {
+    if (isDevicePath(path))
+        return openDevice(name, flags);
+    const MappedPath target(path);
+    if (!target.mapped())
+        return open(path);
+    Record record("path", name);
+    record.add("path", path);
+    record.add("mapped", target.get());
+    record.add("flags", flags);
+    if (target.get() != nullptr)
+        return recorded(record, open(target.get()));
+    errno = ENAMETOOLONG;
+    return recorded(record, -1);
+}
+
+template <typename Open>
+FILE* openStream(const char* name, const char* path, const char* mode, Open open) {
+    const MappedPath target(path);
+    if (!target.mapped())
+        return open(path);
+    Record record("path", name);
+    record.add("path", path);
+    record.add("mapped", target.get());
+    record.add("mode", mode);
+    FILE* stream = nullptr;
+    if (target.get() != nullptr)
+        stream = open(target.get());
+    else
+        errno = ENAMETOOLONG;
+    recorded(record, stream != nullptr ? 0 : -1);
+    return stream;
+}
+
+} // namespace
+
+// The mode of a new file stands behind the named arguments where the flags say so.
+#define TAKE_MODE(flags)                                                                           \
+    mode_t mode = 0;                                                                               \
+    if (needsMode(flags)) {                                                                        \
+        va_list arguments;                                                                         \
+        va_start(arguments, flags);                                                                \
+        mode = va_arg(arguments, mode_t);                                                          \
+        va_end(arguments);                                                                         \
+    }
+
+VIRTUAL_DEVICE_EXPORT int open(const char* path, int flags, ...) {
+    TAKE_MODE(flags)
+    return openMapped("open", path, flags,
+                      [=](const char* target) { return real().open(target, flags, mode); });
+}
+
+VIRTUAL_DEVICE_EXPORT int open64(const char* path, int flags, ...) {
+    TAKE_MODE(flags)
+    return openMapped("open64", path, flags,
+                      [=](const char* target) { return real().open64(target, flags, mode); });
+}
+
+VIRTUAL_DEVICE_EXPORT int openat(int folder, const char* path, int flags, ...) {
+    TAKE_MODE(flags)
+    return openMapped("openat", path, flags, [=](const char* target) {
+        return real().openat(folder, target, flags, mode);
+    });
+}
+
+VIRTUAL_DEVICE_EXPORT int openat64(int folder, const char* path, int flags, ...) {
+    TAKE_MODE(flags)
+    return openMapped("openat64", path, flags, [=](const char* target) {
+        return real().openat64(folder, target, flags, mode);
+    });
+}
+
+// What fortified programs call where the flags are not known at compile time and no mode is given.
+VIRTUAL_DEVICE_EXPORT int __open_2(const char* path, int flags) {
+    return openMapped("__open_2", path, flags,
+                      [=](const char* target) { return real().open(target, flags); });
+}
+
+VIRTUAL_DEVICE_EXPORT int __open64_2(const char* path, int flags) {
+    return openMapped("__open64_2", path, flags,
+                      [=](const char* target) { return real().open64(target, flags); });
+}
+
+VIRTUAL_DEVICE_EXPORT int __openat_2(int folder, const char* path, int flags) {
+    return openMapped("__openat_2", path, flags,
+                      [=](const char* target) { return real().openat(folder, target, flags); });
+}
+
+VIRTUAL_DEVICE_EXPORT int __openat64_2(int folder, const char* path, int flags) {
+    return openMapped("__openat64_2", path, flags,
+                      [=](const char* target) { return real().openat64(folder, target, flags); });
+}
+
+VIRTUAL_DEVICE_EXPORT int creat(const char* path, mode_t mode) {
+    constexpr int flags = O_CREAT | O_WRONLY | O_TRUNC;
+    return openMapped("creat", path, flags,
+                      [=](const char* target) { return real().open(target, flags, mode); });
+}
+
+VIRTUAL_DEVICE_EXPORT int creat64(const char* path, mode_t mode) {
+    constexpr int flags = O_CREAT | O_WRONLY | O_TRUNC;
+    return openMapped("creat64", path, flags,
+                      [=](const char* target) { return real().open64(target, flags, mode); });
+}
+
+VIRTUAL_DEVICE_EXPORT FILE* fopen(const char* path, const char* mode) {
+    return openStream("fopen", path, mode,
+                      [=](const char* target) { return real().fopen(target, mode); });
+}
+
+VIRTUAL_DEVICE_EXPORT FILE* fopen64(const char* path, const char* mode) {
+    return openStream("fopen64", path, mode,
+                      [=](const char* target) { return real().fopen64(target, mode); });
+}
+
+VIRTUAL_DEVICE_EXPORT FILE* freopen(const char* path, const char* mode, FILE* stream) {
+    return openStream("freopen", path, mode,
+                      [=](const char* target) { return real().freopen(target, mode, stream); });
+}
+
+VIRTUAL_DEVICE_EXPORT FILE* freopen64(const char* path, const char* mode, FILE* stream) {
+    return openStream("freopen64", path, mode,
+                      [=](const char* target) { return real().freopen64(target, mode, stream); });
+}

@@ -1,0 +1,36 @@
+// Sleeps are passed on and recorded: they are the other half of the frame pacing.
+#include "interpose.h"
+
+#include "log.h"
+#include "real.h"
+
+#include <cerrno>
+
+using namespace virtual_device;
+
+namespace {
+
+std::int64_t inNs(const timespec* time) {
+    return time != nullptr ? std::int64_t(time->tv_sec) * 1000000000 + time->tv_nsec : -1;
+}
+
+} // namespace
+
+VIRTUAL_DEVICE_EXPORT int nanosleep(const timespec* request, timespec* rest) {
+    Record record("sleep", "nanosleep");
+    record.add("requested_ns", inNs(request));
+    const int result = real().nanosleep(request, rest);
+    record.finish(result, result < 0 ? errno : 0);
+    return result;
+}
+
+VIRTUAL_DEVICE_EXPORT int clock_nanosleep(clockid_t clock, int flags, const timespec* request,
+                                          timespec* rest) {
+    Record record("sleep", "clock_nanosleep");
+    record.add("clock", clock);
+    record.add("absolute", (flags & TIMER_ABSTIME) != 0 ? 1 : 0);
+    record.add("requested_ns", inNs(request));
+    const int result = real().clock_nanosleep(clock, flags, request, rest);
+    record.finish(result, result);
+    return result;
+}
