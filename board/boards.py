@@ -1,0 +1,33 @@
+"""Where a run finds its trees and builds, and how it boots a board."""
+import os
+import pathlib
+
+from . import emulated, image, machines
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+DEVICE = image.OVERLAY_DEVICE
+SOCKET = "/tmp/.bootlume"
+
+
+def trees():
+    """The unpacked trees by their names, as scripts/board hands them over."""
+    entries = dict(entry.split("=", 1) for entry in os.environ["BOARD_TREES"].split())
+    return {name: pathlib.Path(path) for name, path in entries.items()}
+
+
+class Workshop:
+    """Makes one machine's image, once, and boots boards with it."""
+
+    def __init__(self, name):
+        self.machine = machines.MACHINES[name]
+        self.build = ROOT / "build" / self.machine.preset
+        self.work = ROOT / "build" / "board" / name
+        self.work.mkdir(parents=True, exist_ok=True)
+        self._trees = trees()
+        self.image = image.Image(self.machine, self.build, self._trees, self.work)
+        self.image.make()
+
+    def boot(self, variant="vrx", shell=False):
+        """A board, to be used with "with"."""
+        return emulated.Board(self.machine, self._trees[self.machine.tree],
+                              self.image.initramfs(variant), self.work, shell)

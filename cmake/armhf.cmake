@@ -1,0 +1,34 @@
+# Toolchain for the device: 32-bit ARM with hardware floating point, against a Debian sysroot that
+# `scripts/board --sysroot` unpacks. Programs of the build, its tests among them, run under
+# user-mode emulation.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+
+if(NOT BOOTLUME_SYSROOT)
+  set(BOOTLUME_SYSROOT "$ENV{BOOTLUME_SYSROOT}")
+endif()
+if(NOT BOOTLUME_SYSROOT)
+  execute_process(
+    COMMAND bash -c ". '${CMAKE_CURRENT_LIST_DIR}/../scripts/lib/roots.sh' && root_path sysroot"
+    OUTPUT_VARIABLE BOOTLUME_SYSROOT OUTPUT_STRIP_TRAILING_WHITESPACE)
+endif()
+if(NOT EXISTS "${BOOTLUME_SYSROOT}/usr/include")
+  message(FATAL_ERROR "There is no armhf sysroot in '${BOOTLUME_SYSROOT}': run scripts/board --sysroot")
+endif()
+set(CMAKE_SYSROOT "${BOOTLUME_SYSROOT}")
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES BOOTLUME_SYSROOT)
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# pkg-config looks nowhere but into the sysroot.
+set(ENV{PKG_CONFIG_SYSROOT_DIR} "${CMAKE_SYSROOT}")
+set(ENV{PKG_CONFIG_LIBDIR}
+    "${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig")
+set(ENV{PKG_CONFIG_PATH} "")
+
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static;-L;${CMAKE_SYSROOT})
