@@ -1,0 +1,52 @@
+"""Fixtures of the system tests: the built program on a desk of its own for every test."""
+
+import shlex
+from pathlib import Path
+
+import pytest
+
+from virtual_device import Desk
+
+SOURCE = Path(__file__).resolve().parent.parent
+
+
+def pytest_addoption(parser):
+    group = parser.getgroup("bootlume")
+    group.addoption("--build-dir", default="build/release",
+                    help="folder with bin/bootlume and lib/libvirtual-device.so (%(default)s)")
+    group.addoption("--run-prefix", default="",
+                    help="words before the program, for example 'qemu-arm-static -L SYSROOT'")
+    group.addoption("--run-prefix-env", default="-E",
+                    help="how the prefix takes a variable for the program (%(default)s)")
+
+
+@pytest.fixture(scope="session")
+def build_dir(pytestconfig):
+    """The absolute path of the build; the tests end at once where the program is not built."""
+    folder = (SOURCE / pytestconfig.getoption("--build-dir")).resolve()
+    for product in ("bin/bootlume", "lib/libvirtual-device.so"):
+        if not (folder / product).exists():
+            pytest.exit(f"{folder / product} is not there: build it, or name another --build-dir",
+                        returncode=2)
+    return folder
+
+
+@pytest.fixture(scope="session")
+def run_prefix(pytestconfig):
+    """The words before the program; empty where the machine runs it itself."""
+    return shlex.split(pytestconfig.getoption("--run-prefix"))
+
+
+@pytest.fixture
+def desk(build_dir, run_prefix, pytestconfig):
+    """A root folder with the program's fixed paths; what runs on it ends with the test."""
+    prefix_env = pytestconfig.getoption("--run-prefix-env") if run_prefix else None
+    with Desk(bootlume=build_dir / "bin/bootlume", library=build_dir / "lib/libvirtual-device.so",
+              run_prefix=run_prefix, prefix_env=prefix_env) as made:
+        yield made
+
+
+@pytest.fixture
+def splash(desk):
+    """Starts a bootlume: splash(*arguments, env=None, refresh=..., faults=...), see Desk.start."""
+    return desk.start
