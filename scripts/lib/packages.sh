@@ -47,3 +47,12 @@ need_packages() {
 # shellcheck disable=SC2034 # used by the scripts that source this file
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcairo2-dev libboost-dev libgtest-dev
                 libgmock-dev libbenchmark-dev fontconfig fonts-dejavu-core fonts-droid-fallback)
+
+# What the tests need besides.
+# shellcheck disable=SC2034
+TEST_PACKAGES=(python3 python3-pytest python3-cairo python3-pil python3-numpy)
+
+# What the preview and the client need.
+# shellcheck disable=SC2034
+TOOLS_PACKAGES=(libsdl2-dev libchafa-dev libwebp-dev libpng-dev nlohmann-json3-dev libcli11-dev
+                libfontconfig-dev libfreetype-dev)

@@ -63,7 +63,9 @@ std::string joined(const MaskWords& masks) {
 } // namespace
 
 MaskWords& MaskWords::operator=(const MaskWords& other) {
-    std::atomic_store(&m_words, other.words());
+    if (this != &other) {
+        std::atomic_store(&m_words, other.words());
+    }
     return *this;
 }
 
@@ -140,8 +142,11 @@ bool Log::readConfig() {
                 return true;
             }
         } catch (const std::exception& error) { // a typo must not end the splash
-            TRACE(LEVEL_ERROR,
-                  "no entry in " + s_configFilePath + ": " + line + ": " + error.what());
+            std::string text = "no entry in ";
+            text += s_configFilePath;
+            text += ": " + line + ": ";
+            text += error.what();
+            TRACE(LEVEL_ERROR, text);
         }
     }
     return false;

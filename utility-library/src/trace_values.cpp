@@ -15,6 +15,7 @@ ValueFormat::ValueFormat(std::int32_t level, const char* format, ...) : BaseSnip
     char text[256] = "";
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started on the line above
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     m_stream << text;

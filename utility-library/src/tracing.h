@@ -133,7 +133,9 @@ public:
 
 } // namespace Trace
 
-// The message is evaluated only where the line is written; the level is tested first.
+// The message is evaluated only where the line is written; the level is tested first. It is a chain of
+// pieces to stream, so it stands without parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define TRACE_ID(LEVEL, ID, MESSAGE)                                                               \
     do {                                                                                           \
         if ((LEVEL) <= Trace::Log::level()) {                                                      \
@@ -149,6 +151,8 @@ public:
             Trace::Log((LEVEL), __FILE__, __LINE__, static_cast<const char*>(NAME)) << MESSAGE;    \
         }                                                                                          \
     } while (false)
+
+// NOLINTEND(bugprone-macro-parentheses)
 
 // A value named after its expression.
 #define TRACE_VALUE(EXPRESSION) Trace::named(#EXPRESSION, EXPRESSION)

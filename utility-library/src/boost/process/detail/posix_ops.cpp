@@ -48,6 +48,7 @@ const std::vector<const char*>& reasons() {
     constexpr int ERRNO_COUNT = 134; // EHWPOISON, the kernel's last, is 133
     static const std::vector<std::string> texts = [] {
         std::vector<std::string> all;
+        all.reserve(ERRNO_COUNT);
         for (int number = 0; number < ERRNO_COUNT; ++number) {
             all.push_back(
                 boost::system::error_code(number, boost::system::system_category()).message());
@@ -56,6 +57,7 @@ const std::vector<const char*>& reasons() {
     }();
     static const std::vector<const char*> pointers = [] {
         std::vector<const char*> all;
+        all.reserve(texts.size());
         for (const std::string& text : texts) {
             all.push_back(text.c_str());
         }

@@ -1,0 +1,66 @@
+# Sourced by scripts/test: runs one stage after the other, goes on after a failure, and sums up.
+# shellcheck shell=bash
+
+STAGES_PASSED=()
+STAGES_FAILED=()
+STAGES_SKIPPED=()
+
+# stage NAME COMMAND...
+stage() {
+  local name=$1 begin=$SECONDS
+  shift
+  printf '\n== %s\n' "$name"
+  if "$@"; then
+    STAGES_PASSED+=("$name ($((SECONDS - begin)) s)")
+  else
+    STAGES_FAILED+=("$name ($((SECONDS - begin)) s)")
+  fi
+}
+
+# stage_if FILE NAME COMMAND...: a stage whose file is not there is counted as skipped.
+stage_if() {
+  local file=$1 name=$2
+  shift
+  if [ -e "$file" ]; then
+    stage "$@"
+  else
+    STAGES_SKIPPED+=("$name")
+  fi
+}
+
+# unit_tests PRESET
+unit_tests() {
+  ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)" --timeout 300
+}
+
+# python_tests FOLDER... [pytest options]
+python_tests() {
+  PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@"
+}
+
+# system_tests PRESET
+system_tests() {
+  python_tests system-tests --build-dir "build/$1"
+}
+
+tool_tests() {
+  local folders=()
+  mapfile -t folders < <(find tools -path '*/tests/test_*.py' -printf '%h\n' | sort -u)
+  [ ${#folders[@]} -gt 0 ] || return 0
+  python_tests "${folders[@]}"
+}
+
+package_tests() {
+  scripts/package && python_tests packaging/tests
+}
+
+report_stages() {
+  local line
+  printf '\n== summary\n'
+  for line in "${STAGES_PASSED[@]}"; do echo "passed   $line"; done
+  for line in "${STAGES_SKIPPED[@]}"; do echo "skipped  $line"; done
+  for line in "${STAGES_FAILED[@]}"; do echo "FAILED   $line"; done
+  printf '%d passed, %d failed, %d skipped\n' \
+    "${#STAGES_PASSED[@]}" "${#STAGES_FAILED[@]}" "${#STAGES_SKIPPED[@]}"
+  [ ${#STAGES_FAILED[@]} -eq 0 ]
+}
