@@ -25,7 +25,8 @@ detail::file_handle parents_end(detail::info_map& infos, int descriptor, bool ou
     detail::file_handle& parents = output ? si.pipe_->rend() : si.pipe_->wend();
     childs.close();
     si.kind_ = detail::stream_info::close; // taken
-    return std::move(parents);
+    detail::file_handle taken(std::move(parents));
+    return taken;
 }
 
 template <class Stream>
@@ -56,7 +57,10 @@ posix_child::posix_child(pid_t id, detail::info_map& inputs, detail::info_map& o
       outputs_(further_streams<pistream>(outputs, true)) {}
 
 postream& posix_child::get_input(int descriptor) const {
-    return descriptor == STDIN_FILENO ? get_stdin() : stream_at(inputs_, descriptor);
+    if (descriptor == STDIN_FILENO) {
+        return get_stdin();
+    }
+    return stream_at(inputs_, descriptor);
 }
 
 pistream& posix_child::get_output(int descriptor) const {
