@@ -24,8 +24,8 @@ StdoutCapture::~StdoutCapture() {
 std::string StdoutCapture::text() const {
     std::string text;
     char piece[65536];
-    for (ssize_t length; (length = pread(m_file, piece, sizeof piece,
-                                         static_cast<off_t>(text.size()))) > 0;) {
+    for (ssize_t length;
+         (length = pread(m_file, piece, sizeof piece, static_cast<off_t>(text.size()))) > 0;) {
         text.append(piece, static_cast<std::size_t>(length));
     }
     return text;
