@@ -91,8 +91,8 @@ TEST_F(ATraceLine, ShowsTheLocalTime) {
 
 TEST_F(ATraceLine, NamesTheFileByItsPathFromTheRootAndTheLineOfTheMacro) {
     const StdoutCapture output;
+    const int line = __LINE__ + 1;
     TRACE(Trace::LEVEL_INFO, "here");
-    const int line = __LINE__;
     EXPECT_EQ(output.text(), prefix() + "   INFO:\t| here| utility-library/tests/" +
                                  "trace_line_test.cpp:" + std::to_string(line) + "\n");
 }
