@@ -50,3 +50,15 @@ def desk(build_dir, run_prefix, pytestconfig):
 def splash(desk):
     """Starts a bootlume: splash(*arguments, env=None, refresh=..., faults=...), see Desk.start."""
     return desk.start
+
+
+@pytest.fixture
+def preload(build_dir, desk):
+    """preload("cairo-recorder"): the environment that loads the build's libraries of these names
+    behind the virtual device."""
+    def environment(*names):
+        libraries = [build_dir / f"lib/lib{name}.so" for name in names]
+        missing = [str(library) for library in libraries if not library.exists()]
+        assert not missing, f"not built: {missing}"
+        return {"LD_PRELOAD": ":".join([desk.environment()["LD_PRELOAD"], *map(str, libraries)])}
+    return environment
