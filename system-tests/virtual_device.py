@@ -368,8 +368,19 @@ class Splash:
     def signal(self, number):
         self.process.send_signal(number)
 
+    def wait_for_loop(self, deadline=None):
+        """Waits until its main thread takes commands; one that comes before that is lost."""
+        def look():
+            try:
+                name = Path(f"/proc/{self.pid}/comm").read_text(encoding="ascii").strip()
+            except FileNotFoundError:
+                name = ""
+            return name == "bl-dispatcher" or self.process.poll() is not None
+        wait_until(look, "the main loop to run", deadline)
+
     def quit(self, deadline=None):
         """Ends it over the socket; its exit status."""
+        self.wait_for_loop(deadline)
         self.send("QUIT", deadline)
         return self.wait(deadline)
 
