@@ -1,0 +1,83 @@
+#include "quit.h"
+
+#include "bound_socket.h"
+#include "splash_socket.h"
+
+#include <optional>
+#include <thread>
+
+namespace client {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr milliseconds LOOK_AGAIN{5};
+constexpr milliseconds WAIT_FOR_SPLASH{20};
+constexpr milliseconds REPEAT{50};
+
+class Patience {
+public:
+    explicit Patience(const QuitRequest& request)
+        : m_request(request), m_end(Clock::now() + request.limit) {}
+
+    /// Sleeps, and returns what ends the wait, if anything does.
+    std::optional<QuitResult> sleep(milliseconds time) const {
+        if (m_request.interrupted && m_request.interrupted())
+            return QuitResult::INTERRUPTED;
+        if (m_request.limit.count() > 0 && Clock::now() >= m_end)
+            return QuitResult::TIMED_OUT;
+        std::this_thread::sleep_for(time);
+        return {};
+    }
+
+private:
+    const QuitRequest& m_request;
+    const Clock::time_point m_end;
+};
+
+std::optional<QuitResult> awaitSplash(const SplashSocket& socket, const Patience& patience,
+                                      bool wait) {
+    for (;;) {
+        const SplashSocket::Answer answer = socket.probe();
+        if (answer == SplashSocket::Answer::ANSWERS)
+            return {};
+        if (answer != SplashSocket::Answer::NOBODY)
+            return QuitResult::FAILED;
+        if (!wait)
+            return QuitResult::NO_SPLASH;
+        if (const auto end = patience.sleep(WAIT_FOR_SPLASH))
+            return end;
+    }
+}
+
+/// A splash that has taken over the path since is not the one to end.
+bool isStillAt(const std::string& path, const std::optional<Process>& splash) {
+    if (!splash)
+        return true;
+    const std::optional<Process> holder = findHolder(path);
+    return holder && holder->pid == splash->pid;
+}
+
+} // namespace
+
+QuitResult quitSplash(const SplashSocket& socket, const QuitRequest& request) {
+    const Patience patience(request);
+    if (const auto end = awaitSplash(socket, patience, request.waitForSplash))
+        return *end;
+    const std::optional<Process> splash = findHolder(socket.path());
+    for (Clock::time_point next = Clock::now();;) {
+        if (splash ? !isAlive(*splash) : socket.probe() == SplashSocket::Answer::NOBODY)
+            return splash ? QuitResult::GONE : QuitResult::SOCKET_GONE;
+        if (Clock::now() >= next) {
+            if (isStillAt(socket.path(), splash) &&
+                socket.send("QUIT", milliseconds(0)) == SplashSocket::Sent::FAILED)
+                return QuitResult::FAILED;
+            next = Clock::now() + REPEAT;
+        }
+        if (const auto end = patience.sleep(LOOK_AGAIN))
+            return *end;
+    }
+}
+
+} // namespace client

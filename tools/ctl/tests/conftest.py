@@ -1,0 +1,1 @@
+from ctl_desk import ctl, desk  # noqa: F401

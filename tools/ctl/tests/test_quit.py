@@ -1,0 +1,107 @@
+"""bootlumectl quit: the splash has gone when it returns."""
+
+import os
+import socket
+import subprocess
+import threading
+
+import pytest
+import virtual_device as vd
+from ctl_desk import BUILD, SECONDS, wait_for_answer
+
+
+def test_the_splash_has_gone_when_it_returns(desk, ctl):
+    splash = wait_for_answer(desk.start())
+    done = ctl("quit")
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+    # No waiting here: the process has ended already.
+    assert splash.process.poll() == 0
+
+
+def test_one_sent_in_the_first_moments_is_not_lost(desk):
+    for _ in range(10):
+        client = subprocess.Popen(
+            [BUILD / "bin/bootlumectl", "--root", desk.root, "quit", "--wait"])
+        splash = desk.start()
+        assert client.wait(SECONDS) == 0
+        assert splash.process.poll() == 0
+
+
+def test_without_a_splash_it_says_so(desk, ctl):
+    done = ctl("quit")
+    assert done.returncode == 3
+    assert done.stderr == f"bootlumectl: no splash answers at {desk.path(vd.SOCKET)}\n"
+
+
+def test_a_file_that_a_splash_left_behind_counts_as_no_splash(desk, ctl):
+    splash = wait_for_answer(desk.start())
+    assert splash.quit() == 0
+    assert desk.path(vd.SOCKET).is_socket()
+    assert ctl("quit").returncode == 3
+
+
+def test_waiting_for_a_splash_ends_in_time(desk, ctl):
+    done = ctl("quit", "--wait", "--timeout", "0.2")
+    assert (done.returncode, done.stderr) == (4, "bootlumectl: no splash came up in time\n")
+
+
+def test_a_splash_that_does_not_go_is_reported(desk, ctl):
+    splash = desk.start(faults="VIDIOC_DQBUF@3=block")
+    wait_for_answer(splash)
+    splash.wait_for_record(lambda r: r["kind"] == "fault", "the blocked display")
+    done = ctl("quit", "--timeout", "0.3")
+    assert (done.returncode, done.stderr) == (4, "bootlumectl: the splash has not gone in time\n")
+    assert splash.process.poll() is None
+
+
+def test_it_ends_only_the_splash_that_was_there(desk, ctl):
+    first = desk.start(faults="VIDIOC_DQBUF@10=block:700")
+    wait_for_answer(first)
+    first.wait_for_record(lambda r: r["kind"] == "fault", "the blocked display")
+    results = []
+    client = threading.Thread(target=lambda: results.append(ctl("quit")))
+    client.start()
+    # The first one is on its way out; another takes its path.
+    path = desk.path(vd.SOCKET)
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as second:
+        vd.wait_until(lambda: ctl("status").returncode == 3, "the first one's socket to be closed")
+        path.unlink()
+        second.bind(str(path))
+        second.setblocking(False)
+        client.join(SECONDS)
+        assert results[0].returncode == 0
+        assert first.process.poll() == 0
+        with pytest.raises(BlockingIOError):
+            second.recv(100)
+
+
+def test_a_socket_that_may_not_be_written_gives_the_reason(desk, ctl):
+    desk.path(vd.SOCKET).mkdir(parents=True)
+    done = ctl("quit")
+    assert done.returncode in (1, 3)
+    assert str(desk.path(vd.SOCKET)) in done.stderr
+
+
+def test_a_root_too_long_for_a_socket_address_works(tmp_path):
+    root = tmp_path / ("long" * 40)
+    root.mkdir()
+    with vd.Desk(root=root) as desk:
+        splash = wait_for_answer(desk.start())
+        client = [BUILD / "bin/bootlumectl", "--root", root]
+        told = subprocess.run([*client, "status"], capture_output=True, text=True, check=False)
+        assert f"process {splash.pid}," in told.stdout
+        assert subprocess.run([*client, "quit"], check=False).returncode == 0
+        assert splash.process.poll() == 0
+
+
+def test_another_user_s_splash_is_told_by_its_socket(desk, ctl):
+    if os.getuid() != 0:
+        pytest.skip("needs root, to be another user")
+    splash = wait_for_answer(desk.start())
+    desk.root.chmod(0o755)
+    desk.path(vd.SOCKET).chmod(0o777)
+    told = ctl("status", user="nobody")
+    assert told.returncode == 0
+    assert "another user" in told.stdout
+    assert ctl("quit", user="nobody").returncode == 0
+    assert splash.wait() == 0
