@@ -35,7 +35,7 @@ private:
     void readMessage();
     void dropEmptyDatagram();
 
-    std::uint32_t m_bufferSize = 128; ///< no limit: a datagram is read whole
+    [[maybe_unused]] std::uint32_t m_bufferSize = 128; ///< no limit: a datagram is read whole
     std::string m_path;
     Callback m_callback;
     std::atomic<bool> m_running{true};
