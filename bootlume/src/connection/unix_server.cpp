@@ -48,6 +48,7 @@ void UnixServer::run() {
 
 void UnixServer::stop() {
     m_running = false;
+    const std::lock_guard<std::mutex> lock(m_socketMutex);
     const int descriptor = m_socket.exchange(-1);
     if (descriptor >= 0) {
         shutdown(descriptor, SHUT_RDWR); // wakes the poll, which a close alone does not
@@ -61,9 +62,12 @@ bool UnixServer::bindSocket() {
     std::memset(&address, 0, sizeof address);
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, m_path.c_str(), sizeof address.sun_path - 1);
+    const std::lock_guard<std::mutex> lock(m_socketMutex);
+    if (!m_running) {
+        return false;
+    }
     unlink(m_path.c_str()); // a file left by an earlier run would make the bind fail
-    const int descriptor = m_socket;
-    if (::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
+    if (::bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
         std::perror("bind error");
         return false;
     }
@@ -82,21 +86,35 @@ void UnixServer::serve() {
 }
 
 void UnixServer::readMessage() {
-    std::int32_t count = 0;
-    ioctl(m_socket, FIONREAD, &count);
-    std::string command(static_cast<std::size_t>(count), '\0');
-    const ssize_t length = read(m_socket, command.data(), command.size());
-    if (length < 1) {
+    std::string command;
+    {
+        const std::lock_guard<std::mutex> lock(m_socketMutex);
         if (!m_running) { // stopped in between: an end, not a failure
             return;
         }
+        command = receive();
+    }
+    if (command.empty()) {
         TRACE(Trace::LEVEL_ERROR, "Nothing read from the socket. Quitting.");
-        dropEmptyDatagram();
         m_callback(QUIT);
         return;
     }
     TRACE(Trace::LEVEL_DEBUG, "Got Message from socket" << TRACE_VALUE(command));
     m_callback(command);
+}
+
+/// One datagram, whole; empty where nothing can be read.
+std::string UnixServer::receive() {
+    const int descriptor = m_socket;
+    std::int32_t count = 0;
+    ioctl(descriptor, FIONREAD, &count);
+    std::string command(static_cast<std::size_t>(count), '\0');
+    const ssize_t length = read(descriptor, command.data(), command.size());
+    if (length < 1) {
+        dropEmptyDatagram();
+        command.clear();
+    }
+    return command;
 }
 
 /// A read of no bytes leaves a datagram of no bytes in its place, to be found again and again.

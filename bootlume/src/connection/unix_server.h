@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 
 namespace cmd {
@@ -33,6 +34,7 @@ private:
     bool bindSocket();
     void serve();
     void readMessage();
+    std::string receive();
     void dropEmptyDatagram();
 
     [[maybe_unused]] std::uint32_t m_bufferSize = 128; ///< no limit: a datagram is read whole
@@ -40,6 +42,7 @@ private:
     Callback m_callback;
     std::atomic<bool> m_running{true};
     std::atomic<std::int32_t> m_socket{-1};
+    std::mutex m_socketMutex; ///< keeps stop() from closing a socket that is being read or bound
 };
 
 } // namespace cmd
