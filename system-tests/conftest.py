@@ -1,5 +1,6 @@
 """Fixtures of the system tests: the built program on a desk of its own for every test."""
 
+import os
 import shlex
 from pathlib import Path
 
@@ -8,6 +9,11 @@ import pytest
 from virtual_device import Desk
 
 SOURCE = Path(__file__).resolve().parent.parent
+
+# Only a build with sanitizers looks at these.
+os.environ.setdefault("LSAN_OPTIONS",
+                      f"suppressions={SOURCE / 'cmake/leaks.supp'}:print_suppressions=0")
+os.environ.setdefault("TSAN_OPTIONS", f"suppressions={SOURCE / 'cmake/races.supp'}")
 
 
 def pytest_addoption(parser):

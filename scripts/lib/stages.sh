@@ -30,6 +30,9 @@ stage_if() {
 
 # unit_tests PRESET
 unit_tests() {
+  # Only a build with sanitizers looks at these.
+  LSAN_OPTIONS="suppressions=$PWD/cmake/leaks.supp:print_suppressions=0" \
+  TSAN_OPTIONS="suppressions=$PWD/cmake/races.supp" \
   ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)" --timeout 300
 }
 

@@ -1,0 +1,202 @@
+"""The end of the splash: who may end it, what is torn down in which order, and how fast."""
+
+import ctypes
+import os
+import select
+import signal
+import statistics
+import time
+from pathlib import Path
+
+import pytest
+
+from lines import (ALL_LINES, DISPATCHER, ENDING, LOOP, OWN_LINES, SERVER, lines_of,
+                   listens, traced, wait_until_running)
+from virtual_device import DEVICE, SOCKET, TRACE_CONFIG
+
+LONGEST_TO_CLOSE_MS = 60
+LONGEST_TO_END_MS = 80
+RUNS = 20
+
+BY_COMMAND = traced("DEBUG", "End splash-screen over socket command.", ENDING, SERVER)
+
+
+def by_signal(number, thread=LOOP):
+    return traced("DEBUG", f"End splash-screen with SIG., sig = {int(number)}", ENDING, thread)
+
+
+def by_signal_to_any_thread(number):
+    """The kernel asks the main thread first, but another may be quicker to take the signal."""
+    return {by_signal(number, LOOP), by_signal(number, SERVER)}
+
+
+def send_to_thread(pid, thread, number):
+    """As kill(2), but to one thread."""
+    tgkill = {"x86_64": 234, "armv7l": 268, "aarch64": 131}[os.uname().machine]
+    result = ctypes.CDLL(None, use_errno=True).syscall(tgkill, pid, thread, int(number))
+    assert result == 0, os.strerror(ctypes.get_errno())
+
+
+def end(splash, how):
+    """Asks the splash to end."""
+    if how == "QUIT":
+        splash.send("QUIT")
+    else:
+        splash.signal(how)
+
+
+def device_end(splash):
+    """What the device saw after the last frame."""
+    calls = [record["call"] for record in splash.records(kind="device")]
+    last_frame = max(i for i, call in enumerate(calls) if call == "VIDIOC_DQBUF")
+    return calls[last_frame + 1:]
+
+
+@pytest.mark.parametrize("how", ["QUIT", signal.SIGHUP, signal.SIGINT], ids=str)
+def test_an_orderly_end_tears_everything_down(desk, how):
+    desk.trace_config(OWN_LINES)
+    splash = wait_until_running(desk.start())
+    splash.screen.wait_for_frame(2)
+    end(splash, how)
+    assert splash.wait() == 0
+    line, = lines_of(splash, ENDING)
+    assert line in ({BY_COMMAND} if how == "QUIT" else by_signal_to_any_thread(how))
+    assert device_end(splash) == ["VIDIOC_STREAMOFF", "munmap", "munmap", "close"]
+    assert all(record["result"] == 0 for record in splash.records(kind="device")[-4:])
+    assert not splash.screen.streaming
+    assert "read" not in "".join(line.text for line in splash.trace())
+    assert splash.stderr == "" and splash.other_output() == []
+
+
+def test_the_threads_end_before_the_dispatcher_is_destroyed(desk):
+    desk.trace_config(ALL_LINES)
+    splash = wait_until_running(desk.start())
+    splash.send("QUIT")
+    assert splash.wait() == 0
+    texts = [line.text.strip() for line in splash.trace()]
+    command = texts.index("End splash-screen over socket command.")
+    left = texts.index("exiting dispatcher loop")
+    destroyed = texts.index("destroy dispatcher")
+    assert command < left < destroyed
+    # After the dispatcher no thread is left to write: the last frame and poll came before it.
+    assert texts[destroyed + 1:] == []
+    assert "Polling socket." not in texts[left + 2:], "the server goes first: one poll at most"
+    assert lines_of(splash, DISPATCHER)[-2:] == [
+        traced("VERBOSE", text, DISPATCHER, LOOP, "DISPATCHER")
+        for text in ("exiting dispatcher loop", "destroy dispatcher")]
+
+
+def test_a_second_request_changes_nothing(desk):
+    """The display is held up, so that the end is under way when more requests come."""
+    desk.trace_config(OWN_LINES)
+    splash = wait_until_running(desk.start(faults="VIDIOC_STREAMOFF@1=block:300"))
+    splash.screen.wait_for_frame()
+    splash.signal(signal.SIGINT)
+    splash.wait_for_record(lambda record: record["kind"] == "fault", "the end to begin")
+    splash.signal(signal.SIGHUP)
+    splash.signal(signal.SIGINT)
+    assert splash.wait() == 0
+    lines = lines_of(splash, ENDING)
+    assert lines[0] in by_signal_to_any_thread(signal.SIGINT)
+    assert set(lines) <= (by_signal_to_any_thread(signal.SIGINT)
+                          | by_signal_to_any_thread(signal.SIGHUP))
+    assert device_end(splash) == ["VIDIOC_STREAMOFF", "munmap", "munmap", "close"]
+
+
+def test_a_signal_in_the_middle_of_heavy_tracing_ends_the_splash(desk):
+    desk.trace_config(ALL_LINES)
+    for _ in range(5):
+        splash = wait_until_running(desk.start(refresh=0))
+        splash.signal(signal.SIGINT)
+        assert splash.wait() == 0
+        line, = lines_of(splash, ENDING)
+        assert line in by_signal_to_any_thread(signal.SIGINT)
+
+
+@pytest.mark.parametrize("taker", [LOOP, SERVER])
+@pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGINT])
+def test_the_line_names_the_thread_that_took_the_signal(desk, taker, number):
+    desk.trace_config(OWN_LINES)
+    splash = wait_until_running(desk.start())
+    names = {int(task.name): (task / "comm").read_text().strip()
+             for task in Path(f"/proc/{splash.pid}/task").iterdir()}
+    thread = max(tid for tid, name in names.items() if name == taker)  # the renderer's, or main's
+    send_to_thread(splash.pid, thread, number)
+    assert splash.wait() == 0
+    assert lines_of(splash, ENDING) == [by_signal(number, taker)]
+
+
+def test_sigterm_has_its_default_action(desk):
+    desk.trace_config(OWN_LINES)
+    splash = wait_until_running(desk.start())
+    splash.screen.wait_for_frame()
+    splash.signal(signal.SIGTERM)
+    assert splash.wait() == -signal.SIGTERM
+    assert lines_of(splash, ENDING) == []
+    calls = [record["call"] for record in splash.records(kind="device")]
+    assert "VIDIOC_STREAMOFF" not in calls and "close" not in calls
+
+
+@pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGINT])
+def test_a_signal_before_there_is_a_dispatcher_is_swallowed(desk, number):
+    """The device keeps the renderer's construction waiting while the signal comes."""
+    desk.trace_config(ALL_LINES)
+    splash = desk.start(faults="open@1=block:500")
+    held = splash.wait_for_record(lambda record: record["kind"] == "fault", "the held open")
+    splash.signal(number)
+    assert time.monotonic_ns() < held["time_ns"] + 500_000_000, "the signal came too late to tell"
+    wait_until_running(splash)
+    assert splash.trace("create dispatcher")
+    assert splash.trace("End splash-screen") == []
+    assert splash.quit() == 0
+    assert lines_of(splash, ENDING) == [BY_COMMAND]
+    opened = splash.records(kind="device", call="open")
+    assert opened[0]["path"] == DEVICE and opened[0]["result"] >= 0
+
+
+def is_sanitized(build_dir):
+    return b"__asan_init" in (data := (build_dir / "bin/bootlume").read_bytes()) \
+        or b"__tsan_init" in data
+
+
+def time_the_end(splash):
+    """(ms from QUIT to the close of the overlay, ms from QUIT to the end of the process)."""
+    wait_until_running(splash)
+    splash.screen.wait_for_frame(4)
+    process = os.pidfd_open(splash.pid)
+    try:
+        asked = time.monotonic_ns()
+        splash.send("QUIT")
+        assert select.select([process], [], [], 10)[0], "no end within 10 s"
+        ended = time.monotonic_ns()
+    finally:
+        os.close(process)
+    assert splash.wait() == 0
+    closed = splash.records(kind="device", call="close")[-1]
+    return ((closed["time_ns"] + closed["duration_ns"] - asked) / 1e6, (ended - asked) / 1e6)
+
+
+@pytest.mark.parametrize("configured", [False, True], ids=["without a file", "with a file"])
+def test_the_end_comes_within_two_frames(desk, build_dir, run_prefix, configured, capsys):
+    """Neither the command socket's nor the trace watcher's wait holds the end up."""
+    if is_sanitized(build_dir) or run_prefix:
+        pytest.skip("times are those of the product, run by the machine itself")
+    if configured:
+        desk.trace_config("bootlume 4 0 0")
+    assert desk.path(TRACE_CONFIG).exists() == configured
+    times = [time_the_end(desk.start(refresh=60)) for _ in range(RUNS)]
+    to_close, to_end = (statistics.median(column) for column in zip(*times))
+    with capsys.disabled():
+        print(f"\nQUIT to the overlay's close: median {to_close:.1f} ms, longest "
+              f"{max(close for close, _ in times):.1f} ms; to the end of the process: median "
+              f"{to_end:.1f} ms, longest {max(whole for _, whole in times):.1f} ms "
+              f"({RUNS} runs, trace file: {'yes' if configured else 'no'})")
+    assert to_close <= LONGEST_TO_CLOSE_MS
+    assert to_end <= LONGEST_TO_END_MS
+
+
+def test_a_file_left_by_the_last_run_does_not_stop_the_next(desk):
+    for _ in range(2):
+        assert wait_until_running(desk.start()).quit() == 0
+        path = desk.path(SOCKET)
+        assert path.is_socket() and not listens(path)
