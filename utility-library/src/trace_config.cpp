@@ -60,6 +60,16 @@ std::string joined(const MaskWords& masks) {
     return text.str();
 }
 
+/// A text of the file for a line of the trace. The system log reads its lines as formats: there, a
+/// percent sign is doubled, so that no typo is taken for a conversion.
+std::string quoted(const std::string& text, bool toSyslog) {
+    std::string result;
+    for (const char character : text) {
+        result.append(toSyslog && character == '%' ? 2 : 1, character);
+    }
+    return result;
+}
+
 } // namespace
 
 MaskWords& MaskWords::operator=(const MaskWords& other) {
@@ -144,7 +154,7 @@ bool Log::readConfig() {
         } catch (const std::exception& error) { // a typo must not end the splash
             std::string text = "no entry in ";
             text += s_configFilePath;
-            text += ": " + line + ": ";
+            text += ": " + quoted(line, s_configuration.toSyslog) + ": ";
             text += error.what();
             TRACE(LEVEL_ERROR, text);
         }

@@ -1,13 +1,13 @@
 #include "dispatcher.h"
 
 #include "support/stdout_capture.h"
+#include "support/trace_text.h"
 
 #include "tracing.h"
 
 #include <gmock/gmock.h>
 
 #include <memory>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -16,27 +16,23 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
-/// The lines' tails from the level on, without their line numbers.
+/// The lines behind the thread's name, without their line numbers.
 std::vector<std::string> tracesOf(const std::string& text) {
-    static const std::regex form(
-        "\\[\\d{8}-\\d{6}:\\d{3}\\] \\(\\d+\\) \\(.{16}\\) (.*\\| utility-library/src/"
-        "dispatcher\\.cpp):\\d+");
     std::vector<std::string> traces;
-    std::size_t begin = 0;
-    for (std::size_t end; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
-        const std::string line = text.substr(begin, end - begin);
-        std::smatch match;
-        traces.push_back(std::regex_match(line, match, form) ? match[1].str() : "?? " + line);
+    for (const std::string& line : linesOf(text)) {
+        const std::string trace = withoutTimeAndProcess(withoutLineNumber(line));
+        const std::size_t name = std::string("(a name of 16 ...) ").size();
+        traces.push_back(trace.size() > name ? trace.substr(name) : "no trace line: " + line);
     }
     return traces;
 }
 
 std::string verbose(const std::string& text) {
-    return "VERBOSE:DISPATCHER\t| " + text + "| utility-library/src/dispatcher.cpp";
+    return "VERBOSE:DISPATCHER\t| " + text + "| utility-library/src/dispatcher.cpp:";
 }
 
 const char* const DELAYED =
-    "  DEBUG:DISPATCHER\t| post delayed| utility-library/src/dispatcher.cpp";
+    "  DEBUG:DISPATCHER\t| post delayed| utility-library/src/dispatcher.cpp:";
 
 class ATracedDispatcher : public testing::Test {
 protected:
