@@ -56,3 +56,7 @@ TEST_PACKAGES=(python3 python3-pytest python3-cairo python3-pil python3-numpy va
 # shellcheck disable=SC2034
 TOOLS_PACKAGES=(libsdl2-dev libchafa-dev libwebp-dev libpng-dev nlohmann-json3-dev libcli11-dev
                 libfontconfig-dev libfreetype-dev)
+
+# What the packages and their manuals need.
+# shellcheck disable=SC2034
+PACKAGE_PACKAGES=(scdoc dpkg-dev lintian file mmdebstrap systemd man-db)
