@@ -18,9 +18,9 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <vector>
 
 // Where lines are counted, a copy that ends without exit() must hand over its counts by itself.
 extern "C" void __gcov_dump() __attribute__((weak));
@@ -64,6 +64,12 @@ private:
     _exit(testing::Test::HasFailure() ? FAILED : testing::Test::IsSkipped() ? SKIPPED : 0);
 }
 
+bool installFilter(std::vector<sock_filter> steps) {
+    const sock_fprog program{static_cast<unsigned short>(steps.size()), steps.data()};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
 } // namespace
 
 void isolated(const std::function<void()>& body) {
@@ -92,15 +98,23 @@ bool becomeUnprivileged() {
 }
 
 bool refuseSystemCall(long number, int error) {
-    sock_filter steps[] = {
+    return installFilter({
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(number), 0, 1),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog program{static_cast<unsigned short>(std::size(steps)), steps};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+    });
+}
+
+bool endAtCloseAbove(unsigned descriptor) {
+    return installFilter({
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_close, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),
+        BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, descriptor, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    });
 }
 
 void limitDescriptors(unsigned long limit) {

@@ -17,6 +17,10 @@ bool becomeUnprivileged();
 /// False where that cannot be arranged.
 bool refuseSystemCall(long number, int error);
 
+/// Makes the kernel end the process, and all that it starts, where a close of a descriptor above
+/// this one is asked for. False where that cannot be arranged.
+bool endAtCloseAbove(unsigned descriptor);
+
 /// Sets the soft limit of descriptors.
 void limitDescriptors(unsigned long limit);
 

@@ -31,7 +31,10 @@ static void note_descriptor(int descriptor) {
 /* Before anything is opened. */
 static void find_descriptors(void) {
     DIR* const folder = opendir("/proc/self/fd");
-    if (folder == NULL) {
+    if (folder == NULL || readdir(folder) == NULL) {
+        if (folder != NULL) {
+            closedir(folder);
+        }
         struct rlimit limit;
         getrlimit(RLIMIT_NOFILE, &limit);
         for (int descriptor = 0; descriptor < (int)limit.rlim_cur; ++descriptor) {
@@ -41,6 +44,7 @@ static void find_descriptors(void) {
         }
         return;
     }
+    rewinddir(folder);
     for (struct dirent* entry; (entry = readdir(folder)) != NULL;) {
         const int descriptor = atoi(entry->d_name);
         if (entry->d_name[0] != '.' && descriptor != dirfd(folder)) {

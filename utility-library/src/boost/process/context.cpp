@@ -39,8 +39,8 @@ environment current_environment() {
     return variables;
 }
 
-posix_context::posix_context()
-    : work_directory(current_work_directory()),
+posix_context::posix_context(const std::string& directory)
+    : work_directory(directory),
       uid(::getuid()),
       euid(::geteuid()),
       gid(::getgid()),

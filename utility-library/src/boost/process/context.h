@@ -29,7 +29,9 @@ struct basic_context {
 /// How a child with any descriptors, and with ids and a session of its own, is started.
 struct posix_context {
     /// No descriptor at all, the caller's ids, in the current directory. Throws system_error.
-    posix_context();
+    posix_context() : posix_context(current_work_directory()) {}
+    /// The same in a directory that is named.
+    explicit posix_context(const std::string& directory);
 
     std::map<int, stream_behavior> input_behavior;
     std::map<int, stream_behavior> output_behavior;

@@ -29,11 +29,10 @@ int first_free(const behavior_map& inputs, const behavior_map& outputs) {
 
 posix_child launch(const std::string& executable, const std::vector<std::string>& arguments,
                    const basic_context& ctx) {
-    posix_context full;
+    posix_context full(ctx.work_directory);
     full.input_behavior.emplace(STDIN_FILENO, ctx.stdin_behavior);
     full.output_behavior.emplace(STDOUT_FILENO, ctx.stdout_behavior);
     full.output_behavior.emplace(STDERR_FILENO, ctx.stderr_behavior);
-    full.work_directory = ctx.work_directory;
     full.environment = ctx.environment;
     return launch(executable, arguments, full);
 }

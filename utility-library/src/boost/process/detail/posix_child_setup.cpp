@@ -41,10 +41,11 @@ private:
 
 [[noreturn]] void fail(const child_plan& plan, const char* text) noexcept {
     const int error = errno;
+    ::signal(SIGPIPE, SIG_IGN); // a text that nobody reads must not change how the child ends
     text_buffer buffer;
     buffer.append(text);
-    buffer.append(": ");
-    buffer.append(error >= 0 && error < plan.reason_count ? plan.reasons[error] : "Unknown error");
+    buffer.append(error >= 0 && error < plan.reason_count ? plan.reasons[error]
+                                                          : ": Unknown error");
     buffer.append("\n");
     buffer.write_to(STDERR_FILENO);
     ::_exit(1); // since this is a forked child: the parent's objects and buffers are not its own

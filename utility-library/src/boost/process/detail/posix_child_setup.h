@@ -41,7 +41,7 @@ struct child_plan {
     gid_t egid;
     bool new_session;
     sigset_t caller_mask;
-    const char* const* reasons; ///< the system's text of each errno
+    const char* const* reasons; ///< what the error class appends to a text, for each errno
     int reason_count;
 };
 

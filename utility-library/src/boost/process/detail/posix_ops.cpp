@@ -3,7 +3,7 @@
 #include "boost/process/detail/errors.h"
 #include "boost/process/detail/posix_child_setup.h"
 
-#include <boost/system/error_code.hpp>
+#include <boost/system/system_error.hpp>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -43,15 +43,17 @@ std::vector<std::string> environment_block(const environment& variables) {
     return block;
 }
 
-/// The system's text of every errno, in plain memory, made at the first launch.
+/// What the error class appends to a text for every errno, in plain memory, made at the first
+/// launch.
 const std::vector<const char*>& reasons() {
     constexpr int ERRNO_COUNT = 134; // EHWPOISON, the kernel's last, is 133
     static const std::vector<std::string> texts = [] {
         std::vector<std::string> all;
         all.reserve(ERRNO_COUNT);
         for (int number = 0; number < ERRNO_COUNT; ++number) {
-            all.push_back(
-                boost::system::error_code(number, boost::system::system_category()).message());
+            const boost::system::error_code code(number, boost::system::system_category());
+            const std::string text = "text";
+            all.push_back(boost::system::system_error(code, text).what() + text.size());
         }
         return all;
     }();

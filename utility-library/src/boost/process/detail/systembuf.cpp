@@ -33,15 +33,16 @@ systembuf::int_type systembuf::underflow() {
 }
 
 systembuf::int_type systembuf::overflow(int_type character) {
-    const char* const end = write_buffer_.get() + bufsize_;
-    if (pptr() == end && sync() == -1) {
-        return traits_type::eof();
-    }
-    if (!traits_type::eq_int_type(character, traits_type::eof())) {
+    const bool stored = !traits_type::eq_int_type(character, traits_type::eof());
+    if (stored) {
         *pptr() = traits_type::to_char_type(character);
         pbump(1);
     }
-    return sync() == -1 ? traits_type::eof() : traits_type::not_eof(character);
+    if (sync() == -1) {
+        pbump(stored ? -1 : 0); // not taken: the place that is kept back stays free
+        return traits_type::eof();
+    }
+    return traits_type::not_eof(character);
 }
 
 int systembuf::sync() {
