@@ -61,7 +61,7 @@ endfunction()
 package_program(server sbin bootlume)
 package_program(server bin bootlumectl)
 package_program(tools bin bootlume-preview)
-package_program(tools lib/bootlume virtual-device)
+package_program(tools ${CMAKE_INSTALL_LIBDIR}/bootlume virtual-device)
 
 function(package_existing component destination)
   foreach(path ${ARGN})

@@ -68,7 +68,7 @@ def test_licence_is_said_in_one_line(contents):
 def test_changelog_and_manuals_are_compressed_without_a_time(contents):
     _, tree = contents
     files = list(tree.glob("usr/share/man/*/*")) + list(tree.glob("usr/share/doc/*/changelog*"))
-    assert len(files) >= 2
+    assert files
     for file in files:
         data = file.read_bytes()
         assert data[:3] == b"\x1f\x8b\x08" and data[3] == 0 and data[4:8] == bytes(4), file
