@@ -2,11 +2,10 @@
 import os
 import pathlib
 
-from . import emulated, image, machines
+from . import emulated, image, machines, reference
+from virtual_device import DEVICE, LANGUAGE, SOCKET, TRACE_CONFIG  # noqa: F401  (found by reference)
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-DEVICE = image.OVERLAY_DEVICE
-SOCKET = "/tmp/.bootlume"
 
 
 def trees():
@@ -31,3 +30,7 @@ class Workshop:
         """A board, to be used with "with"."""
         return emulated.Board(self.machine, self._trees[self.machine.tree],
                               self.image.initramfs(variant), self.work, shell)
+
+    def reference(self):
+        """The pages that the same program draws on the virtual device."""
+        return reference.Reference(self.build, self.image.root, self.machine.preset == "armhf")

@@ -6,19 +6,21 @@ import subprocess
 
 from . import machines
 from .cpio import Archive
+from .reference import DEVICE
 
 HERE = pathlib.Path(__file__).parent
-OVERLAY_DEVICE = "/dev/v4l/by-path/platform-imx-ipuv3-ovl.5-video-index0"
 FONTS = ("usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
          "usr/share/fonts/truetype/droid/DroidSansFallbackFull.ttf")
 MODULES = ("vivid",)
+# Programs that only tests start; an image without them is an image all the same.
+TEST_PROGRAMS = ("surface-contract-test",)
 
 # What stands at /sbin/vrx_reboot in each image. Every script says on the console that it ran.
 _SAY = "#!/bin/sh\necho '<1>vrx_reboot: called' >/dev/kmsg\n"
 VRX_REBOOT = {
     "vrx": _SAY + "exec reboot\n",
     "failing": _SAY + "exit 3\n",
-    "hanging": _SAY + "exec tail -f /dev/null\n",
+    "hanging": _SAY + "exec sleep 86400\n",
     "plain": None,
 }
 
@@ -60,17 +62,10 @@ class Image:
         self._program(self._tree / "usr/bin/v4l2-ctl", "usr/bin/v4l2-ctl")
         for name in ("bootlume", "board-tool"):
             self._built("bin/" + name, "usr/bin/" + name)
+        for name in TEST_PROGRAMS:
+            if (self._build / "tests" / name).exists():
+                self._built("tests/" + name, "usr/lib/board/" + name)
         return self.root
-
-    def add_test_programs(self):
-        """Programs for tests only; returns the names of those that the build does not have."""
-        missing = []
-        for name in ("tests/surface-contract-tests",):
-            try:
-                self._built(name, "usr/lib/board/" + pathlib.Path(name).name)
-            except MissingProgram:
-                missing.append(name)
-        return missing
 
     def initramfs(self, variant):
         """The archive with that variant's reboot program, written to a file of its own."""
@@ -100,7 +95,7 @@ class Image:
             shutil.copy2(path, self.root / "usr/lib/board" / path.name)
         shutil.move(self.root / "usr/lib/board/inittab", self.root / "etc/inittab")
         etc = self.root / "etc"
-        (etc / "overlay-device").write_text(OVERLAY_DEVICE + "\n")
+        (etc / "overlay-device").write_text(DEVICE + "\n")
         (etc / "passwd").write_text("root::0:0:root:/root:/bin/sh\n")
         (etc / "group").write_text("root:x:0:\n")
         (etc / "motd").write_text("The splash is running. 'screenshot' writes its picture to the host;"

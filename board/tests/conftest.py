@@ -1,12 +1,13 @@
 """What the tests on the board share: the machines asked for, one boot of each, the splash on it."""
 import pathlib
+import shlex
 import sys
 
 import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
 
-from board import boards  # noqa: E402  (the path comes first)
+from board import boards, pictures  # noqa: E402  (the path comes first)
 
 
 def pytest_addoption(parser):
@@ -14,18 +15,98 @@ def pytest_addoption(parser):
     parser.addoption("--long", action="store_true", help="half an hour of splash, not two minutes")
 
 
+def pytest_configure(config):
+    config.addinivalue_line("markers", "once: on the first machine only")
+
+
 def pytest_generate_tests(metafunc):
     if "machine" in metafunc.fixturenames:
-        metafunc.parametrize("machine", metafunc.config.getoption("machine"), scope="session")
+        machines = metafunc.config.getoption("machine")
+        once = metafunc.definition.get_closest_marker("once")
+        metafunc.parametrize("machine", machines[:1] if once else machines, scope="session")
+
+
+class Bench:
+    """One board at a time: the machine's usual one, or a fresh one that a test will restart."""
+
+    def __init__(self, workshop):
+        self.workshop = workshop
+        self._board = None
+
+    def usual(self):
+        if self._board is None:
+            self._board = self.workshop.boot().__enter__()
+        return self._board
+
+    def fresh(self, variant):
+        self.clear()
+        return self.workshop.boot(variant)
+
+    def clear(self):
+        if self._board is not None:
+            self._board.__exit__()
+            self._board = None
 
 
 @pytest.fixture(scope="session")
-def workshop(machine):
-    return boards.Workshop(machine)
+def bench(machine):
+    bench = Bench(boards.Workshop(machine))
+    yield bench
+    bench.clear()
 
 
-@pytest.fixture(scope="session")
-def board(workshop):
-    """The machine's board, booted once for all tests that leave it running."""
-    with workshop.boot() as board:
-        yield board
+@pytest.fixture
+def board(bench):
+    return bench.usual()
+
+
+class Splash:
+    """The splash on a board, driven from outside."""
+
+    def __init__(self, board, *arguments, **environment):
+        self.board = board
+        settings = " ".join(f"{name}={shlex.quote(value)}" for name, value in environment.items())
+        self.board.output(f"{settings} splash {shlex.join(arguments)}")
+        self.pid = int(self.board.text("cat /run/splash.pid"))
+
+    def wait_until_drawn(self):
+        self.board.output(f"wait_for 30 test -S {boards.SOCKET} && wait_for 30 drawn", 120)
+        return self
+
+    def send(self, text):
+        self.board.output(f"board-tool send {boards.SOCKET} {shlex.quote(text)}")
+
+    def signal(self, name):
+        self.board.output(f"kill -{name} {self.pid}")
+
+    def wait_for_end(self):
+        """The program's exit status, as a shell sees it."""
+        return int(self.board.text("wait_for 30 test -e /run/splash.status && cat /run/splash.status"))
+
+    def log(self):
+        return self.board.text("cat /run/splash.log")
+
+    def screens(self, count):
+        """That many pictures of the screen, one after the other."""
+        return pictures.split(self.board.output(f"screen {count} /run/picture && cat /run/picture", 120))
+
+
+@pytest.fixture
+def splash(board):
+    """Starts a splash, and ends it with the test. Traces and language are as the test left them
+    only until then."""
+    started = []
+
+    def start(*arguments, **environment):
+        started.append(Splash(board, *arguments, **environment))
+        return started[-1]
+
+    yield start
+    for one in started:
+        board.run(f"kill -KILL {one.pid}; wait_for 10 test ! -d /proc/{one.pid}")
+    board.output(f"rm -f {boards.TRACE_CONFIG} {boards.LANGUAGE} {boards.SOCKET}")
+
+
+@pytest.fixture
+def desk(bench):
+    return bench.workshop.reference()

@@ -1,7 +1,7 @@
 """The way from the board's screen to the host, checked without the splash."""
 import struct
 
-from board import boards, channel, pictures
+from board import boards, pictures
 from board.channel import parse_frames
 
 PATTERN = struct.pack(f"<{pictures.WIDTH * pictures.HEIGHT}H",
@@ -24,8 +24,8 @@ def test_a_script_gives_its_output_and_its_status(board):
     assert board.run("echo one; echo two >&2; exit 7") == (7, b"one\ntwo\n")
 
 
-def test_the_board_runs_the_kernel_of_its_image(board, workshop):
-    assert board.text("uname -r").strip() in str(list(workshop.image.root.glob("lib/modules/*")))
+def test_the_board_runs_the_kernel_of_its_image(board, bench):
+    assert board.text("uname -r").strip() in str(list(bench.workshop.image.root.glob("lib/modules/*")))
 
 
 def test_a_damaged_frame_is_known_as_damaged():
@@ -36,4 +36,3 @@ def test_a_damaged_frame_is_known_as_damaged():
 def test_a_frame_that_a_second_one_cuts_off_is_dropped():
     head = "#B 2 0 4 " + "0" * 64
     assert [frame[0] for frame in parse_frames(["#B 1 0 4 x", "AAAA", head, "#E 2"])] == ["2"]
-    assert issubclass(channel.Damaged, Exception)

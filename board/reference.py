@@ -1,0 +1,59 @@
+"""The pages that the board's own program draws on the virtual device, with the board's libraries
+and fonts: what the kernel's screen is compared with."""
+import pathlib
+import signal
+import sys
+
+from . import pictures
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "system-tests"))
+from virtual_device import DEVICE, Desk  # noqa: E402  (the path comes first)
+
+__all__ = ["DEVICE", "STEPS", "WHITE", "Reference"]
+STEPS = 66
+WHITE = b"\xff" * pictures.SIZE
+
+_known = {}
+
+
+class Reference:
+    """Pages of one build. root is the board's folder of files."""
+
+    def __init__(self, build, root, emulated):
+        self._root = root
+        self._key = str(build)
+        self._products = {"bootlume": build / "bin/bootlume",
+                          "library": build / "lib/libvirtual-device.so"}
+        if emulated:
+            self._products |= {"run_prefix": ["qemu-arm-static", "-L", str(root)], "prefix_env": "-E"}
+
+    def page(self, *texts, language=None):
+        """The 66 pictures of one turn of the ring, in their order."""
+        key = (self._key, texts, language)
+        if key not in _known:
+            with Desk(**self._products) as desk:
+                if language:
+                    desk.language(language)
+                _known[key] = self._turn(desk, texts)
+        return _known[key]
+
+    def _turn(self, desk, texts):
+        splash = desk.start(*texts, env={"FONTCONFIG_FILE": self._fonts(desk)})
+        pages, first, number = {}, None, 0
+        while len(pages) < STEPS:
+            frame = desk.screen.wait_for_frame(number + 1)
+            number = frame.number
+            if frame.pixels != WHITE:
+                first = first or number
+                pages.setdefault((number - first) % STEPS, frame.pixels)
+        splash.signal(signal.SIGINT)
+        assert splash.wait() == 0, splash.stderr
+        return [pages[step] for step in range(STEPS)]
+
+    def _fonts(self, desk):
+        """A font configuration with the board's fonts and rules and no others."""
+        if "run_prefix" in self._products:
+            return None   # the emulation looks into the board's folder first
+        return desk.write("fonts.conf", "<?xml version='1.0'?><fontconfig>"
+                          f"<dir>{self._root}/usr/share/fonts</dir>"
+                          f"<include>{self._root}/etc/fonts/conf.d</include></fontconfig>")

@@ -1,0 +1,28 @@
+"""Compares what the screen showed with the pages of one turn of the ring."""
+from board import pictures, reference
+
+
+def nearest(shown, turn):
+    """The page with the fewest differing pixels, and what differs."""
+    return min(((page, *pictures.different_pixels(shown, page)) for page in turn),
+               key=lambda found: found[1])
+
+
+def steps(screens, turn, before=(reference.WHITE,), folder=None):
+    """The ring's step on each screen. Screens that still show a page of `before` may come first;
+    from then on every pixel of every screen must be a page of the turn."""
+    known = {page: step for step, page in enumerate(turn)}
+    start = 0
+    while start < len(screens) and screens[start] in before:
+        start += 1
+    found = [known.get(screen) for screen in screens[start:]]
+    assert found, "the screen never showed the page"
+    if None in found:
+        screen = screens[start + found.index(None)]
+        page, count, first = nearest(screen, turn)
+        for name, picture in (("shown", screen), ("expected", page),
+                              ("difference", pictures.difference(screen, page))):
+            (folder / f"{name}.png").write_bytes(pictures.png(picture))
+        raise AssertionError(f"a screen differs from the nearest page in {count} pixels, first at"
+                             f" {first}; the pictures lie in {folder}")
+    return found
