@@ -10,6 +10,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <poll.h>
 #include <spawn.h>
 #include <sstream>
 #include <sys/inotify.h>
@@ -83,10 +84,12 @@ std::string dequeue() {
     return error == 0 ? std::to_string(index) : outcome(error);
 }
 
-/// Flips `count` times with every byte of picture n equal to n + 1.
-std::string flip(std::uint32_t count) {
-    std::uint32_t held = 0;
-    for (std::uint32_t n = 1; n <= count; ++n) {
+/// Flips while `goOn` says so, with every byte of the n-th picture of the process equal to n + 1.
+std::string flipWhile(const std::function<bool()>& goOn) {
+    static std::uint32_t n = 0;
+    static std::uint32_t held = 0;
+    while (goOn()) {
+        ++n;
         std::memset(mappings[held]->bytes(), int((n + 1) % 256), mappings[held]->length());
         if (const int error = device->queue(held))
             return outcome(error);
@@ -94,6 +97,15 @@ std::string flip(std::uint32_t count) {
             return outcome(error);
     }
     return "0";
+}
+
+std::string flip(std::uint32_t count) {
+    return flipWhile([&count] { return count-- > 0; });
+}
+
+std::string flipUntilTold() {
+    pollfd input = {STDIN_FILENO, POLLIN, 0};
+    return flipWhile([&input] { return ::poll(&input, 1, 0) == 0; });
 }
 
 /// What a descriptor holds, which is closed, or the errno's name.
@@ -308,6 +320,7 @@ const std::map<std::string, std::function<std::string(const std::string&)>> WORD
     {"on", [](const std::string&) { return outcome(device->streamOn()); }},
     {"off", [](const std::string&) { return outcome(device->streamOff()); }},
     {"flip", [](const std::string& n) { return flip(number(n)); }},
+    {"flip-until-told", [](const std::string&) { return flipUntilTold(); }},
     {"talk", talk},
     {"execve", [](const std::string& path) { return execute(path, true); }},
     {"execv", [](const std::string& path) { return execute(path, false); }},

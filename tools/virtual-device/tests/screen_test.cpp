@@ -2,8 +2,7 @@
 #include "../screen.h"
 #include "desk.h"
 
-#include <algorithm>
-#include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <optional>
@@ -47,8 +46,8 @@ public:
         return frame;
     }
     bool uniform() const {
-        return std::all_of(pixels.begin(), pixels.end(),
-                           [this](unsigned char byte) { return byte == pixels[0]; });
+        // Each byte equals its neighbour; also quick in an instrumented test.
+        return std::memcmp(pixels.data(), pixels.data() + 1, pixels.size() - 1) == 0;
     }
 
     std::vector<unsigned char> pixels = std::vector<unsigned char>(PAGE_BYTES);
@@ -99,22 +98,21 @@ TEST(AScreen, ShowsEachPictureWholeAndOnce) {
 TEST(AScreen, IsNeverTornHoweverFastItsPicturesCome) {
     Desk desk;
     Reader reader(desk);
-    desk.start(session("1000", {}), {{"VIRTUAL_DEVICE_REFRESH", "0"}});
+    desk.start(session("10", {"flip-until-told"}), {{"VIRTUAL_DEVICE_REFRESH", "0"}});
     int whole = 0;
     int torn = 0;
-    ASSERT_TRUE(eventually([&] {
+    EXPECT_TRUE(eventually([&] {
         const std::uint64_t number = reader.newest();
-        // The oldest frame that may still be there: the one that the writer takes next.
+        // The newest, and the oldest that may still be there: the one that the writer takes next.
         for (const std::uint64_t wanted : {number, number - 7}) {
             if (number < 10 || !reader.copy(wanted))
                 continue;
             ++whole;
             torn += reader.uniform() && reader.pixels[0] == wanted % 256 ? 0 : 1;
         }
-        return number >= 1001;
+        return whole >= 200;
     }));
     EXPECT_EQ(0, torn);
-    EXPECT_GT(whole, 50);
     EXPECT_EQ(0, desk.finish().status);
 }
 
