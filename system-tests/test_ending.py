@@ -10,8 +10,8 @@ from pathlib import Path
 
 import pytest
 
-from lines import (ALL_LINES, DISPATCHER, ENDING, LOOP, OWN_LINES, SERVER, lines_of,
-                   listens, traced, wait_until_running)
+from lines import (ALL_LINES, DISPATCHER, ENDING, LOOP, OWN_LINES, SERVER, WATCHER,
+                   lines_of, listens, traced, wait_until_running)
 from virtual_device import DEVICE, SOCKET, TRACE_CONFIG
 
 LONGEST_TO_CLOSE_MS = 60
@@ -27,7 +27,7 @@ def by_signal(number, thread=LOOP):
 
 def by_signal_to_any_thread(number):
     """The kernel asks the main thread first, but another may be quicker to take the signal."""
-    return {by_signal(number, LOOP), by_signal(number, SERVER)}
+    return {by_signal(number, thread) for thread in (LOOP, SERVER, WATCHER)}
 
 
 def send_to_thread(pid, thread, number):
