@@ -16,3 +16,18 @@ function(project_test name)
     RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120 ${arg_PROPERTIES})
 endfunction()
+
+# desk_preload(VARIABLE): what LD_PRELOAD must hold for a program that is to run on the virtual device.
+# A sanitizer's run-time library must come before every other preloaded library.
+function(desk_preload variable)
+  set(preload $<TARGET_FILE:virtual-device>)
+  foreach(sanitizer address thread)
+    if(BOOTLUME_SANITIZE MATCHES ${sanitizer} AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+      string(SUBSTRING ${sanitizer} 0 1 letter)
+      execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=lib${letter}san.so
+                      OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
+      set(preload ${runtime}:${preload})
+    endif()
+  endforeach()
+  set(${variable} ${preload} PARENT_SCOPE)
+endfunction()
