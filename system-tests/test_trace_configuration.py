@@ -1,0 +1,203 @@
+"""The trace configuration of the whole program: the file at its place, followed while it runs."""
+
+import os
+import time
+
+import pytest
+
+from lines import (ALL_LINES, DISPATCHER, ENDING, LOOP, OWN_LINES, SERVER, TRACE_FILE,
+                   TRACE_WATCHER, WATCHER, lines_of, traced, wait_until_running)
+from virtual_device import TRACE_CONFIG, wait_until
+
+LONGEST_TO_FOLLOW_S = 0.2
+CHANGES = 10
+
+
+def library(text, thread, file=TRACE_FILE):
+    return traced("VERBOSE", text, file, thread, "TRACING")
+
+
+def entry_lines(thread, level, masks, to_syslog=0):
+    """What is said of an entry while it is read."""
+    return [library(text, thread) for text in (
+        "found entry, appName = bootlume", f"set level, level = {level}",
+        f"set mask, masks = {masks}", f"set syslog, toSyslog = {to_syslog}")]
+
+
+SOME_CHANGES = library("some changes", WATCHER)
+
+
+def wait_for_watch(splash):
+    """Until then a change would go unseen."""
+    splash.wait_for_record("inotify_add_watch")
+
+
+def levels(splash):
+    return {line.level for line in splash.trace()}
+
+
+def test_without_a_file_only_important_lines_are_written(desk):
+    splash = wait_until_running(desk.start())
+    splash.screen.wait_for_frame(2)
+    splash.send("refused")
+    assert splash.quit() == 0
+    assert lines_of(splash) == [
+        traced("WARN", "Wrong message format, tmp.size() = 1", ENDING, SERVER)]
+
+
+@pytest.mark.parametrize("line, seen", [
+    ("bootlume 1 0 0", set()), ("bootlume 0 0 0", set()), ("bootlume 2 0 0", set()),
+    ("bootlume 3 0 0", {"WARN"}), ("BOOTLUME 5 0 0", {"WARN", "DEBUG"}),
+    ("bootlume 99 0 0", {"WARN", "DEBUG", "VERBOSE"}),
+    ("bootlume\t6\t0\t0", {"WARN", "DEBUG", "VERBOSE"}), ("bootlume  6 0 0", set()),
+    (" bootlume 6 0 0", {"WARN"}), ("bootlume 6 0", {"WARN"}), ("other 6 0 0", {"WARN"}),
+    ("bootlume five 0 0", set()),
+], ids=repr)
+def test_the_level_of_the_entry_is_in_force_from_the_start(desk, line, seen):
+    if line == "bootlume  6 0 0":
+        line = "bootlume  6 0 0 0"  # the doubled blank shifts the tokens: no level, and no syslog
+    desk.trace_config(line)
+    splash = wait_until_running(desk.start())
+    splash.screen.wait_for_frame(2)
+    splash.send("refused")
+    splash.send("QUIT")
+    assert splash.wait() == 0
+    assert levels(splash) == seen
+
+
+@pytest.mark.parametrize("mask, seen", [
+    ("80002", {DISPATCHER}), ("0x80002", {DISPATCHER}), ("80004", {TRACE_FILE, TRACE_WATCHER}),
+    ("FFFFFFFF", {DISPATCHER, TRACE_FILE, TRACE_WATCHER}), ("2", set()), ("80000", set()),
+    ("80002,,4", {DISPATCHER}), ("1,80002", {DISPATCHER}), ("10002", set()),
+])
+def test_the_masks_select_the_librarys_lines(desk, mask, seen):
+    desk.trace_config(f"bootlume 6 {mask} 0")
+    splash = wait_until_running(desk.start())
+    wait_for_watch(splash)
+    desk.trace_config(f"bootlume 6 {mask} 0", "another line")
+    splash.wait_for_trace("Polling")
+    if TRACE_FILE in seen:
+        splash.wait_for_trace("some changes")
+    assert splash.quit() == 0
+    assert {line.file for line in splash.trace() if line.tag} <= {
+        DISPATCHER, TRACE_FILE, TRACE_WATCHER}
+    tagged = {line.file for line in splash.trace() if line.tag}
+    assert tagged == seen
+
+
+def test_a_change_is_followed_in_time_while_the_splash_runs(desk, capsys):
+    """The lines of the frames, 33 in a second, show when a level comes into force."""
+    desk.trace_config("bootlume 4 0 0")  # a file that is made later would not be watched
+    splash = wait_until_running(desk.start())
+    wait_for_watch(splash)
+    waits = []
+    for _ in range(CHANGES):
+        before = len(splash.stdout)
+        changed = time.monotonic()
+        desk.trace_config("bootlume 6 0 0")
+        wait_until(lambda: len(splash.stdout) > before, "a line")
+        waits.append(time.monotonic() - changed)
+        desk.trace_config("bootlume 4 0 0")
+        # Silent again: two frames without a line.
+        wait_until(lambda: two_silent_frames(splash), "silence")
+    assert splash.quit() == 0
+    with capsys.disabled():
+        print(f"\na change of the trace level shows: longest {max(waits) * 1000:.0f} ms; median "
+              f"{sorted(waits)[CHANGES // 2] * 1000:.0f} ms ({CHANGES} changes)")
+    assert sorted(waits)[CHANGES // 2] <= LONGEST_TO_FOLLOW_S
+
+
+def two_silent_frames(splash):
+    size = len(splash.stdout)
+    splash.screen.wait_for_frame(splash.screen.frame_number + 2)
+    return len(splash.stdout) == size
+
+
+def test_each_step_of_reading_is_traced(desk):
+    desk.trace_config(ALL_LINES)
+    splash = wait_until_running(desk.start())
+    splash.wait_for_trace("start trace config thread")
+    wait_for_watch(splash)
+    # In place and without a moment of emptiness: one write is one change.
+    with open(desk.path(TRACE_CONFIG), "r+b") as file:
+        file.write(b"bootlume 6 80004,80002 0 \n")
+    wait_until(lambda: len(splash.trace("some changes")) == 1, "the change")
+    wait_until(lambda: len(splash.trace("set syslog")) == 1, "its entry")
+    assert splash.quit() == 0
+    assert lines_of(splash, TRACE_FILE, TRACE_WATCHER) == [
+        library("start trace config thread", WATCHER, TRACE_WATCHER),
+        SOME_CHANGES, *entry_lines(WATCHER, 6, "524292,524290")]
+
+
+def test_a_line_with_a_typo_is_reported_and_the_next_one_examined(desk):
+    desk.trace_config("bootlume 6 mask 0", "bootlume 99999999999 0 0", OWN_LINES)
+    splash = wait_until_running(desk.start())
+    assert splash.quit() == 0
+    reading = [line for line in lines_of(splash, TRACE_FILE) if "ERROR" in line]
+    assert reading == [
+        traced("ERROR", f"no entry in {TRACE_CONFIG}: bootlume 6 mask 0: stoul", TRACE_FILE,
+               SERVER),
+        traced("ERROR", f"no entry in {TRACE_CONFIG}: bootlume 99999999999 0 0: stoi", TRACE_FILE,
+               SERVER)]
+    assert "DEBUG" in levels(splash)
+
+
+def test_a_typo_while_running_leaves_the_configuration_as_it_was(desk):
+    desk.trace_config(OWN_LINES)
+    splash = wait_until_running(desk.start())
+    wait_for_watch(splash)
+    with open(desk.path(TRACE_CONFIG), "r+b") as file:
+        file.write(b"bootlume 6 x 0\n")
+    splash.wait_for_trace(f"no entry in {TRACE_CONFIG}: bootlume 6 x 0: stoul")
+    splash.send("refused")
+    assert splash.quit() == 0
+    assert "VERBOSE" not in levels(splash)
+    assert splash.trace("End splash-screen over socket command.")
+
+
+@pytest.mark.parametrize("change", ["removed", "emptied", "replaced by a folder", "binary"])
+def test_a_file_that_is_spoilt_leaves_the_configuration_as_it_was(desk, change):
+    desk.trace_config(OWN_LINES)
+    splash = wait_until_running(desk.start())
+    wait_for_watch(splash)
+    path = desk.path(TRACE_CONFIG)
+    if change == "emptied":
+        os.truncate(path, 0)
+    elif change == "binary":
+        path.write_bytes(bytes(range(256)) * 1000)
+    else:
+        path.unlink()
+        if change != "removed":
+            path.mkdir()
+    splash.screen.wait_for_frame(splash.screen.frame_number + 5)
+    splash.send("refused")
+    assert splash.quit() == 0
+    assert levels(splash) == {"WARN", "DEBUG"}
+    assert splash.stderr == ""
+
+
+@pytest.mark.parametrize("spoilt", [b"", b"\0" * 4096, b"\n" * 100_000, b"x" * 1_000_000,
+                                    b"bootlume 6 0", None],
+                         ids=["empty", "zeros", "empty lines", "a long line", "cut off", "folder"])
+def test_a_file_without_an_entry_starts_the_splash_as_usual(desk, spoilt):
+    if spoilt is None:
+        desk.path(TRACE_CONFIG).mkdir()
+    else:
+        desk.write(TRACE_CONFIG, spoilt)
+    splash = wait_until_running(desk.start())
+    splash.send("refused")
+    assert splash.quit() == 0
+    assert levels(splash) == {"WARN"} and splash.stderr == ""
+
+
+def test_the_loops_lines_carry_their_subsystem(desk):
+    desk.trace_config("bootlume 6 80002 0")
+    splash = wait_until_running(desk.start())
+    assert splash.quit() == 0
+    lines = lines_of(splash, DISPATCHER)
+
+    def loop_line(text, thread):
+        return traced("VERBOSE", text, DISPATCHER, thread, "DISPATCHER")
+    assert lines == [loop_line(text, SERVER) for text in (
+        "create dispatcher", "post message", "entering dispatcher loop", "got message")] + [
+        loop_line(text, LOOP) for text in ("exiting dispatcher loop", "destroy dispatcher")]
