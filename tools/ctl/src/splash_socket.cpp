@@ -132,7 +132,8 @@ SplashSocket::Sent SplashSocket::send(const std::string& message,
         makeRoom(descriptor.get(), message.size());
         int flags = MSG_NOSIGNAL | MSG_DONTWAIT;
         if (patience.count() > 0) {
-            const timeval limit{patience.count() / 1000, (patience.count() % 1000) * 1000};
+            const timeval limit{static_cast<time_t>(patience.count() / 1000),
+                                static_cast<suseconds_t>(patience.count() % 1000 * 1000)};
             setsockopt(descriptor.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
             flags = MSG_NOSIGNAL;
         }
