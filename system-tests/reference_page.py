@@ -50,10 +50,10 @@ def select(context, font, size):
     return context.text_extents("cairo").height
 
 
-def draw_text(context, text, top, style, chinese):
+def draw_text(context, text, top, style, chinese, taller):
     pieces = runs(text, chinese)
     first, font = pieces[0]
-    baseline = top + select(context, font, style.size)
+    baseline = top + select(context, font, style.size) + taller
     if style.always_whole or len(pieces) == 2:
         baseline = math.trunc(baseline)
     context.move_to(18, baseline)
@@ -65,13 +65,13 @@ def draw_text(context, text, top, style, chinese):
         context.show_text(rest)
 
 
-def draw_page(context, title, lines, frame, chinese):
+def draw_page(context, title, lines, frame, chinese, taller):
     context.set_source_rgb(1, 1, 1)
     context.paint()
     context.set_source_rgb(0.1, 0.1, 0.1)
-    draw_text(context, title, 127, TITLE, chinese)
+    draw_text(context, title, 127, TITLE, chinese, taller)
     for number, line in enumerate(lines):
-        draw_text(context, line, 163 + 27 * number, LINE, chinese)
+        draw_text(context, line, 163 + 27 * number, LINE, chinese, taller)
     context.set_source_rgb(0, 0, 0)
     context.set_line_width(0.5)
     context.move_to(18.5, 150.5)
@@ -85,12 +85,12 @@ def draw_page(context, title, lines, frame, chinese):
         context.stroke()
 
 
-def page(title=DEFAULT_TITLE, lines=(), frame=0, chinese=False):
-    """The bytes of the frame buffer: rows of RGB565."""
+def page(title=DEFAULT_TITLE, lines=(), frame=0, chinese=False, taller=0):
+    """The bytes of the frame buffer: rows of RGB565. `taller`: see the cairo recorder."""
     memory = bytearray(STRIDE * HEIGHT)
     surface = cairo.ImageSurface.create_for_data(memory, cairo.Format.RGB16_565, WIDTH, HEIGHT,
                                                  STRIDE)
-    draw_page(cairo.Context(surface), title, lines, frame, chinese)
+    draw_page(cairo.Context(surface), title, lines, frame, chinese, taller)
     surface.finish()
     return bytes(memory)
 

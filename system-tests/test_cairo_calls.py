@@ -16,10 +16,11 @@ RGB16_565 = 4
 @pytest.fixture
 def record(desk, preload):
     """record(*texts, frames=n): the cairo calls of a whole run, and what it did to its device."""
-    def run(*texts, frames=3, **options):
+    def run(*texts, frames=3, taller=0, **options):
         path = desk.root / "cairo"
-        running = desk.start(*texts, refresh=0, **options,
-                             env={**preload("cairo-recorder"), "CAIRO_RECORDER_LOG": path})
+        running = desk.start(*texts, refresh=0, **options, env={
+            **preload("cairo-recorder"), "CAIRO_RECORDER_LOG": path,
+            "CAIRO_RECORDER_TALLER": taller})
         running.screen.wait_for_frame(frames + 1)
         assert running.quit() == 0
         calls = [json.loads(line) for line in path.read_text().splitlines()]
@@ -39,10 +40,10 @@ def height(font, size):
     return context.text_extents("cairo").height
 
 
-def run_of_text(text, font, size, x, y):
+def run_of_text(text, font, size, x, y, taller=0):
     return [("cairo_select_font_face", font, 0, 0),
             ("cairo_set_font_size", size),
-            ("cairo_text_extents", "cairo", height(font, size)),
+            ("cairo_text_extents", "cairo", height(font, size) + taller),
             ("cairo_move_to", x, y),
             ("cairo_show_text", text)]
 
@@ -138,6 +139,31 @@ def test_a_chinese_page_with_nothing_behind_the_product_name(desk, record):
         run_of_text("Brem K5 ", LATIN, 15, 18, title),
         run_of_text("", CHINESE, 15, 74, title - 1),
         run_of_text("Der Brem K5 startet", CHINESE, 21, 18, 163 + height(CHINESE, 21)))
+
+
+def test_the_title_and_a_line_of_two_runs_stand_on_whole_pixels_and_other_lines_do_not(desk,
+                                                                                       record):
+    desk.language("zh")
+    run = record("启动", "Brem K5 启动\n请稍候\nBitte warten", taller=0.75)
+    title = 127 + height(CHINESE, 15)
+    split = 163 + height(LATIN, 21)
+    whole = 190 + height(CHINESE, 21) + 0.75
+    assert title == math.trunc(title) and split == math.trunc(split)
+    assert_whole_run(
+        run,
+        run_of_text("启动", CHINESE, 15, 18, title, 0.75),
+        run_of_text("Brem K5 ", LATIN, 21, 18, split, 0.75),
+        run_of_text("启动", CHINESE, 21, 98, split - 2, 0.75),
+        run_of_text("请稍候", CHINESE, 21, 18, whole, 0.75),
+        run_of_text("Bitte warten", CHINESE, 21, 18, whole + 27, 0.75))
+
+
+def test_in_latin_only_the_title_stands_on_a_whole_pixel(record):
+    run = record("Brem K5 Titel", "Brem K5 Zeile", taller=0.75)
+    assert_whole_run(
+        run,
+        run_of_text("Brem K5 Titel", LATIN, 15, 18, 127 + height(LATIN, 15), 0.75),
+        run_of_text("Brem K5 Zeile", LATIN, 21, 18, 163 + height(LATIN, 21) + 0.75, 0.75))
 
 
 def test_the_ring_begins_its_second_turn_with_the_first_angle(record):

@@ -132,6 +132,19 @@ def test_the_default_title_is_drawn_in_two_fonts_in_chinese(desk, standing, same
     assert_page(standing(), same, [], DEFAULT_TITLE, chinese=True)
 
 
+@pytest.mark.parametrize("chinese", [False, True], ids=["latin", "chinese"])
+def test_a_height_between_two_pixels_is_cut_where_it_must_be(desk, standing, preload, same,
+                                                             chinese):
+    if chinese:
+        desk.language("zh")
+    lines = ["Brem K5 Start", "Bitte warten"]
+    running = standing("Brem K5 Titel", "\n".join(lines), env={
+        **preload("cairo-recorder"), "CAIRO_RECORDER_LOG": desk.root / "cairo",
+        "CAIRO_RECORDER_TALLER": "0.75"})
+    for number in (0, 1):
+        same(page("Brem K5 Titel", lines, number, chinese, taller=0.75), ring(running, number))
+
+
 SELECTION = b'"selectedLanguage":"zh"'
 SETTINGS = {
     "among-others": (b'{"a":1,"selectedLanguage":"zh","b":2}', True),
