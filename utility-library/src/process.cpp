@@ -39,13 +39,16 @@ Process::~Process() {
 
 void Process::start(ResultCallback callback) {
     TRACE(Trace::LEVEL_DEBUG, "Function: start");
-    if (m_thread) {
-        TRACE(Trace::LEVEL_WARN, "already running");
-    } else if (m_detached) {
-        startDetached(callback);
-    } else {
-        startAttached(callback);
-    }
+    // Excludes sendResult(): a quick worker's result must find the thread that it is to join.
+    m_lifeline.end().call([&](Process&) {
+        if (m_thread) {
+            TRACE(Trace::LEVEL_WARN, "already running");
+        } else if (m_detached) {
+            startDetached(callback);
+        } else {
+            startAttached(callback);
+        }
+    });
 }
 
 void Process::stop() {

@@ -22,9 +22,10 @@ namespace brem {
 /// Runs one program as a child on a worker thread and reports its exit code through the dispatcher.
 ///
 /// start(), stop() and the destructor belong to the owner; the result callback runs on the
-/// dispatcher's thread. The dispatcher may be deleted first: a result that comes after that is
-/// dropped. Attached, the child's output is logged line by line; detached, the child has a session
-/// of its own and no streams.
+/// dispatcher's thread, which may be another one than the owner's: then a callback that has begun
+/// may outlast the destructor. The dispatcher may be deleted first: a result that comes after that
+/// is dropped. Attached, the child's output is logged line by line; detached, the child has a
+/// session of its own and no streams.
 class Process : public IProcess {
 public:
     /// The first argument is the program's path and its argument zero. Borrows the dispatcher.
