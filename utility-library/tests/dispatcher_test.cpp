@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -254,6 +255,22 @@ TEST_F(ADispatcher, RunsEveryMessageOfManyThreadsOnItsOwnThreadInEachThreadsOrde
     loop.join();
     EXPECT_THAT(next, testing::Each(MESSAGES));
     EXPECT_EQ(misplaced, 0);
+}
+
+TEST_F(ADispatcher, RunsADelayedMessageNoEarlierThanItsDelay) {
+    const auto begin = std::chrono::steady_clock::now();
+    dispatcher.postDelayed(30ms, [this] { dispatcher.stop(); });
+    dispatcher.run();
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 30ms);
+}
+
+TEST_F(ADispatcher, EndsSoonAfterAStopFromAnotherThread) {
+    std::promise<void> running;
+    dispatcher.post([&] { running.set_value(); });
+    auto loop = std::async(std::launch::async, [&] { dispatcher.run(); });
+    running.get_future().wait();
+    dispatcher.stop();
+    EXPECT_EQ(loop.wait_for(10s), std::future_status::ready);
 }
 
 TEST_F(ADispatcher, SignalsOnceAfterItsLockAndYieldsOnEveryPost) {
