@@ -3,6 +3,8 @@
 
 #include "tracing.h"
 
+#include <chrono>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -171,6 +173,18 @@ TEST_F(ATraceMessage, IsEnabledByAWordThatSharesAGroupBitAndASubsystemBit) {
         EXPECT_EQ(Log::isMaskEnabled(one.mask), one.enabled)
             << testing::PrintToString(one.words) << " " << one.mask;
     }
+}
+
+TEST_F(ATraceMessage, IsWrittenWholeOnceTheOutputLockIsFree) {
+    const StdoutCapture output;
+    std::unique_lock<std::mutex> lock(Log::s_logMutex);
+    auto written = std::async(std::launch::async, [] { lineOf(4) << "text"; });
+    // A line that does not wait is written long before this.
+    EXPECT_EQ(written.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_EQ(output.text(), "");
+    lock.unlock();
+    written.get();
+    EXPECT_EQ(messageOf(output), " text");
 }
 
 TEST_F(ATraceMessage, OfManyThreadsIsNeverMixedWithAnother) {

@@ -4,7 +4,9 @@
 
 #include "tracing.h"
 
+#include <dlfcn.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -16,7 +18,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -46,22 +47,16 @@ void tell(const std::string& line) {
     }
 }
 
-long threadCount() {
-    namespace fs = std::filesystem;
-    return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
-}
-
 /// Outlives the trace, and tells what that leaves behind.
 struct Witness {
-    Witness() : threads(threadCount()) {}
+    Witness() = default;
     ~Witness() {
         const auto time =
             std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - mainLeft).count();
         std::ostringstream text;
         text << "* end alive=" << Log::isAlive::s_alive
              << " watcher=" << (Log::s_traceConfigThread != nullptr)
-             << " name=" << (Log::s_name != nullptr) << " freed=" << isFreed()
-             << " threads=" << threadCount() - threads << " us=" << time;
+             << " name=" << (Log::s_name != nullptr) << " freed=" << isFreed() << " us=" << time;
         tell(text.str());
     }
     bool isFreed() const {
@@ -69,7 +64,6 @@ struct Witness {
                __asan_address_is_poisoned(name) != 0;
     }
 
-    long threads;
     const char* name = nullptr;
     Clock::time_point mainLeft;
 };
@@ -229,6 +223,14 @@ void __syslog_chk(int priority, int, const char* format, ...) {
     if (!s_quiet) {
         tell("* syslog " + std::to_string(priority) + " " + format);
     }
+}
+
+int pthread_join(pthread_t thread, void** result) {
+    using Join = int(pthread_t, void**);
+    static const auto real = reinterpret_cast<Join*>(dlsym(RTLD_NEXT, "pthread_join"));
+    const int error = real(thread, result);
+    tell("* join");
+    return error;
 }
 
 int poll(struct pollfd* waits, nfds_t count, int timeout) {
