@@ -30,23 +30,42 @@ Dispatcher::~Dispatcher() {
 void Dispatcher::run() {
     TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "entering dispatcher loop");
     m_running = true; // a stop() that came before is lost, on purpose
+    std::unique_lock<std::mutex> lock(m_mutex);
     while (m_running) {
-        waitForMessage();
+        waitForMessage(lock);
         if (!m_running) {
             break;
         }
-        const Message message = take(); // the entry stays queued, and counted, while it runs
-        try {
-            if (message) {
-                message();
-            }
-        } catch (...) {
-            forgetCurrent(); // the entry stays queued
-            throw;
-        }
-        removeCurrent();
+        runMessage(take(), lock);
     }
+    lock.unlock();
     TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "exiting dispatcher loop");
+}
+
+/// Calls the copy with the mutex free; the entry stays queued, and counted, until the copy has run.
+void Dispatcher::runMessage(Message copy, std::unique_lock<std::mutex>& lock) {
+    lock.unlock();
+    try {
+        if (copy) {
+            copy();
+        }
+    } catch (...) {
+        lock.lock();
+        m_current = m_queue.end(); // the entry stays queued
+        lock.unlock();
+        throw;
+    }
+    Queue done;
+    lock.lock();
+    if (m_current != m_queue.end()) {
+        done.splice(done.end(), m_queue, m_current);
+        m_current = m_queue.end();
+    }
+    lock.unlock();
+    // Destroyed with the mutex free: what a message holds may post when it is destroyed.
+    done.clear();
+    copy = nullptr;
+    lock.lock();
 }
 
 void Dispatcher::post(Message message) {
@@ -114,8 +133,7 @@ Dispatcher::Queue::iterator Dispatcher::firstDue() {
                         [](const Entry& entry) { return entry.due <= Clock::now(); });
 }
 
-void Dispatcher::waitForMessage() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+void Dispatcher::waitForMessage(std::unique_lock<std::mutex>& lock) {
     while (firstDue() == m_queue.end() && m_running) {
         auto wait = LONGEST_WAIT;
         const auto earliest =
@@ -135,27 +153,12 @@ void Dispatcher::waitForMessage() {
 }
 
 IDispatcher::Message Dispatcher::take() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
     m_current = firstDue();
     if (m_current == m_queue.end()) {
         return {};
     }
     TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "got message");
     return m_current->message;
-}
-
-void Dispatcher::forgetCurrent() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_current = m_queue.end();
-}
-
-void Dispatcher::removeCurrent() {
-    Queue done; // destroyed with the mutex free, as in clear()
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_current != m_queue.end()) {
-        done.splice(done.end(), m_queue, m_current);
-        m_current = m_queue.end();
-    }
 }
 
 } // namespace brem

@@ -42,10 +42,9 @@ private:
     void append(std::chrono::nanoseconds delay, Message&& message);
     void postAfter(std::chrono::nanoseconds delay, Message&& message);
     Queue::iterator firstDue();
-    void waitForMessage();
+    void waitForMessage(std::unique_lock<std::mutex>& lock);
     Message take();
-    void forgetCurrent();
-    void removeCurrent();
+    void runMessage(Message copy, std::unique_lock<std::mutex>& lock);
 
     std::condition_variable m_condition;
     std::mutex m_mutex;

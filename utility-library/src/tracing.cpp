@@ -10,13 +10,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <iomanip>
+#include <sstream>
 
 namespace Trace {
 
 namespace {
 
 const char* const COLOR_RESET = "\033[0;39;49m";
+constexpr std::size_t THREAD_COLUMNS = 16;
+constexpr std::size_t LEVEL_COLUMNS = 7;
 constexpr int NOT_SENT = -1;
 // syslog's priority of each level; level 0 is not sent.
 const int SYSLOG_PRIORITIES[MAX_LEVEL_NAME] = {NOT_SENT, LOG_EMERG, LOG_ERR,  LOG_WARNING,
@@ -45,7 +47,29 @@ const char* colorOf(std::int32_t level) {
     return Log::s_enableColors || loud ? LEVEL_COLORS[tableIndex(level, MAX_LEVEL_COLOR)] : "";
 }
 
-void writeToSyslog(std::int32_t level, const std::string& text) {
+/// The date and time of a second, in local time. Valid until the thread asks again.
+const char* dateOf(time_t second) {
+    thread_local time_t lastSecond = -1;
+    thread_local char date[256] = "";
+    if (second != lastSecond) {
+        tm local{};
+        tzset(); // localtime_r alone would keep the first time zone that it saw
+        localtime_r(&second, &local);
+        std::strftime(date, sizeof date, "%Y%m%d-%H%M%S", &local);
+        lastSecond = second;
+    }
+    return date;
+}
+
+void appendRight(LineBuffer& line, const char* text, std::size_t columns) {
+    const std::size_t length = std::strlen(text);
+    if (length < columns) {
+        line.append(' ', columns - length);
+    }
+    line.append(text, length);
+}
+
+void writeToSyslog(std::int32_t level, const char* text) {
     if (!isNamedLevel(level)) {
         return;
     }
@@ -53,7 +77,7 @@ void writeToSyslog(std::int32_t level, const std::string& text) {
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
     // The text is the format on purpose: a "%" in a message is read as a conversion.
-    syslog(SYSLOG_PRIORITIES[level], text.c_str());
+    syslog(SYSLOG_PRIORITIES[level], text);
 #pragma GCC diagnostic pop
 }
 
@@ -79,61 +103,105 @@ char* Log::s_name = nullptr;
 static Initializer sInitializer;
 
 Log::Log(std::int32_t level, const char* file, int line, const char* name)
-    : m_level(level), m_toSyslog(s_configuration.toSyslog) {
-    begin(file, line, name);
+    : m_level(level),
+      m_toSyslog(s_configuration.toSyslog),
+      m_file(file),
+      m_line(line),
+      m_head(&m_text) {
+    begin(name);
 }
 
 Log::Log(std::int32_t level, const char* file, int line, std::int32_t id)
-    : m_level(level), m_toSyslog(s_configuration.toSyslog) {
+    : m_level(level),
+      m_toSyslog(s_configuration.toSyslog),
+      m_file(file),
+      m_line(line),
+      m_head(&m_text) {
     // The tag begins with a colon of its own: an id shows as two colons and its digits, on purpose.
     char tag[16] = "";
     if (id > 0) {
         std::snprintf(tag, sizeof tag, ":%x", static_cast<unsigned>(id));
     }
-    begin(file, line, tag);
+    begin(tag);
 }
 
-void Log::begin(const char* file, int line, const char* tag) {
+void Log::begin(const char* tag) {
     if (m_toSyslog) {
-        beginSyslogLine(file, line);
+        beginSyslogLine();
     } else {
-        beginConsoleLine(file, line, tag);
+        beginConsoleLine(tag);
     }
 }
 
-void Log::beginSyslogLine(const char* file, int line) {
-    m_head << LEVEL_NAMES[tableIndex(m_level, MAX_LEVEL_NAME)] << "|" << file << ":" << line << ":"
-           << ThreadName().text << "| ";
+void Log::beginSyslogLine() {
+    m_text.append(LEVEL_NAMES[tableIndex(m_level, MAX_LEVEL_NAME)]);
+    m_text.append('|');
+    if (m_file == nullptr) {
+        m_head.setstate(std::ios_base::badbit); // the rest of the line is lost
+        return;
+    }
+    m_text.append(m_file);
+    m_text.append(':');
+    m_text.appendNumber(m_line);
+    m_text.append(':');
+    m_text.append(ThreadName().text);
+    m_text.append("| ");
 }
 
-void Log::beginConsoleLine(const char* file, int line, const char* tag) {
+void Log::beginConsoleLine(const char* tag) {
     timeval now{};
     gettimeofday(&now, nullptr);
-    const time_t seconds = now.tv_sec;
-    tm local{};
-    tzset(); // localtime_r alone would keep the first time zone that it saw
-    localtime_r(&seconds, &local);
-    char date[256] = "";
-    std::strftime(date, sizeof date, "%Y%m%d-%H%M%S", &local);
+    const ThreadName thread;
+    const char* const name = isNamedLevel(m_level) ? LEVEL_NAMES[m_level] : "";
+    m_color = colorOf(m_level);
 
-    const char* const color = colorOf(m_level);
-    m_head << color << "[" << date << ":" << std::setfill('0') << std::setw(3) << now.tv_usec / 1000
-           << std::setfill(' ') << "] (" << getpid() << ") (" << std::setw(16) << ThreadName().text
-           << ") " << std::setw(7) << (isNamedLevel(m_level) ? LEVEL_NAMES[m_level] : "");
+    m_text.append(m_color);
+    m_text.append('[');
+    m_text.append(dateOf(now.tv_sec));
+    m_text.append(':');
+    m_text.appendNumber(now.tv_usec / 1000, 3);
+    m_text.append("] (");
+    m_text.appendNumber(getpid());
+    m_text.append(") (");
+    appendRight(m_text, thread.text, THREAD_COLUMNS);
+    m_text.append(") ");
+    appendRight(m_text, name, LEVEL_COLUMNS);
     if (tag != nullptr) {
-        m_head << ":" << tag;
+        m_text.append(':');
+        m_text.append(tag);
     }
-    m_head << "\t|";
-    m_tail << "| " << file << ":" << line << (*color != '\0' ? COLOR_RESET : "");
+    m_text.append("\t|");
+}
+
+void Log::endConsoleLine() {
+    m_text.append("| ");
+    if (m_file != nullptr) { // without a file the rest of the trailer is lost, too
+        m_text.append(m_file);
+        m_text.append(':');
+        m_text.appendNumber(m_line);
+        m_text.append(*m_color != '\0' ? COLOR_RESET : "");
+    }
+    m_text.append('\n');
+}
+
+void Log::appendString(const char* text, std::size_t length) {
+    if (m_head.good()) {
+        m_text.append(' ');
+        m_text.append(text, length);
+    }
 }
 
 Log& Log::operator<<(const std::string& text) {
-    m_head << " " << text;
+    appendString(text.data(), text.size());
     return *this;
 }
 
 Log& Log::operator<<(const char* text) {
-    m_head << " " << text;
+    if (text == nullptr) {
+        m_head.setstate(std::ios_base::badbit);
+    } else {
+        appendString(text, std::strlen(text));
+    }
     return *this;
 }
 
@@ -154,15 +222,15 @@ Log& Log::operator<<(const BaseSnippet& snippet) {
 }
 
 Log::~Log() {
-    const std::string head = m_head.str();
-    const std::string tail = m_tail.str() + "\n";
-    const std::lock_guard<std::mutex> lock(s_logMutex);
     if (m_toSyslog) {
-        writeToSyslog(m_level, head);
+        const char* const text = m_text.terminated();
+        const std::lock_guard<std::mutex> lock(s_logMutex);
+        writeToSyslog(m_level, text);
         return;
     }
-    std::fwrite(head.data(), 1, head.size(), stdout);
-    std::fwrite(tail.data(), 1, tail.size(), stdout);
+    endConsoleLine();
+    const std::lock_guard<std::mutex> lock(s_logMutex);
+    std::fwrite(m_text.data(), 1, m_text.size(), stdout);
     std::fflush(stdout);
 }
 

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "line_buffer.h"
 #include "trace_config.h"
 #include "trace_values.h"
 
 #include <cstdint>
 #include <mutex>
-#include <sstream>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -112,14 +113,19 @@ public:
 
 private:
     static void startWatcher();
-    void beginConsoleLine(const char* file, int line, const char* tag);
-    void beginSyslogLine(const char* file, int line);
-    void begin(const char* file, int line, const char* tag);
+    void beginConsoleLine(const char* tag);
+    void beginSyslogLine();
+    void begin(const char* tag);
+    void endConsoleLine();
+    void appendString(const char* text, std::size_t length);
 
     std::int32_t m_level;
     bool m_toSyslog; ///< as it was when the line began: both halves of a line agree
-    std::ostringstream m_head;
-    std::ostringstream m_tail;
+    const char* m_file;
+    int m_line;
+    const char* m_color = ""; ///< empty where the line has none
+    LineBuffer m_text;        ///< what the head stream has taken
+    std::ostream m_head;
 };
 
 /// Ends the facility at process exit: stops and joins the watcher.
@@ -133,9 +139,8 @@ public:
 
 } // namespace Trace
 
-// The message is evaluated only where the line is written; the level is tested first. It is a chain of
-// pieces to stream, so it stands without parentheses.
-// NOLINTBEGIN(bugprone-macro-parentheses)
+// The message is evaluated only where the line is written; the level is tested first. It is a chain
+// of pieces to stream, so it stands without parentheses. NOLINTBEGIN(bugprone-macro-parentheses)
 #define TRACE_ID(LEVEL, ID, MESSAGE)                                                               \
     do {                                                                                           \
         if ((LEVEL) <= Trace::Log::level()) {                                                      \

@@ -48,7 +48,8 @@ TEST_F(ATraceToSyslog, TakesALevelOutsideTheTableAsAll) {
     configure(6, {}, true);
     for (const std::int32_t level : {0, -1, 7, 1000}) {
         Log line(level, "file.cpp", 41, 0);
-        EXPECT_EQ(dynamic_cast<std::ostringstream&>(line.stream()).str(), "ALL|file.cpp:41:main| ");
+        const auto& head = dynamic_cast<Trace::LineBuffer&>(*line.stream().rdbuf());
+        EXPECT_EQ(std::string(head.data(), head.size()), "ALL|file.cpp:41:main| ");
     }
 }
 

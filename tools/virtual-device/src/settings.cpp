@@ -56,7 +56,7 @@ void takePath(const char* name, char (&target)[PATH_MAX]) {
         refuse(name, value, "an absolute path is needed");
     if (strlen(value) >= sizeof(target))
         refuse(name, value, "the path is too long");
-    strcpy(target, value);
+    memcpy(target, value, strlen(value) + 1);
 }
 
 void takeRoot() {
@@ -77,7 +77,7 @@ void takeRoot() {
     const std::string screen = std::string(current.root) + "/screen";
     if (screen.size() >= sizeof(current.screen))
         refuse(ROOT, current.root, "the path is too long");
-    strcpy(current.screen, screen.c_str());
+    memcpy(current.screen, screen.c_str(), screen.size() + 1);
 }
 
 void takeRefresh() {
