@@ -162,7 +162,9 @@ def test_the_system_log(system_log):
 def test_the_main_thread_bears_the_loops_name(desk):
     splash = wait_until_running(desk.start())
     assert Path(f"/proc/{splash.pid}/comm").read_text().strip() == LOOP
-    names = sorted((task / "comm").read_text().strip()
-                   for task in Path(f"/proc/{splash.pid}/task").iterdir())
-    assert {LOOP, WATCHER} <= set(names)
+
+    def names():
+        return {(task / "comm").read_text().strip()
+                for task in Path(f"/proc/{splash.pid}/task").iterdir()}
+    wait_until(lambda: {LOOP, WATCHER} <= names(), "the threads to be named")
     assert splash.quit() == 0

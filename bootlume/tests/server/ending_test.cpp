@@ -1,0 +1,121 @@
+#include "server/ending.h"
+
+#include "dispatcher.h"
+#include "server/globals.h"
+#include "support/fake_dispatcher.h"
+#include "support/traced_test.h"
+
+#include <signal.h>
+
+#include <thread>
+#include <utility>
+
+namespace {
+
+const char* const FILE_NAME = "server/ending.cpp";
+
+class Ending : public TracedTest {
+protected:
+    Ending() { gdispatcher = &m_dispatcher; }
+    ~Ending() override { gdispatcher = nullptr; }
+
+    void handle(const std::string& message) {
+        handleCommand(message, [this](const std::string& title, const std::string& text) {
+            m_texts.emplace_back(title, text);
+        });
+    }
+
+    using Texts = std::vector<std::pair<std::string, std::string>>;
+
+    FakeDispatcher m_dispatcher;
+    Texts m_texts;
+};
+
+TEST_F(Ending, QuitStopsTheDispatcher) {
+    handle("QUIT");
+    EXPECT_EQ(m_dispatcher.stops, 1);
+    EXPECT_EQ(m_texts, Texts());
+    EXPECT_THAT(lines(), testing::ElementsAre(
+                             line("DEBUG", "End splash-screen over socket command.", FILE_NAME)));
+}
+
+TEST_F(Ending, QuitWithoutADispatcherIsOnlyTraced) {
+    gdispatcher = nullptr;
+    handle("QUIT");
+    EXPECT_EQ(m_dispatcher.stops, 0);
+    EXPECT_EQ(lines().size(), 1U);
+}
+
+TEST_F(Ending, TwoFieldsAreTheTexts) {
+    handle("title;lines");
+    handle("title;one\ntwo;");
+    handle(";only lines");
+    handle("QUIT;now");
+    handle(";;");
+    EXPECT_EQ(m_texts, (Texts{{"title", "lines"},
+                              {"title", "one\ntwo"},
+                              {"", "only lines"},
+                              {"QUIT", "now"},
+                              {"", ""}}));
+    EXPECT_EQ(m_dispatcher.stops, 0);
+    EXPECT_THAT(lines(), testing::IsEmpty());
+}
+
+TEST_F(Ending, AnyOtherNumberOfFieldsIsRefused) {
+    const std::vector<std::pair<std::string, int>> cases = {
+        {"", 0},    {"quit", 1},  {"QUIT\n", 1}, {"QUIT;", 1},
+        {";", 1},   {"title", 1}, {"a;b;c", 3},  {"a;;b", 3},
+        {";;;", 3}, {std::string("QUIT\0", 5), 1}};
+    std::vector<std::string> expected;
+    for (const auto& [message, pieces] : cases) {
+        handle(message);
+        expected.push_back(line("WARN",
+                                "Wrong message format, tmp.size() = " + std::to_string(pieces),
+                                FILE_NAME));
+    }
+    EXPECT_EQ(lines(), expected);
+    EXPECT_EQ(m_texts, Texts());
+    EXPECT_EQ(m_dispatcher.stops, 0);
+}
+
+TEST_F(Ending, ASignalStopsTheDispatcherOnTheRelaysThread) {
+    signalRelay.start(endBySignal);
+    shutdown(SIGINT);
+    while (m_dispatcher.stops == 0) {
+        std::this_thread::yield();
+    }
+    signalRelay.stop();
+    EXPECT_EQ(m_dispatcher.stops, 1);
+    EXPECT_THAT(lines(), testing::ElementsAre(
+                             line("DEBUG", "End splash-screen with SIG., sig = 2", FILE_NAME)));
+}
+
+TEST_F(Ending, ASignalWithoutADispatcherIsSwallowed) {
+    gdispatcher = nullptr;
+    shutdown(SIGINT); // had it been kept, the relay would hand it on as soon as it starts
+    gdispatcher = &m_dispatcher;
+    signalRelay.start(endBySignal);
+    shutdown(SIGHUP);
+    while (m_dispatcher.stops == 0) {
+        std::this_thread::yield();
+    }
+    signalRelay.stop();
+    EXPECT_THAT(lines(), testing::ElementsAre(
+                             line("DEBUG", "End splash-screen with SIG., sig = 1", FILE_NAME)));
+}
+
+TEST_F(Ending, AStopBeforeTheLoopRunsIsLost) {
+    brem::Dispatcher dispatcher;
+    gdispatcher = &dispatcher;
+    handle("QUIT");
+    endBySignal(SIGHUP);
+    bool ran = false;
+    dispatcher.post([this, &ran] {
+        ran = true;
+        handle("QUIT"); // this one is not
+    });
+    dispatcher.run();
+    EXPECT_TRUE(ran);
+}
+
+} // namespace

@@ -1,0 +1,129 @@
+#include "server/signal_relay.h"
+
+#include "thread_name.h"
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/prctl.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+std::string nameOfThisThread() {
+    char name[16] = "";
+    prctl(PR_GET_NAME, name, 0, 0, 0);
+    return name;
+}
+
+/// What the relay hands on, for a test that waits for it.
+class Receiver {
+public:
+    SignalRelay::Function function() {
+        return [this](int sig) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_signals.push_back(sig);
+            m_names.push_back(nameOfThisThread());
+            m_threads.push_back(std::this_thread::get_id());
+            m_changed.notify_all();
+        };
+    }
+
+    std::vector<int> wait(std::size_t count) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait_for(lock, std::chrono::seconds(10),
+                           [&] { return m_signals.size() >= count; });
+        return m_signals;
+    }
+
+    std::vector<std::string> names() const { return m_names; }
+    std::vector<std::thread::id> threads() const { return m_threads; }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<int> m_signals;
+    std::vector<std::string> m_names;
+    std::vector<std::thread::id> m_threads;
+};
+
+SignalRelay* handlersRelay = nullptr;
+
+void handler(int sig) {
+    handlersRelay->raise(sig);
+}
+
+TEST(SignalRelay, HandsEverySignalOnOnceOnItsOwnThread) {
+    Receiver receiver;
+    SignalRelay relay;
+    relay.start(receiver.function());
+    relay.raise(SIGINT);
+    relay.raise(SIGINT);
+    relay.raise(SIGHUP);
+    EXPECT_THAT(receiver.wait(3), testing::UnorderedElementsAre(SIGINT, SIGINT, SIGHUP));
+    relay.stop();
+    EXPECT_THAT(receiver.threads(), testing::Each(testing::Ne(std::this_thread::get_id())));
+    EXPECT_EQ(receiver.wait(3).size(), 3U);
+}
+
+TEST(SignalRelay, BearsTheNameOfTheThreadThatTookTheSignal) {
+    Receiver receiver;
+    SignalRelay relay;
+    relay.start(receiver.function());
+    std::thread taker([&] {
+        brem::nameThisThread("fifteen letters");
+        relay.raise(SIGINT);
+    });
+    taker.join();
+    receiver.wait(1);
+    relay.stop();
+    EXPECT_THAT(receiver.names(), testing::ElementsAre("fifteen letters"));
+}
+
+TEST(SignalRelay, WorksFromAHandlerThatTakesEverySignalOfAFlood) {
+    Receiver receiver;
+    SignalRelay relay;
+    relay.start(receiver.function());
+    handlersRelay = &relay;
+    struct sigaction taken {};
+    struct sigaction before {};
+    taken.sa_handler = handler;
+    ASSERT_EQ(sigaction(SIGUSR1, &taken, &before), 0);
+    constexpr std::size_t FLOOD = 1000;
+    for (std::size_t i = 0; i < FLOOD; ++i) {
+        ASSERT_EQ(raise(SIGUSR1), 0); // comes back once the handler has run
+    }
+    EXPECT_EQ(receiver.wait(FLOOD).size(), FLOOD);
+    relay.stop();
+    sigaction(SIGUSR1, &before, nullptr);
+    EXPECT_EQ(receiver.wait(FLOOD).size(), FLOOD);
+}
+
+TEST(SignalRelay, LeavesErrnoAlone) {
+    SignalRelay relay;
+    errno = E2BIG;
+    relay.raise(SIGINT);
+    EXPECT_EQ(errno, E2BIG);
+}
+
+TEST(SignalRelay, HandsNothingOnOnceItIsStopped) {
+    Receiver receiver;
+    SignalRelay relay;
+    relay.start(receiver.function());
+    relay.stop();
+    relay.raise(SIGINT);
+    EXPECT_THAT(receiver.wait(0), testing::IsEmpty());
+}
+
+TEST(SignalRelay, MayBeStoppedWithoutAStartAndTwice) {
+    SignalRelay relay;
+    relay.stop();
+    relay.stop();
+}
+
+} // namespace
