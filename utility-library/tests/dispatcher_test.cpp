@@ -219,6 +219,23 @@ TEST_F(ADispatcher, LetsAMessagePostWhenItIsDestroyedAfterItRan) {
     EXPECT_EQ(order, "ab");
 }
 
+TEST_F(ADispatcher, DestroysEveryCopyOfAMessageWithItsLockFree) {
+    struct AsksAtItsEnd {
+        brem::IDispatcher& loop;
+        explicit AsksAtItsEnd(brem::IDispatcher& asked) : loop(asked) {}
+        AsksAtItsEnd(const AsksAtItsEnd&) = default;
+        AsksAtItsEnd& operator=(const AsksAtItsEnd&) = delete;
+        ~AsksAtItsEnd() { loop.size(); }
+        void operator()() const {}
+    };
+    dispatcher.post(AsksAtItsEnd(dispatcher));
+    dispatcher.shutdown();
+    dispatcher.run();
+    dispatcher.post(AsksAtItsEnd(dispatcher));
+    dispatcher.clear();
+    EXPECT_EQ(dispatcher.size(), 0U);
+}
+
 TEST_F(ADispatcher, LetsAMessagePostWhenItIsDroppedByAClear) {
     auto atEnd = std::make_shared<PostsAtItsEnd>(dispatcher, writes('b'));
     dispatcher.post([this, atEnd] { order += 'a'; });
