@@ -50,12 +50,13 @@ BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcairo2-dev libboost-dev libg
 
 # What the tests need besides.
 # shellcheck disable=SC2034
-TEST_PACKAGES=(python3 python3-pytest python3-cairo python3-pil python3-numpy valgrind strace)
+TEST_PACKAGES=(python3 python3-pytest python3-cairo python3-pil python3-numpy valgrind strace
+               xvfb xdotool tmux)
 
 # What the preview and the client need.
 # shellcheck disable=SC2034
-TOOLS_PACKAGES=(libsdl2-dev libchafa-dev libwebp-dev libpng-dev nlohmann-json3-dev libcli11-dev
-                libfontconfig-dev libfreetype-dev)
+TOOLS_PACKAGES=(libsdl2-dev libchafa-dev libwebp-dev nlohmann-json3-dev libcli11-dev
+                libfontconfig-dev)
 
 # What the packages and their manuals need.
 # shellcheck disable=SC2034

@@ -1,0 +1,1 @@
+from preview_desk import preview, scratch  # noqa: F401

@@ -1,0 +1,107 @@
+"""The view in a terminal, for real: under tmux."""
+
+import re
+import shlex
+import subprocess
+
+import numpy
+import pytest
+import virtual_device as vd
+from preview_desk import PREVIEW, TEXTS, TURN, drawn, environment, expanded, read_png
+
+
+class Terminal:
+    """A shell in a terminal of its own."""
+
+    def __init__(self, scratch, folder, columns=90, rows=30):
+        self.socket = folder / "tmux"
+        self.environment = environment(scratch)
+        self.tmux("-f", "/dev/null", "new-session", "-d", "-x", columns, "-y", rows, "-c", folder,
+                  "env", "PS1=", "TMPDIR=" + str(scratch), "LC_ALL=C.UTF-8", "bash", "--norc")
+
+    def tmux(self, *words):
+        done = subprocess.run(["tmux", "-S", self.socket, *map(str, words)], capture_output=True,
+                              text=True, check=True, env=self.environment)
+        return done.stdout
+
+    def type(self, text):
+        self.tmux("send-keys", "-l", text)
+
+    def run(self, *words):
+        self.type(" ".join(shlex.quote(str(word)) for word in words) + "; echo status $?.\r")
+
+    def lines(self, *options):
+        return self.tmux("capture-pane", "-p", *options).split("\n")
+
+    def wait_for(self, text):
+        vd.wait_until(lambda: any(text in line for line in self.lines()), repr(text))
+
+    def close(self):
+        self.tmux("kill-server")
+
+
+@pytest.fixture
+def terminal(scratch, tmp_path):
+    made = Terminal(scratch, tmp_path)
+    yield made
+    made.close()
+
+
+def picture_in(terminal):
+    """The part with the ring: columns 1 to 34 of all rows but the last, colours included."""
+    return terminal.lines("-e")[:-2]
+
+
+def test_it_says_why_and_shows_the_texts_and_a_turning_ring(terminal):
+    terminal.run(PREVIEW, *TEXTS)
+    terminal.wait_for("q quit   p picture   l language   (no display)")
+    terminal.wait_for("Das Gerät wird gestartet")
+    terminal.wait_for("Bitte warten")
+    first = picture_in(terminal)
+    vd.wait_until(lambda: picture_in(terminal) != first, "the ring to turn")
+    # White paper.
+    assert re.search(r"\x1b\[[0-9;]*(255;255;255|48;5;231|48;5;15|107|47|7)m", "\n".join(first))
+    terminal.type("q")
+    terminal.wait_for("status 0.")
+    terminal.wait_for("no display: the page is shown in the terminal")
+
+
+def test_the_terminal_is_given_back_as_it_was(terminal):
+    terminal.type("stty -g >before\r")
+    terminal.run(PREVIEW, *TEXTS)
+    terminal.wait_for("q quit")
+    assert terminal.tmux("display-message", "-p", "#{cursor_flag} #{alternate_on}") == "0 1\n"
+    terminal.type("q")
+    terminal.wait_for("status 0.")
+    assert terminal.tmux("display-message", "-p", "#{cursor_flag} #{alternate_on}") == "1 0\n"
+    terminal.type('test "$(stty -g)" = "$(cat before)" && echo it is the sa""me\r')
+    terminal.wait_for("it is the same")
+
+
+def test_ctrl_c_ends_it_and_gives_the_terminal_back(terminal):
+    terminal.run(PREVIEW, *TEXTS)
+    terminal.wait_for("q quit")
+    terminal.tmux("send-keys", "C-c")
+    vd.wait_until(lambda: terminal.tmux("display-message", "-p", "#{alternate_on}") == "0\n",
+                  "the terminal back")
+
+
+def test_p_writes_a_picture_and_says_where(terminal, tmp_path):
+    terminal.run(PREVIEW, *TEXTS)
+    terminal.wait_for("q quit")
+    terminal.type("p")
+    terminal.wait_for("picture of the page: ")
+    shown = read_png(tmp_path / "bootlume-1.png")
+    assert any(numpy.array_equal(shown, expanded(f)) for f in drawn(TEXTS, count=TURN))
+    terminal.type("q")
+    terminal.wait_for("status 0.")
+
+
+def test_it_fits_itself_to_a_new_size(terminal):
+    terminal.run(PREVIEW, *TEXTS)
+    terminal.wait_for("Bitte warten")
+    terminal.tmux("resize-window", "-x", "40", "-y", "20")
+    vd.wait_until(lambda: not any("Bitte warten" in line for line in terminal.lines())
+                  and terminal.lines()[19].startswith("q quit"), "the narrow view")
+    terminal.type("q")
+    terminal.wait_for("status 0.")
