@@ -1,0 +1,174 @@
+"""The packages in a clean Debian root: they start, show their page, answer, and leave without a trace.
+
+The armhf packages run under user-mode emulation.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+
+HERE = Path(__file__).resolve().parent
+# The package manager's own memory, and nothing of the packages.
+PACKAGE_MANAGER = re.compile(r"var/(log/dpkg\.log|lib/dpkg/.*|cache/apt/.*bin)|packages/.*|answers/.*|desk/.*")
+
+pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="only root may enter a root")
+
+INSTALL = "dpkg -i /packages/*.deb >/answers/install 2>&1"
+PURGE = "dpkg --purge bootlume-tools bootlume >/answers/purge 2>&1"
+REMOVE = "dpkg --remove bootlume-tools bootlume >/answers/remove 2>&1"
+# What the service starts, on the virtual device of the tools.
+START = """
+export FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig
+mkdir -p /desk
+export VIRTUAL_DEVICE_ROOT=/desk LD_PRELOAD=$(echo /usr/lib/*/bootlume/libvirtual-device.so)
+bootlume "Brem K5 Start" "first line\\nsecond line" >/answers/log 2>&1 & splash=$!
+unset LD_PRELOAD
+"""
+WAIT_FOR_FRAMES = """
+frames() { od -An -tu8 -j32 -N8 /desk/screen 2>/dev/null | tr -d ' '; }
+for try in $(seq 3000); do
+  n=$(frames); [ "${n:-0}" -lt 12 ] || break
+  sleep 0.01
+done
+"""
+
+
+class CleanRoot:
+    """One clean root and the changes that commands made in it."""
+
+    def __init__(self, architecture, packages, folder):
+        made = subprocess.run([HERE / "clean_root.sh", architecture], capture_output=True, text=True,
+                              check=False)
+        if made.returncode != 0:
+            pytest.skip(f"there is no clean {architecture} root: {made.stderr.strip()[-300:]}")
+        self.path = Path(made.stdout.strip())
+        self.architecture = architecture
+        self.folder = folder
+        self.changes = folder / "upper"
+        (self.changes / "answers").mkdir(parents=True)
+        (self.changes / "packages").mkdir()
+        for package in packages:
+            shutil.copy(package, self.changes / "packages")
+
+    def run(self, script):
+        return subprocess.run([HERE / "in_root.sh", self.path, self.folder, "bash", "-euc", script],
+                              capture_output=True, text=True, check=False, timeout=300)
+
+    def answer(self, name):
+        return (self.changes / "answers" / name).read_text()
+
+    def leftovers(self):
+        """What is in the root now and was not, or was and is not: as paths."""
+        found = []
+        for path in sorted(self.changes.rglob("*")):
+            name = str(path.relative_to(self.changes))
+            below = self.path / name
+            if PACKAGE_MANAGER.fullmatch(name) or name in ("packages", "answers", "desk"):
+                continue
+            if path.is_dir() and not path.is_symlink() and below.is_dir():
+                continue
+            found.append(name)
+        return found
+
+
+@pytest.fixture(params=["amd64", "armhf"])
+def root(request, source, tmp_path):
+    packages = sorted((source / "build/packages").glob(f"*_{request.param}.deb"))
+    if not packages:
+        pytest.skip(f"there are no {request.param} packages: scripts/package makes them")
+    made = CleanRoot(request.param, packages, tmp_path)
+    if made.run("true").returncode != 0:
+        pytest.skip(f"the {request.param} root cannot be entered: {made.run('true').stderr}")
+    return made
+
+
+def reference_page(build_dir, number):
+    """The same page drawn by this build: the ring stands there where it stood in frame `number`."""
+    script = (f"import sys; sys.path.insert(0, '{HERE.parent.parent}/system-tests')\n"
+              "from virtual_device import Desk\n"
+              f"with Desk('{build_dir}/bin/bootlume', '{build_dir}/lib/libvirtual-device.so') as desk:\n"
+              "    splash = desk.start('Brem K5 Start', 'first line\\\\nsecond line', refresh=20)\n"
+              f"    frame = splash.screen.wait_for_frame({number})\n"
+              f"    assert frame.number == {number}\n"
+              "    sys.stdout.buffer.write(frame.pixels)\n")
+    done = subprocess.run([HERE / "device_fonts.sh", "/usr/bin/python3", "-c", script],
+                          capture_output=True, check=False)
+    assert done.returncode == 0, done.stderr.decode()
+    return done.stdout[-480 * 800 * 2:]
+
+
+def test_installed_splash_shows_its_page_and_answers(root, build_dir):
+    done = root.run(INSTALL + START + WAIT_FOR_FRAMES + """
+bootlumectl --root /desk status >/answers/status
+bootlumectl --root /desk quit --timeout 60
+cp /desk/screen /answers/screen
+bootlumectl --root /desk text A B 2>/answers/refused || echo $? >/answers/refused-status
+bootlumectl --version >/answers/version
+wait $splash; echo $? >/answers/splash-status
+""")
+    assert done.returncode == 0, done.stderr + root.answer("install")
+    assert root.answer("status").startswith("a splash answers at /desk/tmp/.bootlume: process ")
+    assert root.answer("splash-status") == "0\n" and "ERROR" not in root.answer("log")
+    assert root.answer("refused-status") == "3\n" and "no splash" in root.answer("refused")
+    assert root.answer("version").startswith("bootlumectl ")
+
+    from virtual_device import Screen
+    screen = Screen(root.changes / "answers/screen")
+    assert screen.frame_number >= 12 and not screen.streaming
+    frame = screen.frame()
+    assert frame.pixels == reference_page(build_dir, (frame.number - 2) % 66 + 2 + 66)
+
+
+def test_service_is_enabled_and_its_fonts_are_found(root):
+    done = root.run(INSTALL + """
+systemctl is-enabled bootlume.service >/answers/enabled
+systemctl is-enabled bootlume-quit@multi-user.service >/answers/quit || true
+FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig fc-match --format='%{file}' 'Univers Next W1G Medium' >/answers/font
+FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig strace -e trace=openat fc-match x 2>&1 | grep -c 'cache-[0-9].*= [0-9]' >/answers/cache || true
+""")
+    assert done.returncode == 0, done.stderr
+    assert root.answer("enabled") == "enabled\n"
+    assert root.answer("quit") == "disabled\n"
+    assert root.answer("font") == "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"
+    if root.architecture == "amd64":  # nothing is traced under emulation
+        assert int(root.answer("cache")) >= 4
+
+
+def test_purging_leaves_nothing_behind(root):
+    done = root.run(INSTALL + START + WAIT_FOR_FRAMES + f"""
+kill -INT $splash; wait $splash
+systemctl enable bootlume-quit@multi-user.service 2>/dev/null
+mkdir -p /opt; : >/tmp/.bootlume
+systemctl disable bootlume-quit@multi-user.service 2>/dev/null
+{PURGE}
+dpkg -l 'bootlume*' 2>/dev/null | grep -c '^ii' >/answers/still || true
+""")
+    assert done.returncode == 0, done.stderr
+    assert root.answer("still") == "0\n"
+    assert root.leftovers() == []
+
+
+def test_removing_keeps_the_settings_and_nothing_else(root):
+    done = root.run(f"{INSTALL}\necho '#mine' >>/etc/default/bootlume\n{REMOVE}")
+    assert done.returncode == 0, done.stderr
+    # The unit is masked, so that the link that enables it does not call what is not there.
+    kept = [name for name in root.leftovers() if "deb-systemd-helper" not in name]
+    assert kept == ["etc/default/bootlume", "etc/systemd/system/bootlume-quit.service",
+                    "etc/systemd/system/bootlume-quit@.service",
+                    "etc/systemd/system/bootlume.service",
+                    "etc/systemd/system/sysinit.target.wants/bootlume.service"]
+
+
+def test_reinstalling_after_a_removal_enables_the_service_again(root):
+    done = root.run(f"{INSTALL}\n{REMOVE}\n{INSTALL}\nsystemctl is-enabled bootlume.service")
+    assert done.returncode == 0 and done.stdout == "enabled\n", done.stderr
+
+
+def test_a_service_that_was_disabled_stays_so_over_an_upgrade(root):
+    done = root.run(f"{INSTALL}\nsystemctl disable bootlume.service 2>/dev/null\n{INSTALL}\n"
+                    "systemctl is-enabled bootlume.service || true")
+    assert done.stdout == "disabled\n", done.stderr
