@@ -52,8 +52,10 @@ package_documents(server bootlume)
 package_documents(tools bootlume-tools)
 
 # package_program(COMPONENT FOLDER TARGET): installs what is part of this build.
+add_custom_target(package-contents DEPENDS ${package_files})
 function(package_program component folder target)
   if(TARGET ${target})
+    add_dependencies(package-contents ${target})
     install(TARGETS ${target} RUNTIME DESTINATION ${folder} COMPONENT ${component}
             LIBRARY DESTINATION ${folder} COMPONENT ${component})
   endif()
