@@ -1,0 +1,153 @@
+"""Every command of every manual and of every Markdown file, run.
+
+In Markdown, commands stand in fenced blocks marked `sh`; in the manuals' sources, on lines of fenced
+blocks that begin with "$ ". A block is run as a whole, by a shell that ends at the first failure, as
+root in a clean root with the packages installed, in front of a splash on the virtual device. Blocks
+for a checkout (they name scripts/ or build/) are run in this one.
+"""
+
+import os
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from test_installation import INSTALL, START, WAIT_FOR_FRAMES, CleanRoot
+
+SOURCE = Path(__file__).resolve().parent.parent.parent
+HERE = Path(__file__).resolve().parent
+
+# Commands that this test cannot run itself, and who runs them.
+RUN_ELSEWHERE = {
+    "scripts/test": "it runs this test; continuous integration runs it",
+    "scripts/test --all": "it runs this test; continuous integration runs it",
+    "scripts/test --long": "hours; by hand before a release",
+}
+# A root that was not booted has no service manager to ask. Only that reason is let pass, and only
+# after the real program has taken the command line.
+MANAGER = r"""
+ask() {
+  local said status=0
+  said=$(command "$@" 2>&1) || status=$?
+  printf '%s\n' "$said"
+  [ "$status" -eq 0 ] && return
+  case $said in
+    *'not been booted with systemd'* | *'No journal files were found'*) return 0 ;;
+  esac
+  return "$status"
+}
+systemctl() { ask systemctl "$@"; }
+journalctl() { ask journalctl "$@"; }
+export -f ask systemctl journalctl
+"""
+FENCE = re.compile(r"^(\s*)```(\S*)\s*$")
+
+
+def fenced_blocks(path):
+    """(line, mark, lines) of every fenced block."""
+    blocks, inside = [], None
+    for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+        fence = FENCE.match(line)
+        if fence and inside is None:
+            inside = (number, fence[2], [])
+        elif fence:
+            blocks.append(inside)
+            inside = None
+        elif inside is not None:
+            inside[2].append(line)
+    assert inside is None, f"{path}: a fence is not closed"
+    return blocks
+
+
+def tracked(pattern):
+    listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard", "--", pattern],
+                            cwd=SOURCE, capture_output=True, text=True, check=True).stdout
+    return [SOURCE / name for name in listed.splitlines()]
+
+
+def command_blocks():
+    """(name, script) of every block of commands."""
+    found = []
+    for path in tracked("*.md"):
+        for number, mark, lines in fenced_blocks(path):
+            if mark == "sh":
+                found.append((f"{path.relative_to(SOURCE)}:{number}", "\n".join(lines)))
+    for path in tracked("packaging/man/*.scd"):
+        for number, _, lines in fenced_blocks(path):
+            # In that language a backslash is written twice.
+            commands = [line[2:].replace("\\\\", "\\") for line in lines if line.startswith("$ ")]
+            if commands:
+                assert len(commands) == len(lines), f"{path}:{number} mixes commands and other text"
+                found.append((f"{path.relative_to(SOURCE)}:{number}", "\n".join(commands)))
+    return found
+
+
+BLOCKS = command_blocks()
+CHECKOUT = re.compile(r"\b(scripts|build|packaging)/")
+IN_ROOT = [block for block in BLOCKS if not CHECKOUT.search(block[1])]
+IN_CHECKOUT = [block for block in BLOCKS if CHECKOUT.search(block[1])]
+
+
+@pytest.fixture(scope="session")
+def installed_root(source, tmp_path_factory):
+    """A clean root with both packages, on which each block has changes of its own."""
+    if os.geteuid() != 0:
+        pytest.skip("only root may enter a root")
+    packages = sorted((source / "build/packages").glob("*_amd64.deb"))
+    if not packages:
+        pytest.skip("there are no packages: scripts/package makes them")
+    root = CleanRoot("amd64", packages, tmp_path_factory.mktemp("installed"))
+    done = root.run(INSTALL)
+    assert done.returncode == 0, done.stderr
+    return root
+
+
+def uses_what_is_not_packed(script, root):
+    return "bootlume-preview" in script and not (root.changes / "usr/bin/bootlume-preview").exists()
+
+
+@pytest.mark.parametrize("name, script", IN_ROOT, ids=[name for name, _ in IN_ROOT])
+def test_block_runs_on_a_device(installed_root, name, script):
+    if uses_what_is_not_packed(script, installed_root):
+        pytest.skip("this build has no bootlume-preview")
+    # A splash of its own is started by a block that says so; for the rest there is one.
+    own = re.search(r"^(\S+=\S+ )*bootlume ", script, re.MULTILINE)
+    preload = START.replace("unset LD_PRELOAD", "")
+    if own:
+        preload = "\n".join(line for line in preload.splitlines() if not line.startswith("bootlume "))
+    run = (f"{MANAGER}{preload}\nmkdir -p /desk/opt/userdata /opt/userdata\n"
+           f"cp /usr/share/doc/bootlume/examples/trace_config /desk/opt/userdata/ || true\n"
+           f"{'' if own else WAIT_FOR_FRAMES}\n"
+           f"cat > /answers/block.sh <<'END-OF-BLOCK'\n{script}\nEND-OF-BLOCK\n"
+           "bash -eu /answers/block.sh >/answers/out 2>&1 || { cat /answers/out; exit 9; }\n"
+           "bootlumectl --root '' quit --timeout 20 >/dev/null 2>&1 || true\n")
+    done = installed_root.run(run)
+    assert done.returncode == 0, f"{name}\n{script}\n{done.stdout}\n{done.stderr}"
+
+
+@pytest.mark.parametrize("name, script", IN_CHECKOUT, ids=[name for name, _ in IN_CHECKOUT])
+def test_block_runs_in_a_checkout(build_dir, name, script):
+    commands = [line for line in script.splitlines() if line.strip()]
+    rest = [line for line in commands if line.split(" #")[0].strip() not in RUN_ELSEWHERE]
+    if not rest:
+        pytest.skip("; ".join(sorted({RUN_ELSEWHERE[line.split(' #')[0].strip()]
+                                      for line in commands})))
+    if "scripts/run" in script and not (build_dir / "bin/bootlume-preview").exists():
+        pytest.skip("this build has no bootlume-preview")
+    done = subprocess.run(["bash", "-eu", HERE / "until_shown.sh", "\n".join(rest)], cwd=SOURCE,
+                          capture_output=True, text=True, check=False, timeout=600)
+    assert done.returncode == 0, f"{name}\n{script}\n{done.stdout}\n{done.stderr}"
+
+
+def test_every_block_of_commands_is_marked():
+    """A block without a mark would be run by nobody."""
+    programs = re.compile(r"^(# |\$ )?(sudo )?(\w+=\S+ )*(scripts/|build/|bootlume|systemctl|journalctl|apt)")
+    for path in tracked("*.md"):
+        for number, mark, lines in fenced_blocks(path):
+            assert mark == "sh" or not programs.match("\n".join(lines)), \
+                f"{path.relative_to(SOURCE)}:{number} looks like commands and is not marked sh"
+
+
+def test_commands_that_run_elsewhere_do_so():
+    assert "scripts/test --all" in (SOURCE / ".ci/run").read_text()
