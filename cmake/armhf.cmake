@@ -31,4 +31,8 @@ set(ENV{PKG_CONFIG_LIBDIR}
     "${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_PATH} "")
 
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static;-L;${CMAKE_SYSROOT})
+# What a test starts in its turn is emulated through binfmt, which takes the sysroot from the
+# environment.
+find_program(BOOTLUME_ENV env)
+set(CMAKE_CROSSCOMPILING_EMULATOR
+    ${BOOTLUME_ENV};QEMU_LD_PREFIX=${CMAKE_SYSROOT};qemu-arm-static;-L;${CMAKE_SYSROOT})

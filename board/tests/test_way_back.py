@@ -1,6 +1,9 @@
 """The way from the board's screen to the host, checked without the splash."""
 import struct
 
+import pytest
+from pages import steps
+
 from board import boards, pictures
 from board.channel import parse_frames
 
@@ -36,3 +39,11 @@ def test_a_damaged_frame_is_known_as_damaged():
 def test_a_frame_that_a_second_one_cuts_off_is_dropped():
     head = "#B 2 0 4 " + "0" * 64
     assert [frame[0] for frame in parse_frames(["#B 1 0 4 x", "AAAA", head, "#E 2"])] == ["2"]
+
+
+def test_one_wrong_pixel_on_one_screen_is_found(tmp_path):
+    wrong = bytearray(PATTERN)
+    wrong[2 * (5 * pictures.WIDTH + 7)] ^= 1
+    with pytest.raises(AssertionError, match=r"in 1 pixels, first at \(7, 5\)"):
+        steps([PATTERN, bytes(wrong)], [PATTERN], folder=tmp_path)
+    assert (tmp_path / "difference.png").exists()
