@@ -137,13 +137,23 @@ void Surface::showFirstBuffer() {
 int Surface::flip() {
     if (control(VIDIOC_QBUF, &m_freeBuffer) < 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't queue buffer" << TRACE_VALUE(m_freeBuffer.index));
+        recoverBuffer();
         return -1;
     }
     m_freeBuffer.index = m_freeBuffer.index == 0 ? 1 : 0;
-    if (control(VIDIOC_DQBUF, &m_freeBuffer) < 0) {
+    m_bufferOwed = control(VIDIOC_DQBUF, &m_freeBuffer) < 0;
+    if (m_bufferOwed) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't dequeue buffer" << TRACE_VALUE(m_freeBuffer.index));
     }
     return static_cast<int>(m_freeBuffer.index);
+}
+
+/// After a failed dequeue the driver may still hold both buffers, and takes neither again: without
+/// this the picture would stand still for good.
+void Surface::recoverBuffer() {
+    if (m_bufferOwed) {
+        m_bufferOwed = control(VIDIOC_DQBUF, &m_freeBuffer) < 0;
+    }
 }
 
 void Surface::close() {

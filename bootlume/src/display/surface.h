@@ -42,7 +42,7 @@ public:
 
     /// Shows the buffer just drawn and waits for the display to release the other. Returns the new
     /// free index; -1, and nothing changed, where the buffer could not be queued. A dequeue that
-    /// fails is only logged.
+    /// fails is only logged; it is made up for when the driver then refuses the next buffer.
     int flip();
     /// Stops streaming, unmaps the buffers and closes the device. To be called once.
     void close();
@@ -55,6 +55,7 @@ private:
     int allocateBuffers();
     int allocateBuffer(std::uint32_t index, const v4l2_requestbuffers& request);
     void showFirstBuffer();
+    void recoverBuffer();
 
     const char* m_device = "/dev/v4l/by-path/platform-imx-ipuv3-ovl.5-video-index0";
     std::int32_t m_fd = -1;
@@ -62,6 +63,7 @@ private:
     std::uint32_t m_bufferType = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     v4l2_buffer m_freeBuffer{}; ///< its index is the free buffer's, between flips
     bool m_closed = false;
+    bool m_bufferOwed = false; ///< the last dequeue failed
 };
 
 } // namespace paint

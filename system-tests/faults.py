@@ -1,0 +1,363 @@
+"""Makes each system call of the program fail once, and judges what came of it.
+
+A case is a phase of the program's life, a function, which of its calls there fails, and an errno. The
+calls of a phase are counted in a run without a fault. `python3 faults.py FILE` writes the table of all
+outcomes to FILE.
+"""
+
+import argparse
+import ctypes
+import errno
+import mmap
+import os
+import sys
+from collections import Counter, namedtuple
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+from virtual_device import Desk, Late, wait_until
+
+SOURCE = Path(__file__).resolve().parent.parent
+HANG = 5
+FUNCTIONS_AT_MOST = 64
+NAME_LENGTH = 24
+
+# The errors that the manual of each call lists and that can come here. An interruption is one of them
+# wherever a signal can interrupt the call.
+FILE_ERRORS = "EACCES EINTR EMFILE ENFILE ENOENT ENOMEM ELOOP ENOTDIR EIO"
+ERRORS = {
+    "bind": "EACCES EADDRINUSE EINVAL ENOENT ENOMEM ENOTDIR EROFS",
+    "chdir": "EACCES ENOENT ENOMEM ENOTDIR EIO",
+    "close": "EBADF EINTR EIO ENOSPC",
+    "dup2": "EBADF EBUSY EINTR EMFILE",
+    "eventfd": "EINVAL EMFILE ENFILE ENOMEM ENODEV",
+    "eventfd_write": "EAGAIN EBADF EINVAL",
+    "execve": "E2BIG EACCES EAGAIN EIO ENOENT ENOEXEC ENOMEM EPERM ETXTBSY",
+    "fcntl": "EBADF EINVAL EMFILE EINTR",
+    "fopen64": FILE_ERRORS,
+    "fork": "EAGAIN ENOMEM ENOSYS",
+    "getcwd": "EACCES ENOENT ENOMEM ERANGE",
+    "inotify_add_watch": "EACCES EBADF ENOENT ENOMEM ENOSPC",
+    "inotify_init": "EMFILE ENFILE ENOMEM",
+    "inotify_rm_watch": "EBADF EINVAL",
+    "ioctl": "EBADF EINTR EINVAL EIO ENODEV ENOMEM ENOTTY EBUSY",
+    "isatty": "EBADF ENOTTY",
+    "mmap": "EACCES EAGAIN EINVAL ENODEV ENOMEM EPERM",
+    "munmap": "EINVAL",
+    "nanosleep": "EINTR EINVAL EFAULT",
+    "open": FILE_ERRORS + " EBUSY ENODEV ENXIO EPERM",
+    "__open_2": FILE_ERRORS,
+    "pathconf": "EACCES ENOENT EIO ENOMEM",
+    "pipe2": "EMFILE ENFILE ENOPKG",
+    "poll": "EINTR EINVAL ENOMEM EFAULT",
+    "prctl": "EFAULT EINVAL EPERM",
+    "pthread_create": "EAGAIN EPERM",
+    "read": "EAGAIN EBADF EFAULT EINTR EINVAL EIO EISDIR",
+    "recv": "EAGAIN EBADF EINTR ENOMEM ENOTCONN",
+    "sched_yield": "ENOSYS",
+    "sem_wait": "EINTR EINVAL",
+    "shutdown": "EBADF EINVAL ENOTCONN",
+    "sigaction": "EINVAL",
+    "signal": "EINVAL",
+    "socket": "EACCES EAFNOSUPPORT EMFILE ENFILE ENOBUFS ENOMEM",
+    "sysconf": "EINVAL",
+    "unlink": "EACCES EBUSY EIO EISDIR ENOENT EPERM EROFS",
+    "waitpid": "ECHILD EINTR EINVAL",
+    "write": "EAGAIN EBADF EINTR EIO ENOSPC EPIPE",
+}
+
+# What may follow, in words of the documentation.
+REFUSED = "a line and status 255"
+LINE = "a line, and the splash goes on"
+ON = "the splash goes on"
+ENDED = "status 0"
+LINE_ENDED = "a line and status 0"
+REBOOTED = "the reboot follows"
+LINE_REBOOTED = "a line, and the reboot follows"
+TERMINATED = "the process is terminated: a thread could not be started"
+NOT_MADE = "not called"
+
+Case = namedtuple("Case", "phase function nth error")
+Outcome = namedtuple("Outcome", "case word lines problem")
+
+PHASES = ("start", "steady", "reboot", "end")
+
+
+class Control(ctypes.Structure):
+    """The injector's file, mapped."""
+    _fields_ = [("function", ctypes.c_int32), ("countdown", ctypes.c_int32),
+                ("error", ctypes.c_int32), ("struck", ctypes.c_int32),
+                ("functions", ctypes.c_int32), ("calls", ctypes.c_int32 * FUNCTIONS_AT_MOST),
+                ("name", (ctypes.c_char * NAME_LENGTH) * FUNCTIONS_AT_MOST)]
+
+
+class Injector:
+    """One control file."""
+
+    def __init__(self, path, indices):
+        self.path = path
+        self.indices = indices
+        path.write_bytes(bytes(ctypes.sizeof(Control)))
+        with open(path, "r+b") as file:
+            self._map = mmap.mmap(file.fileno(), 0)
+        self.control = Control.from_buffer(self._map)
+        self.control.function = -1
+
+    def arm(self, case):
+        control = self.control
+        control.error = getattr(errno, case.error)
+        control.countdown = case.nth
+        control.struck = 0
+        control.function = self.indices[case.function]
+
+    def struck(self):
+        return self.control.struck == 1
+
+    def calls(self):
+        """How often each function was called so far, by name."""
+        control = self.control
+        return Counter({bytes(control.name[i]).split(b"\0")[0].decode(): control.calls[i]
+                        for i in range(control.functions)})
+
+    def close(self):
+        self.control = None
+        self._map.close()
+
+
+class Bench:
+    """Runs cases on desks of their own with the programs of one build."""
+
+    def __init__(self, build):
+        self.bootlume = build / "bin/bootlume"
+        self.library = build / "lib/libvirtual-device.so"
+        self.injector = build / "lib/libfault-injector.so"
+        self.indices = {}
+        self.counts = {phase: self._count(phase) for phase in PHASES}
+
+    def cases(self, function, most_calls, all_errors=True):
+        """Every case of a function: the first call with every errno, the later ones with one each."""
+        for phase in PHASES:
+            for nth in range(1, min(self.counts[phase][function], most_calls) + 1):
+                errors = ERRORS[function].split()
+                for error in errors if all_errors or nth == 1 else errors[:1]:
+                    yield Case(phase, function, nth, error)
+
+    def run(self, case):
+        """The outcome of one case."""
+        with Desk(bootlume=self.bootlume, library=self.library) as desk:
+            injector = Injector(desk.root / "control", self.indices)
+            run = Run(desk, injector, case.phase, self.injector)
+            try:
+                word = run.play(lambda: injector.arm(case))
+                if word != TERMINATED and not injector.struck():
+                    word = NOT_MADE
+                lines = run.lines()
+                return Outcome(case, word, lines, run.judge(word))
+            except Late as late:
+                return Outcome(case, "hung", run.lines(), str(late))
+            finally:
+                injector.close()
+
+    def _count(self, phase):
+        with Desk(bootlume=self.bootlume, library=self.library) as desk:
+            injector = Injector(desk.root / "control", self.indices)
+            run = Run(desk, injector, phase, self.injector)
+            before = Counter()
+            run.play(lambda: before.update(injector.calls()))
+            calls = injector.calls()
+            self.indices.update({name: i for i, name in enumerate(calls)})
+            injector.close()
+            return calls - before
+
+
+class Run:
+    """One life of the program with a fault in one phase."""
+
+    def __init__(self, desk, injector, phase, library):
+        self.desk = desk
+        self.injector = injector
+        self.phase = phase
+        self.library = library
+        self.splash = None
+        self.rebooted = desk.root / "rebooted"
+
+    def play(self, arm):
+        """Lives through all phases up to the end; the word for what came of the fault."""
+        if self.phase == "start":
+            arm()
+        self._start()
+        if self.phase == "start" and self._ended_early():
+            return self._word_of_early_end()
+        first = self._drawn(2)
+        if self.phase in ("steady", "reboot"):
+            arm()
+            self._provoke()
+        if self._ended_by_failed_read():
+            return LINE_ENDED
+        self._drawn(first + 4)
+        if self.phase == "end":
+            arm()
+        self._end()
+        return self._word_of_end()
+
+    def judge(self, word):
+        """What is wrong with the outcome; empty where the text allows it."""
+        status = self.splash.process.returncode
+        if word == TERMINATED:
+            return "" if self.phase in ("start", "reboot") else "terminated while running"
+        if word == REFUSED:
+            return "" if self.lines() else "status 255 without a line"
+        if status != 0:
+            return f"ended with {status}; standard error: {self.splash.stderr[-300:]!r}"
+        if self.phase == "reboot" and not self.rebooted.exists():
+            return "the reboot is lost"
+        return ""
+
+    def lines(self):
+        """What it said of the fault."""
+        said = [line.text for line in self.splash.trace() if line.level in ("ERROR", "WARN")]
+        said = [text for text in said if not text.startswith("startup timeout")]
+        return said + self.splash.other_output() + self.splash.stderr.splitlines()
+
+    def _start(self):
+        environment = {"LD_PRELOAD": f"{self.library}:{self.desk.environment()['LD_PRELOAD']}",
+                       "FAULT_CONTROL": self.injector.path}
+        arguments = ["Title", "Lines"]
+        if self.phase == "reboot":
+            # Without the preload, which would count the script's calls.
+            shell = "#!/usr/bin/env -S -u LD_PRELOAD /bin/sh\n"
+            for program in ("/sbin/vrx_reboot", "/sbin/reboot"):
+                self.desk.write(program, f"{shell}echo rebooting; : > {self.rebooted}\n", 0o755)
+            environment.update({"SPLASH_TIMEOUT": 1, "SPLASH_TIMEOUT_HARD": 2})
+            arguments = ["-c"] + arguments
+        self.splash = self.desk.start(*arguments, env=environment)
+
+    def _ended_early(self):
+        self._until(lambda: self._frame() >= 3 or self.splash.process.poll() is not None,
+                    "the page or the end")
+        return self.splash.process.poll() is not None
+
+    def _word_of_early_end(self):
+        status = self.splash.process.returncode
+        if status == 255:
+            return REFUSED
+        if "terminate called" in self.splash.stderr:
+            return TERMINATED
+        raise Late(f"ended with {status}: {self.splash.stderr[-300:]!r}")
+
+    def _ended_by_failed_read(self):
+        """A readable socket that yields nothing ends the splash, with a line."""
+        if not self.splash.trace("Nothing read from the socket. Quitting."):
+            return False
+        self._until(lambda: self.splash.process.poll() is not None, "the end after a failed read")
+        return True
+
+    def _frame(self):
+        try:
+            return self.desk.screen.frame_number if self.desk.screen.streaming else 0
+        except FileNotFoundError:
+            return 0
+
+    def _drawn(self, number):
+        """Waits for a frame; its number."""
+        self._until(lambda: self._frame() >= number, f"frame {number}")
+        return self._frame()
+
+    def _provoke(self):
+        """Lets what the phase consists of happen."""
+        if self.phase == "reboot":
+            self._until(lambda: self.splash.trace("reboot started with result"), "a result", 2)
+            return
+        self.desk.trace_config("bootlume 4 0 0")
+        self.splash.send("New title;New line")
+        before = self._frame()
+        self._until(lambda: self.injector.struck() or self._frame() > before + 6, "the fault")
+
+    def _end(self):
+        """Ends it as people do: again and again until it has gone; by a signal without a socket."""
+        deaf = "socket error" in self.splash.stderr or "bind error" in self.splash.stderr
+        handled = not any(line.startswith("signal") for line in self.splash.stderr.splitlines())
+
+        def gone():
+            if self.splash.process.poll() is not None:
+                return True
+            try:
+                if deaf and handled:
+                    self.splash.signal(2)
+                else:
+                    self.splash.send("QUIT", 0.2)
+            except (Late, OSError):
+                pass
+            return False
+        self._until(gone, "the end")
+
+    def _word_of_end(self):
+        said = bool(self.lines())
+        if self.phase == "reboot":
+            return LINE_REBOOTED if said else REBOOTED
+        if self.phase == "end":
+            return LINE_ENDED if said else ENDED
+        return LINE if said else ON
+
+    @staticmethod
+    def _until(look, what, more=0):
+        wait_until(look, what, HANG + more)
+
+
+def outcomes(bench, function, most_calls, all_errors=True, workers=4):
+    with ThreadPoolExecutor(workers) as pool:
+        return list(pool.map(bench.run, bench.cases(function, most_calls, all_errors)))
+
+
+def table(results):
+    """Rows of the documentation: phase, call, errors, outcome; alike ones together."""
+    rows = {}
+    for outcome in results:
+        key = (outcome.case.phase, outcome.case.function, outcome.word,
+               outcome.lines[0] if outcome.lines and outcome.word != TERMINATED else "")
+        rows.setdefault(key, []).append(outcome.case)
+    for (phase, function, word, line), cases in sorted(
+            rows.items(), key=lambda row: (PHASES.index(row[0][0]), row[0][1:])):
+        errors = sorted({case.error for case in cases})
+        calls = sorted({case.nth for case in cases})
+        yield phase, function, calls, errors, word, line
+
+
+def write_table(path, results):
+    struck = [outcome for outcome in results if outcome.word != NOT_MADE]
+    broken = [outcome for outcome in results if outcome.problem]
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(
+            "# Faults and what comes of them\n\n"
+            "Each call that the program makes to the system fails once, with each error that its\n"
+            "manual lists. The device's own calls are in the system tests of the device.\n"
+            "Written by `scripts/faults`.\n\n"
+            f"{len(struck)} faults, {len(struck) - len(broken)} survived as they should be.\n\n"
+            "| phase | call | its calls | errors | outcome | first line |\n|---|---|---|---|---|---|\n")
+        for phase, function, calls, errors, word, line in table(struck):
+            quoted = line.replace("|", "\\|")
+            file.write(f"| {phase} | `{function}` | {', '.join(map(str, calls))} | "
+                       f"{' '.join(errors)} | {word} | {quoted} |\n")
+    return broken
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("file", type=Path, help="where the table is written")
+    parser.add_argument("--build-dir", type=Path, default=SOURCE / "build/release")
+    parser.add_argument("--most-calls", type=int, default=8, help="calls of a function in a phase")
+    arguments = parser.parse_args()
+    bench = Bench(arguments.build_dir.resolve())
+    results = []
+    for function in ERRORS:
+        results += outcomes(bench, function, arguments.most_calls)
+        print(f"{function}: {len(results)} faults so far", file=sys.stderr)
+    broken = write_table(arguments.file, results)
+    for outcome in broken:
+        print(f"{outcome.case}: {outcome.problem}", file=sys.stderr)
+    return 1 if broken else 0
+
+
+if __name__ == "__main__":
+    os.environ.setdefault("PYTHONDONTWRITEBYTECODE", "1")
+    sys.exit(main())

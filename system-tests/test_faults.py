@@ -1,0 +1,29 @@
+"""Every system call of the program fails once: a line and status 255, or the splash goes on; never a
+hang, never a crash, never a lost reboot."""
+
+import os
+
+import pytest
+
+from faults import ERRORS, NOT_MADE, Bench, outcomes
+from virtual_device import sanitizer_runtimes
+
+LONG = bool(os.environ.get("BOOTLUME_LONG"))
+
+
+@pytest.fixture(scope="module")
+def bench(build_dir, run_prefix):
+    if run_prefix or sanitizer_runtimes(build_dir / "bin/bootlume"):
+        pytest.skip("calls are told apart by their caller, which is hidden here")
+    return Bench(build_dir)
+
+
+@pytest.mark.parametrize("function", ERRORS)
+def test_every_failing_call_has_an_outcome_that_is_allowed(bench, function):
+    results = outcomes(bench, function, most_calls=8 if LONG else 2, all_errors=LONG)
+    struck = [outcome for outcome in results if outcome.word != NOT_MADE]
+    broken = [f"{outcome.case}: {outcome.problem}" for outcome in struck if outcome.problem]
+    assert not broken
+    made = any(counts[function] for counts in bench.counts.values())
+    assert struck or not made, "the program makes this call, and none of them failed"
+    print(f"{function}: {len(struck)} faults survived")
