@@ -3,6 +3,7 @@
 import os
 import socket
 import subprocess
+import sys
 import threading
 
 import pytest
@@ -25,6 +26,20 @@ def test_one_sent_in_the_first_moments_is_not_lost(desk):
         splash = desk.start()
         assert client.wait(SECONDS) == 0
         assert splash.process.poll() == 0
+
+
+def test_the_message_is_repeated_until_it_is_heard(desk, ctl):
+    """In the place of the splash a program that ends with the third message."""
+    code = ("import socket, sys\n"
+            "s = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)\n"
+            "s.bind(sys.argv[1])\n"
+            "print('up', flush=True)\n"
+            "sys.exit({s.recv(100) for _ in range(3)} != {b'QUIT'})\n")
+    with subprocess.Popen([sys.executable, "-c", code, desk.path(vd.SOCKET)],
+                          stdout=subprocess.PIPE, text=True) as deaf:
+        assert deaf.stdout.readline() == "up\n"
+        assert ctl("quit", "--timeout", "5").returncode == 0
+        assert deaf.poll() == 0
 
 
 def test_without_a_splash_it_says_so(desk, ctl):

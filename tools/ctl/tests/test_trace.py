@@ -131,6 +131,19 @@ def test_a_full_disk_leaves_the_entries_as_they_were(desk):
     assert config(desk).read_text() == before
 
 
+def test_a_file_that_gets_shorter_never_ends_in_a_piece_of_an_old_line(desk):
+    """Caught in the moment between the write and the cut: what is left over is empty lines."""
+    before = "bootlume 6 0x80002,0x80004 0\nother 1 0 0\nxbootlume 6 0 1\n"
+    desk.write(vd.TRACE_CONFIG, before)
+    done = subprocess.run(
+        ["strace", "-qq", "-o", desk.root / "strace", "-e", "inject=ftruncate:error=EIO",
+         BUILD / "bin/bootlumectl", "--root", desk.root, "trace", "5", "--mask", "NONE"],
+        capture_output=True, text=True, check=False)
+    assert done.returncode == 1
+    after = "bootlume 5 0 0\nother 1 0 0\nxbootlume 6 0 1\n"
+    assert config(desk).read_text() == after.ljust(len(before), "\n")
+
+
 def test_no_moment_shows_half_an_entry(desk, ctl):
     """A reader that reads the whole file over and over sees only whole files."""
     others = "a 1 0 0\n" * 50 + "xbootlume 6 0 1\n"
