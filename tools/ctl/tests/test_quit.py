@@ -38,8 +38,11 @@ def test_the_message_is_repeated_until_it_is_heard(desk, ctl):
     with subprocess.Popen([sys.executable, "-c", code, desk.path(vd.SOCKET)],
                           stdout=subprocess.PIPE, text=True) as deaf:
         assert deaf.stdout.readline() == "up\n"
-        assert ctl("quit", "--timeout", "5").returncode == 0
-        assert deaf.poll() == 0
+        try:
+            assert ctl("quit", "--timeout", "5").returncode == 0
+            assert deaf.poll() == 0
+        finally:
+            deaf.kill()
 
 
 def test_without_a_splash_it_says_so(desk, ctl):
