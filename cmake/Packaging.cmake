@@ -3,11 +3,19 @@
 # Two components, each a Debian package: "server" (bootlume) and "tools" (bootlume-tools).
 set(package_source ${CMAKE_SOURCE_DIR}/packaging)
 
+# The manuals bear the date of the changelog, not that of the build.
+file(STRINGS ${package_source}/debian/changelog package_date REGEX "^ -- ")
+list(POP_FRONT package_date package_date)
+string(REGEX REPLACE "^.*>  " "" package_date "${package_date}")
+execute_process(COMMAND date -d "${package_date}" +%s OUTPUT_VARIABLE package_epoch
+                OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+
 # package_compressed(OUTPUT INPUT COMMAND...): a gzip file as Debian wants it, without name or time.
 function(package_compressed output input)
   add_custom_command(
     OUTPUT ${output}
-    COMMAND bash -o pipefail -c "${ARGN} < '${input}' | gzip -9n > '${output}'"
+    COMMAND bash -o pipefail -c
+            "export SOURCE_DATE_EPOCH=${package_epoch}; ${ARGN} < '${input}' | gzip -9n > '${output}'"
     DEPENDS ${input}
     VERBATIM)
 endfunction()

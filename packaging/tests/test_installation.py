@@ -31,7 +31,7 @@ unset LD_PRELOAD
 WAIT_FOR_FRAMES = """
 frames() { od -An -tu8 -j32 -N8 /desk/screen 2>/dev/null | tr -d ' '; }
 for try in $(seq 3000); do
-  n=$(frames); [ "${n:-0}" -lt 12 ] || break
+  n=$(frames); [ "${n:-0}" -lt 12 ] || [ ! -S /desk/tmp/.bootlume ] || break
   sleep 0.01
 done
 """

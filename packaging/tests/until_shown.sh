@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs documented commands in a checkout. One that shows a splash goes on until it is ended: that is
-# done over its socket as soon as it answers.
+# Runs documented commands in a checkout. One that shows a splash goes on until it is ended: the
+# preview by its key, once it has said where the picture lies, and a splash of its own over its socket.
 #
 #   until_shown.sh COMMANDS
 set -eu
@@ -10,14 +10,18 @@ export TMPDIR=$work
 printf '%s\n' "$1" >"$work/commands"
 
 # What runs is a session of its own with a terminal of its own; it ends with its first process.
+mkfifo "$work/keys"
+exec 3<>"$work/keys"
 script --quiet --return --command "stty rows 40 cols 80; bash -eu '$work/commands'" "$work/typescript" \
-  </dev/null >/dev/null &
+  <"$work/keys" >/dev/null &
 session=$!
 while kill -0 "$session" 2>/dev/null; do
-  for socket in "$work"/*/tmp/.bootlume "$work"/.bootlume-*/tmp/.bootlume /tmp/desk/tmp/.bootlume; do
-    [ -S "$socket" ] || continue
-    build/release/bin/bootlumectl --socket "$socket" quit --timeout 20 2>/dev/null || true
-  done
+  if grep -aq 'picture of the page' "$work/typescript" 2>/dev/null; then
+    printf q >&3
+  fi
+  if [ -S /tmp/desk/tmp/.bootlume ]; then
+    build/release/bin/bootlumectl --root /tmp/desk quit --timeout 20 2>/dev/null || true
+  fi
   sleep 0.1
 done
 wait "$session" || { cat "$work/typescript"; exit 1; }

@@ -62,12 +62,31 @@ std::string systemConfiguration() {
     return path;
 }
 
+bool hasFontsOfTheirOwn() {
+    const char* const home = std::getenv("HOME");
+    std::error_code error;
+    return home != nullptr && (fs::exists(fs::path(home) / ".local/share/fonts", error) ||
+                               fs::exists(fs::path(home) / ".fonts", error));
+}
+
 } // namespace
+
+void useDeviceFonts(const std::string& program) {
+    for (const char* variable : {"FONTCONFIG_SYSROOT", "FONTCONFIG_FILE", "FONTCONFIG_PATH"})
+        if (std::getenv(variable) != nullptr)
+            return;
+    const fs::path tree =
+        fs::path(program).parent_path().parent_path() / "share/bootlume/fontconfig";
+    std::error_code error;
+    if (fs::exists(tree / "etc/fonts/fonts.conf", error) && !hasFontsOfTheirOwn())
+        setenv("FONTCONFIG_SYSROOT", tree.c_str(), 1);
+}
 
 void useFonts(const std::string& latinFile, const std::string& chineseFile,
               const std::string& root) {
     if (latinFile.empty() && chineseFile.empty())
         return;
+    unsetenv("FONTCONFIG_SYSROOT"); // the file below would be looked for in it
     const std::string file = root + "/fonts.conf";
     const std::string rules = rulesFor(latinFile, LATIN_FAMILY, root + "/fonts/latin") +
                               rulesFor(chineseFile, CHINESE_FAMILY, root + "/fonts/chinese");

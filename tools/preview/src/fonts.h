@@ -10,6 +10,11 @@ namespace preview {
 constexpr const char* LATIN_FAMILY = "Univers Next W1G Medium";
 constexpr const char* CHINESE_FAMILY = "Droid Sans Fallback";
 
+/// Lets the program (its path) read the font configuration that is installed beside it, as on the
+/// device. Not where the environment names another, or where the person has fonts of their own,
+/// which only the machine's configuration finds. Before useFonts().
+void useDeviceFonts(const std::string& program);
+
 /// Makes both this program and the splash draw with these font files; an empty path leaves a family
 /// as it is installed. `root` takes the configuration. Call it before anything is drawn.
 /// Throws std::runtime_error where a file holds no font.

@@ -100,6 +100,7 @@ int show(Splash& splash, const Options& options) {
 int run(const Options& options) {
     const Installation installation = locate(options.bootlume, options.virtualDevice);
     const TemporaryRoot root;
+    useDeviceFonts(installation.bootlume);
     useFonts(options.fontLatin, options.fontChinese, root.path());
     Splash splash(installation, root);
     if (options.chinese)
