@@ -47,7 +47,7 @@ Function* next(Function*, const char* name) {
 }
 
 int waitInHand(pthread_mutex_t* mutex, const timespec& deadline) {
-    const nanoseconds wait(deadline.tv_sec * 1'000'000'000 + deadline.tv_nsec -
+    const nanoseconds wait(std::int64_t{deadline.tv_sec} * 1'000'000'000 + deadline.tv_nsec -
                            (s_clock.steady + s_clock.wallAhead));
     s_clock.waits.push_back(wait);
     if (s_clock.waits.size() > TOO_MANY_WAITS) {
