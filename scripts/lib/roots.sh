@@ -60,7 +60,8 @@ trim_root() {
   find "$root" -type l -lname '/*' -print0 | while IFS= read -r -d '' link; do
     ln -srnf "$root$(readlink "$link")" "$link"
   done
-  rm -rf "${root:?}/var" "$root/usr/share/doc" "$root/usr/share/man" "$root/usr/share/locale" \
+  # Without its own /dev: the user-mode emulator would take the folder's plain files for devices.
+  rm -rf "${root:?}/dev" "${root:?}/var" "$root/usr/share/doc" "$root/usr/share/man" "$root/usr/share/locale" \
          "$root/usr/share/info" "$root/usr/src"
 }
 

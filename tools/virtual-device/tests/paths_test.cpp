@@ -118,6 +118,8 @@ TEST(AProgram, ThatRebootsIsNeverRunWithoutARoot) {
 }
 
 TEST(AProgram, ThatIsRunIsOnTheDeskAsWell) {
+    if (getenv("BOOTLUME_EMULATED") != nullptr)
+        GTEST_SKIP() << "under emulation: the shell is the host's, which cannot load the library";
     Desk desk;
     desk.write("/sbin/vrx_reboot", "#!/bin/sh\n/sbin/reboot\nexit $?\n", 0755);
     EXPECT_EQ("127", desk.run({"execve:/sbin/vrx_reboot"})[0]);

@@ -1,3 +1,4 @@
+#include "support/emulation.h"
 #include "support/report.h"
 
 #include <gtest/gtest.h>
@@ -61,6 +62,7 @@ struct Closing {
 class AChildOfAParentWithManyDescriptors : public testing::TestWithParam<Closing> {};
 
 TEST_P(AChildOfAParentWithManyDescriptors, HasOnlyThoseThatWereSetUp) {
+    SKIP_UNDER_EMULATION("the emulator lacks close_range");
     isolated([] {
         openTwoHundred();
         ASSERT_GE(fcntl(309, F_GETFD), 0);
@@ -184,8 +186,8 @@ TEST(ALaunch, LeavesTheParentOnlyTheEndsOfItsPipes) {
 
 } // namespace
 
-// In place of the C library's, for what the launch layer asks it. A sanitizer's own start asks, too:
-// nothing may be instrumented or looked up here.
+// In place of the C library's, for what the launch layer asks it. A sanitizer's own start asks,
+// too: nothing may be instrumented or looked up here.
 extern "C" long __sysconf(int name) noexcept;
 extern "C" __attribute__((no_sanitize("address", "thread"))) long sysconf(int name) noexcept {
     return name == _SC_OPEN_MAX && pretendedLimit != 0 ? pretendedLimit : __sysconf(name);

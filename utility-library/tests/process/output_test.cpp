@@ -1,3 +1,4 @@
+#include "support/emulation.h"
 #include "support/report.h"
 #include "support/runner.h"
 
@@ -114,6 +115,7 @@ TEST_F(TheOutput, LeavesAChildStalledThatFillsItsErrorStreamFirst) {
 }
 
 TEST_F(TheOutput, IsNoneWhereTheChildIsDetached) {
+    SKIP_UNDER_EMULATION("the emulator opens the standard descriptors that a program lacks");
     const ReportFolder folder;
     brem::Process process(&m_dispatcher, folder.arguments({"exit:5"}), true);
     EXPECT_EQ(run(process), 5);
@@ -133,6 +135,7 @@ TEST_F(TheOutput, IsNoneWhereTheChildIsDetached) {
 }
 
 TEST_F(TheOutput, OfAnAttachedChildHasTwoPipesAndNoInput) {
+    SKIP_UNDER_EMULATION("the emulator opens the standard descriptors that a program lacks");
     const ReportFolder folder;
     setenv("RUNNER_TEST", "a=b", 1);
     EXPECT_EQ(run(folder.arguments()), 0);

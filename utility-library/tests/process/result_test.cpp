@@ -1,3 +1,4 @@
+#include "support/emulation.h"
 #include "support/report.h"
 #include "support/runner.h"
 
@@ -75,6 +76,7 @@ TEST_F(TheResult, IsOneForAFolderAndForAFileWithoutTheRunBit) {
 }
 
 TEST_F(TheResult, IsMinusOneWhereNoProcessCanBeMade) {
+    SKIP_UNDER_EMULATION("the emulator does not pass process limits on");
     isolated([&] {
         if (!becomeUnprivileged()) {
             GTEST_SKIP() << "only root can take an id that no other process has";
@@ -91,6 +93,7 @@ TEST_F(TheResult, IsMinusOneWhereNoProcessCanBeMade) {
 }
 
 TEST_F(TheResult, IsMinusOneWhereNoThreadCanBeMade) {
+    SKIP_UNDER_EMULATION("the emulator does not pass process limits on");
     isolated([&] {
         if (!becomeUnprivileged()) {
             GTEST_SKIP() << "only root can take an id that no other process has";
@@ -109,6 +112,7 @@ TEST_F(TheResult, IsMinusOneWithoutAnyArgument) {
 }
 
 TEST_F(TheResult, OfAFailedStartIsThatOfTheRunBefore) {
+    SKIP_UNDER_EMULATION("the emulator does not pass process limits on");
     isolated([&] {
         if (!becomeUnprivileged()) {
             GTEST_SKIP() << "only root can take an id that no other process has";
