@@ -6,6 +6,7 @@ from pathlib import Path
 
 import pytest
 
+from unprivileged import User
 from virtual_device import Desk
 
 SOURCE = Path(__file__).resolve().parent.parent
@@ -56,6 +57,17 @@ def desk(build_dir, run_prefix, pytestconfig):
 def splash(desk):
     """Starts a bootlume: splash(*arguments, env=None, refresh=..., faults=...), see Desk.start."""
     return desk.start
+
+
+@pytest.fixture
+def unprivileged(build_dir, run_prefix):
+    """A user without any rights; see unprivileged.User. Only root can become somebody else."""
+    user = User()
+    if os.geteuid() != 0:
+        pytest.skip("only root can become another user")
+    if run_prefix or not user.can_run(build_dir / "bin/bootlume"):
+        pytest.skip(f"user {user.number} cannot run what lies in {build_dir}")
+    return user
 
 
 @pytest.fixture

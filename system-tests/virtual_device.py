@@ -492,19 +492,26 @@ class Desk:
         return self.run_prefix + passed + words, outside
 
     def start(self, *arguments, env=None, stdout=None, stderr=None, stdin=subprocess.DEVNULL,
-              **settings):
+              prepare=None, **settings):
         """Starts the program with its arguments; see environment() for env and settings.
 
         Standard output and error go to files below the root unless other targets are given (as
-        subprocess takes them), for example a terminal; then Splash.stdout stays empty.
+        subprocess takes them), for example a terminal; then Splash.stdout stays empty. prepare() is
+        called in the new process just before the program: for limits, descriptors, signals.
         """
         number = len(self._started)
         files = [self.root / f"{name}.{number}" for name in ("stdout", "stderr", "log")]
         settings.setdefault("log", files[2])
         words, environment = self._command(arguments, self.environment(env, **settings))
+
+        def begin():
+            if prepare is not None:
+                prepare()
+            _die_with_parent()  # last: a change of the user would undo it
+
         with open(files[0], "ab") as out, open(files[1], "ab") as err:
             process = subprocess.Popen(
-                words, env=environment, stdin=stdin, preexec_fn=_die_with_parent,
+                words, env=environment, stdin=stdin, preexec_fn=begin,
                 stdout=out if stdout is None else stdout,
                 stderr=err if stderr is None else stderr)
         files[2] = Path(settings["log"])

@@ -4,6 +4,7 @@
 #include "process.h"
 #include "server/ending.h"
 #include "server/globals.h"
+#include "server/standard_descriptors.h"
 #include "server/startup_watchdog.h"
 #include "thread_name.h"
 #include "tracing.h"
@@ -120,6 +121,7 @@ int getEnvParameter(const char* name, int defaultValue) {
 }
 
 int main(int argc, char* argv[]) {
+    openStandardDescriptors();
     signal(SIGHUP, shutdown);
     signal(SIGINT, shutdown);
     Trace::Log::setAppName("bootlume");

@@ -50,7 +50,9 @@ void SignalRelay::run(const Function& function) {
             return;
         }
         for (int sig = 1; sig < NSIG; ++sig) {
-            for (auto& count = m_pending[static_cast<std::size_t>(sig)]; count != 0; --count) {
+            // A stop does not wait for the rest of a storm, whose lines a slow reader may hold up.
+            for (auto& count = m_pending[static_cast<std::size_t>(sig)]; m_running && count != 0;
+                 --count) {
                 takeName();
                 function(sig);
             }

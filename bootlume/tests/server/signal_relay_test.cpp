@@ -6,7 +6,9 @@
 #include <signal.h>
 #include <sys/prctl.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -118,6 +120,25 @@ TEST(SignalRelay, HandsNothingOnOnceItIsStopped) {
     relay.stop();
     relay.raise(SIGINT);
     EXPECT_THAT(receiver.wait(0), testing::IsEmpty());
+}
+
+TEST(SignalRelay, DropsTheRestOfAStormWhenItIsStopped) {
+    constexpr int STORM = 1000;
+    std::atomic<int> calls{0};
+    SignalRelay relay;
+    for (int i = 0; i < STORM; ++i) {
+        relay.raise(SIGINT);
+    }
+    // Each call is a slow one: that all of them are made before the stop is out of the question.
+    relay.start([&](int) {
+        ++calls;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    });
+    while (calls == 0) {
+        std::this_thread::yield();
+    }
+    relay.stop();
+    EXPECT_LT(calls, STORM / 2);
 }
 
 TEST(SignalRelay, MayBeStoppedWithoutAStartAndTwice) {

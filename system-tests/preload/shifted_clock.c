@@ -1,0 +1,92 @@
+/* Preload library: clocks that a test sets while the program runs.
+ *
+ * SHIFTED_CLOCK names a file that is mapped and shared with the test: two 64-bit numbers, the
+ * nanoseconds by which the wall clock and the steady clock are ahead of the true ones. A wait with a
+ * deadline on the wall clock ends when that clock says so, as it would where the system's own clock
+ * was set. */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+enum { SLICE_NS = 2000000, SECOND_NS = 1000000000 };
+
+struct shifts {
+    int64_t wall_ns;
+    int64_t steady_ns;
+};
+
+static struct shifts none;
+static struct shifts* shifts = &none;
+
+__attribute__((constructor)) static void set_up(void) {
+    const char* path = getenv("SHIFTED_CLOCK");
+    const int file = path == NULL ? -1 : open(path, O_RDWR | O_CLOEXEC);
+    if (file < 0)
+        return;
+    void* shared = mmap(NULL, sizeof(struct shifts), PROT_READ, MAP_SHARED, file, 0);
+    close(file);
+    if (shared != MAP_FAILED)
+        shifts = shared;
+}
+
+static int64_t true_ns(clockid_t clock) {
+    struct timespec time = {0, 0};
+    syscall(SYS_clock_gettime, clock, &time);
+    return (int64_t)time.tv_sec * SECOND_NS + time.tv_nsec;
+}
+
+static int64_t wall_ns(void) {
+    return true_ns(CLOCK_REALTIME) + __atomic_load_n(&shifts->wall_ns, __ATOMIC_ACQUIRE);
+}
+
+static struct timespec as_time(int64_t ns) {
+    struct timespec time = {(time_t)(ns / SECOND_NS), (long)(ns % SECOND_NS)};
+    return time;
+}
+
+int clock_gettime(clockid_t clock, struct timespec* time) {
+    if (clock == CLOCK_REALTIME)
+        *time = as_time(wall_ns());
+    else if (clock == CLOCK_MONOTONIC)
+        *time = as_time(true_ns(clock) + __atomic_load_n(&shifts->steady_ns, __ATOMIC_ACQUIRE));
+    else
+        return (int)syscall(SYS_clock_gettime, clock, time);
+    return 0;
+}
+
+int gettimeofday(struct timeval* restrict time, void* restrict zone) {
+    (void)zone;
+    const int64_t now = wall_ns();
+    time->tv_sec = (time_t)(now / SECOND_NS);
+    time->tv_usec = (suseconds_t)(now % SECOND_NS / 1000);
+    return 0;
+}
+
+/* In slices, so that a clock that is set meanwhile counts. */
+int pthread_cond_timedwait(pthread_cond_t* restrict condition, pthread_mutex_t* restrict mutex,
+                           const struct timespec* restrict deadline) {
+    typedef int function(pthread_cond_t*, pthread_mutex_t*, const struct timespec*);
+    static function* real;
+    if (real == NULL)
+        real = (function*)dlsym(RTLD_NEXT, "pthread_cond_timedwait");
+    const int64_t end = (int64_t)deadline->tv_sec * SECOND_NS + deadline->tv_nsec;
+    for (;;) {
+        const int64_t left = end - wall_ns();
+        if (left <= 0)
+            return ETIMEDOUT;
+        const int64_t slice = left < SLICE_NS ? left : SLICE_NS;
+        const struct timespec until = as_time(true_ns(CLOCK_REALTIME) + slice);
+        const int result = real(condition, mutex, &until);
+        if (result != ETIMEDOUT)
+            return result;
+    }
+}

@@ -1,0 +1,350 @@
+"""What the program does where the machine has nothing left for it: no descriptors, no processes, no
+memory, nobody who reads, no place for its socket, no display any more."""
+
+import mmap
+import os
+import resource
+import signal
+import socket
+import struct
+from pathlib import Path
+
+import pytest
+
+from lines import (ENDING, OWN_LINES, SERVER, is_dispatching, lines_of, listens, traced,
+                   wait_until_running)
+from virtual_device import SOCKET, sanitizer_runtimes, wait_until
+
+LONG = bool(os.environ.get("BOOTLUME_LONG"))
+LONGEST_S = 10
+
+WRONG_FORMAT = traced("WARN", "Wrong message format, tmp.size() = 1", ENDING, SERVER)
+
+
+def close_all(*descriptors):
+    def close():
+        for descriptor in descriptors:
+            os.close(descriptor)
+    return close
+
+
+def end_by_signal(splash):
+    """For a splash that no command reaches."""
+    def ended():
+        if is_dispatching(splash):
+            splash.signal(signal.SIGINT)
+        return splash.process.poll() is not None
+    wait_until(ended, "the end by a signal", LONGEST_S)
+    return splash.wait()
+
+
+def connected(desk):
+    """A sender's socket that the file's removal does not part from the splash."""
+    sender = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    folder = os.open(desk.path(SOCKET).parent, os.O_PATH | os.O_DIRECTORY)
+    sender.connect(f"/proc/self/fd/{folder}/{desk.path(SOCKET).name}")
+    os.close(folder)
+    return sender
+
+
+def turns_on(splash, frames=4):
+    """The ring still turns."""
+    splash.screen.wait_for_frame(splash.screen.frame_number + frames)
+
+
+# -- standard descriptors ----------------------------------------------------------------------
+
+@pytest.mark.parametrize("closed", [(0,), (1,), (2,), (0, 1), (0, 1, 2)], ids=str)
+def test_a_closed_standard_descriptor_is_never_the_overlays_or_the_sockets(desk, closed):
+    """Trace lines go to descriptor 1 and failures to 2, whatever these are."""
+    desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    splash = desk.start("Title", "Lines", prepare=close_all(*closed))
+    wait_until_running(splash)
+    for descriptor in closed:
+        assert os.readlink(f"/proc/{splash.pid}/fd/{descriptor}") == "/dev/null"
+    assert [record["result"] > 2 for record in splash.records(kind="device", call="open")] == [
+        True]
+    turns_on(splash)
+    assert splash.quit() == 0
+    assert bool(splash.trace()) == (1 not in closed)
+    assert splash.stderr == ""
+
+
+@pytest.mark.parametrize("full", ["stdout", "stderr", "both"])
+def test_a_full_disk_behind_the_output_loses_lines_and_nothing_else(desk, full):
+    desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    with open("/dev/full", "wb") as nowhere:
+        outputs = ["stdout", "stderr"] if full == "both" else [full]
+        splash = wait_until_running(desk.start(**{output: nowhere for output in outputs}))
+        turns_on(splash)
+        splash.send("New title;New line")
+        turns_on(splash)
+        assert splash.quit() == 0
+
+
+def start_into_pipe(desk, prepare=None):
+    """A splash whose standard output is a pipe, and the reading end."""
+    reader, writer = os.pipe()
+    try:
+        # subprocess lets SIGPIPE have its default in the child, unlike Python itself.
+        return desk.start(stdout=writer, prepare=prepare), reader
+    finally:
+        os.close(writer)
+
+
+def test_a_reader_that_goes_ends_the_splash_by_sigpipes_default(desk):
+    desk.trace_config(OWN_LINES)
+    splash, reader = start_into_pipe(desk)
+    wait_until_running(splash)
+    os.close(reader)
+    splash.send("a line is written now")
+    assert splash.wait(LONGEST_S) == -signal.SIGPIPE
+
+
+def test_a_reader_that_goes_is_not_missed_where_sigpipe_is_ignored(desk):
+    """As a service manager starts it."""
+    desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    splash, reader = start_into_pipe(
+        desk, lambda: signal.signal(signal.SIGPIPE, signal.SIG_IGN))
+    wait_until_running(splash)
+    os.close(reader)
+    splash.send("a line is written now")
+    turns_on(splash)
+    assert splash.quit() == 0
+    assert splash.stderr == ""
+
+
+# -- descriptors and processes -----------------------------------------------------------------
+
+def with_limit(kind, number):
+    return lambda: resource.setrlimit(kind, (number, number))
+
+
+def fewest_descriptors(desk):
+    """How many descriptors the program needs, below those that the virtual device keeps."""
+    splash = wait_until_running(desk.start())
+    used = {int(path.name) for path in Path(f"/proc/{splash.pid}/fd").iterdir()}
+    assert splash.quit() == 0
+    return len([number for number in used if number < 900])
+
+
+def test_too_few_descriptors_at_the_start_never_hang_it(desk, run_prefix):
+    if run_prefix:
+        pytest.skip("an emulator needs descriptors of its own")
+    for limit in range(3, fewest_descriptors(desk) + 3):
+        splash = desk.start(prepare=with_limit(resource.RLIMIT_NOFILE, limit))
+
+        def known():
+            return splash.process.poll() is not None or (
+                is_dispatching(splash) and splash.screen.streaming)
+        wait_until(known, f"a page or an end with {limit} descriptors", LONGEST_S)
+        if splash.process.poll() is None:
+            assert end_by_signal(splash) == 0
+        # 3 is the virtual device's: it refuses to be without its log. 127 is the loader's.
+        assert splash.wait() in (0, 255, 3, 127), (limit, splash.stderr)
+        if splash.wait() == 255:
+            assert splash.stdout or limit < 3
+
+
+def test_no_descriptors_left_while_it_runs_costs_no_frame_and_no_command(desk):
+    """Both reboots fail with a line, as nothing can be launched; the splash goes on."""
+    splash = wait_until_running(desk.start("-c", "Title", "Lines", env={
+        "SPLASH_TIMEOUT": 2, "SPLASH_TIMEOUT_HARD": 3}))
+    turns_on(splash)
+    resource.prlimit(splash.pid, resource.RLIMIT_NOFILE, (3, 3))
+    splash.send("New title;New line")  # the language file cannot be opened any more
+    turns_on(splash)
+    splash.wait_for_trace("failed to start VRX reboot, rebooting")
+    splash.wait_for_trace("reboot started with result: , result = -1")
+    turns_on(splash)
+    assert splash.quit() == 0
+
+
+def test_no_processes_left_make_every_reboot_fail_with_a_line(desk, unprivileged):
+    desk.reboot_script("/sbin/reboot", "echo never")
+    unprivileged.own(desk)
+    splash = wait_until_running(desk.start(
+        "-c", "Title", "Lines", prepare=unprivileged.become,
+        env={"SPLASH_TIMEOUT": 1, "SPLASH_TIMEOUT_HARD": 2}))
+    # Who owns the process may lower its limits.
+    assert unprivileged.run("import resource, sys\nresource.prlimit(int(sys.argv[1]), "
+                            "resource.RLIMIT_NPROC, (1, 1))", splash.pid).returncode == 0
+    splash.wait_for_trace("failed to start VRX reboot, rebooting")
+    splash.wait_for_trace("reboot started with result: , result = -1")
+    assert splash.trace("failed to start RTQ: ") and not splash.trace("never")
+    turns_on(splash)
+    assert splash.quit() == 0
+
+
+def test_no_processes_at_the_start_end_it_with_a_message(desk, unprivileged):
+    unprivileged.own(desk)
+
+    def prepare():
+        unprivileged.become()
+        resource.setrlimit(resource.RLIMIT_NPROC, (0, 0))
+    splash = desk.run("Title", "Lines", prepare=prepare, deadline=LONGEST_S)
+    assert splash.wait() == -signal.SIGABRT
+    assert "terminate called" in splash.stderr and "Resource temporarily" in splash.stderr
+
+
+# -- memory ------------------------------------------------------------------------------------
+
+class Memory:
+    """The control file of the failing allocator."""
+
+    def __init__(self, path):
+        path.write_bytes(bytes(12))
+        with open(path, "r+b") as file:
+            self._map = mmap.mmap(file.fileno(), 0)
+
+    def fail(self, countdown, failures=1):
+        struct.pack_into("=2i", self._map, 0, 0, failures)
+        struct.pack_into("=i", self._map, 0, countdown)
+
+    @property
+    def failed(self):
+        return struct.unpack_from("=i", self._map, 8)[0]
+
+
+@pytest.fixture
+def scarce(desk, build_dir, run_prefix):
+    """scarce() starts a splash whose allocations can be made to fail: the splash and the Memory."""
+    if run_prefix or sanitizer_runtimes(build_dir / "bin/bootlume"):
+        pytest.skip("the allocator is another one here")
+
+    def start(countdown=0, failures=1, **options):
+        memory = Memory(desk.root / "memory")
+        memory.fail(countdown, failures)
+        preloaded = f"{build_dir / 'lib/libfailing-malloc.so'}:{desk.environment()['LD_PRELOAD']}"
+        environment = {"LD_PRELOAD": preloaded, "FAILING_MALLOC": desk.root / "memory"}
+        return desk.start("Title", "Lines", env=environment, **options), memory
+    return start
+
+
+def outcome_without_memory(splash, memory):
+    """Ended by the allocation that failed, with a message, or going on: nothing else."""
+    before = splash.screen.frame_number
+
+    def settled():
+        return splash.process.poll() is not None or (
+            memory.failed and is_dispatching(splash)
+            and splash.screen.frame_number > before + 4 and listens(splash.desk.path(SOCKET)))
+    wait_until(settled, f"an outcome, {memory.failed} failed", LONGEST_S)
+    if splash.process.poll() is None:
+        assert splash.quit(LONGEST_S) == 0
+        return "goes on"
+    assert splash.wait() in (-signal.SIGABRT, 255), splash.stderr
+    assert "std::bad_alloc" in splash.stderr or splash.wait() == 255 and splash.stdout
+    return "ended"
+
+
+@pytest.mark.parametrize("failures", [1, 1000000], ids=["one", "all from there on"])
+@pytest.mark.parametrize("countdown", range(1, 120) if LONG else [1, 3, 8, 14, 20, 27])
+def test_no_memory_at_the_start_ends_it_with_a_message_or_not_at_all(scarce, countdown, failures):
+    splash, memory = scarce(countdown, failures)
+    outcome_without_memory(splash, memory)
+    assert memory.failed
+
+
+@pytest.mark.parametrize("countdown", range(1, 60) if LONG else [1, 2, 5, 9, 16])
+def test_no_memory_while_it_runs_ends_it_with_a_message_or_not_at_all(desk, scarce, countdown):
+    desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    splash, memory = scarce()
+    wait_until_running(splash)
+    turns_on(splash)
+    memory.fail(countdown)
+    for number in range(countdown):
+        try:
+            splash.send(f"A title that is too long for a short string {number};" + "line\n" * 9, 1)
+        except (AssertionError, OSError):
+            break  # it has ended
+        desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    outcome_without_memory(splash, memory)
+    assert memory.failed
+
+
+# -- the socket's place ------------------------------------------------------------------------
+
+def assert_serves_no_command(desk, splash, reason):
+    """Without a socket the splash shows its page, and a signal ends it."""
+    splash.wait_for_stderr(f"bind error: {reason}")
+    turns_on(splash)
+    assert not desk.path(SOCKET).is_socket()
+    assert end_by_signal(splash) == 0
+
+
+def test_a_folder_in_the_sockets_place_costs_the_commands_only(desk):
+    desk.path(SOCKET).mkdir()
+    assert_serves_no_command(desk, desk.start(), "Address already in use")
+    assert desk.path(SOCKET).is_dir()
+
+
+def test_a_missing_tmp_costs_the_commands_only(desk):
+    splash = desk.start(faults="open@1=block:300")
+    splash.wait_for_record(lambda record: record["kind"] == "fault", "the held open")
+    desk.path(SOCKET).parent.rmdir()
+    assert_serves_no_command(desk, splash, "No such file or directory")
+
+
+def test_a_tmp_that_cannot_be_written_costs_the_commands_only(desk, unprivileged):
+    unprivileged.own(desk)
+    desk.path(SOCKET).parent.chmod(0o555)
+    assert_serves_no_command(desk, desk.start(prepare=unprivileged.become), "Permission denied")
+
+
+def test_a_removed_socket_costs_further_commands_only(desk):
+    splash = wait_until_running(desk.start())
+    desk.path(SOCKET).unlink()
+    turns_on(splash)
+    assert end_by_signal(splash) == 0
+    assert splash.stderr == ""
+
+
+def test_a_sender_that_is_connected_goes_on_where_the_socket_is_removed(desk):
+    splash = wait_until_running(desk.start())
+    with connected(desk) as sender:
+        desk.path(SOCKET).unlink()
+        sender.send(b"refused")
+        splash.wait_for_trace("Wrong message format")
+        sender.send(b"QUIT")
+        assert splash.wait(LONGEST_S) == 0
+    assert lines_of(splash) == [WRONG_FORMAT]
+
+
+# -- the display -------------------------------------------------------------------------------
+
+CALLS = ["VIDIOC_QBUF", "VIDIOC_DQBUF"]
+
+
+@pytest.mark.parametrize("armed", [False, True], ids=["", "armed"])
+@pytest.mark.parametrize("all_calls", [CALLS, ["VIDIOC_QBUF"], ["VIDIOC_DQBUF"]], ids="+".join)
+def test_a_display_that_disappears_leaves_commands_and_reboots(desk, all_calls, armed):
+    """Every call of the device fails from then on; each is a line."""
+    rebooted = desk.root / "rebooted"
+    desk.reboot_script("/sbin/vrx_reboot", f": > {rebooted}")
+    faults = ",".join(f"{call}@6+=ENODEV" for call in all_calls + ["VIDIOC_STREAMOFF"]).replace(
+        "STREAMOFF@6", "STREAMOFF@1")
+    splash = desk.start(*(["-c"] if armed else []), "Title", "Lines", faults=faults,
+                        env={"SPLASH_TIMEOUT": 1, "SPLASH_TIMEOUT_HARD": 600})
+    wait_until_running(splash)
+    splash.wait_for_trace("Couldn't queue buffer" if "VIDIOC_QBUF" in all_calls
+                          else "Couldn't dequeue buffer")
+    if armed:
+        splash.wait_for_trace("VRX reboot started with result: , result = 0")
+        assert rebooted.exists()
+    splash.send("refused")
+    splash.wait_for_trace("Wrong message format")
+    assert splash.quit() == 0
+    assert splash.trace("FAILED to VIDIOC_STREAMOFF.")
+    assert splash.records(call="close")[-1]["result"] == 0
+
+
+def test_a_display_that_is_gone_does_not_make_the_ring_spin(desk):
+    """Failing calls come back at once: the period of a frame still holds."""
+    splash = wait_until_running(desk.start(
+        refresh=0, faults="VIDIOC_QBUF@3+=ENODEV,VIDIOC_DQBUF@3+=ENODEV"))
+    wait_until(lambda: len(splash.trace("Couldn't queue buffer")) >= 20, "20 failures")
+    failed = [record["time_ns"] for record in splash.records(kind="device", call="VIDIOC_QBUF")
+              if record["result"] < 0]
+    assert splash.quit() == 0
+    assert (failed[-1] - failed[0]) / (len(failed) - 1) >= 30e6
