@@ -25,14 +25,12 @@ struct Frame {
     std::uint32_t length;
 };
 
-int fail(const char* step)
-{
+int fail(const char* step) {
     std::fprintf(stderr, "board-tool: %s: %s\n", step, std::strerror(errno));
     return 1;
 }
 
-int send(const char* path, const std::string& text)
-{
+int send(const char* path, const std::string& text) {
     const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -42,8 +40,7 @@ int send(const char* path, const std::string& text)
     return sent == static_cast<ssize_t>(text.size()) ? 0 : fail(path);
 }
 
-v4l2_buffer record(std::uint32_t index)
-{
+v4l2_buffer record(std::uint32_t index) {
     v4l2_buffer buffer{};
     buffer.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     buffer.memory = V4L2_MEMORY_MMAP;
@@ -52,8 +49,7 @@ v4l2_buffer record(std::uint32_t index)
 }
 
 /// Every pixel differs from its neighbours, so a shift of one pixel or one line shows.
-void draw(const Frame& frame)
-{
+void draw(const Frame& frame) {
     auto* pixel = static_cast<std::uint16_t*>(frame.start);
     for (std::uint32_t y = 0; y < HEIGHT; ++y) {
         for (std::uint32_t x = 0; x < WIDTH; ++x)
@@ -61,8 +57,7 @@ void draw(const Frame& frame)
     }
 }
 
-bool setUp(int fd, std::array<Frame, 2>& frames)
-{
+bool setUp(int fd, std::array<Frame, 2>& frames) {
     v4l2_format format{};
     format.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     if (ioctl(fd, VIDIOC_G_FMT, &format) < 0)
@@ -93,8 +88,7 @@ bool setUp(int fd, std::array<Frame, 2>& frames)
     return ioctl(fd, VIDIOC_STREAMON, &type) == 0;
 }
 
-int pattern(const char* device)
-{
+int pattern(const char* device) {
     const int fd = open(device, O_RDWR);
     if (fd < 0)
         return fail(device);
@@ -110,8 +104,7 @@ int pattern(const char* device)
 
 } // namespace
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     const std::string command = argc > 1 ? argv[1] : "";
     if (command == "send" && argc == 4)
         return send(argv[2], argv[3]);

@@ -34,9 +34,8 @@ bool sendTo(const std::string& path, const std::string& data) {
     const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const int room = 1 << 20;
     setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
-    const ssize_t sent =
-        sendto(descriptor, data.data(), data.size(), 0, reinterpret_cast<const sockaddr*>(&address),
-               sizeof address);
+    const ssize_t sent = sendto(descriptor, data.data(), data.size(), 0,
+                                reinterpret_cast<const sockaddr*>(&address), sizeof address);
     close(descriptor);
     return sent == static_cast<ssize_t>(data.size());
 }
@@ -119,14 +118,18 @@ protected:
 TEST_F(UnixServer, HandsEveryDatagramOverAsItCame) {
     Served served(m_path);
     served.runBound();
-    const std::vector<std::string> sent = {"QUIT", "QUIT\n", std::string("a\0b\0", 4), " blanks ",
-                                           std::string(1000, 'x'), std::string(100'000, 'y')};
+    const std::vector<std::string> sent = {"QUIT",
+                                           "QUIT\n",
+                                           std::string("a\0b\0", 4),
+                                           " blanks ",
+                                           std::string(1000, 'x'),
+                                           std::string(100'000, 'y')};
     for (const std::string& text : sent) {
         ASSERT_TRUE(sendTo(m_path, text));
     }
     EXPECT_EQ(served.wait(sent.size()), sent);
-    EXPECT_EQ(lines()[0],
-              line("DEBUG", "Got Message from socket, command = QUIT", "connection/unix_server.cpp"));
+    EXPECT_EQ(lines()[0], line("DEBUG", "Got Message from socket, command = QUIT",
+                               "connection/unix_server.cpp"));
 }
 
 TEST_F(UnixServer, TakesADatagramWithoutBytesForOneQuitAndServesOn) {

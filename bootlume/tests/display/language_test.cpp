@@ -19,8 +19,7 @@ const char* const SELECTION = R"("selectedLanguage":"zh")";
 class ALanguageFile : public testing::Test {
 protected:
     ALanguageFile()
-        : m_path(desk::path(
-              "/opt/userdata/devicestack/appData/confd/GeneratorConfiguration")) {
+        : m_path(desk::path("/opt/userdata/devicestack/appData/confd/GeneratorConfiguration")) {
         fs::create_directories(m_path.parent_path());
         fs::remove_all(m_path);
     }

@@ -60,13 +60,19 @@ TEST(ADrawableText, KeepsEveryCharacterAndReplacesWhatIsNone) {
 
 TEST(ADrawableText, HasOneReplacementForEachInvalidSequence) {
     const std::string r = REPLACEMENT;
-    EXPECT_EQ(drawable("a\xFF" "b"), "a" + r + "b");
+    EXPECT_EQ(drawable("a\xFF"
+                       "b"),
+              "a" + r + "b");
     EXPECT_EQ(drawable("\xFF\xFE"), r + r);
     EXPECT_EQ(drawable("\x80"), r);
     EXPECT_EQ(drawable("\xC3"), r);
-    EXPECT_EQ(drawable("\xC3" "a"), r + "a");
+    EXPECT_EQ(drawable("\xC3"
+                       "a"),
+              r + "a");
     EXPECT_EQ(drawable("\xE2\x82"), r);
-    EXPECT_EQ(drawable("\xE2\x82" "a"), r + "a");
+    EXPECT_EQ(drawable("\xE2\x82"
+                       "a"),
+              r + "a");
     EXPECT_EQ(drawable("\xF0\x9F\x98"), r);
     EXPECT_EQ(drawable("\xF0\x9F\xC3\xA4"), r + "\xC3\xA4");
     EXPECT_EQ(drawable("\xC0\xAF"), r + r);

@@ -63,15 +63,13 @@ TEST_F(Ending, TwoFieldsAreTheTexts) {
 
 TEST_F(Ending, AnyOtherNumberOfFieldsIsRefused) {
     const std::vector<std::pair<std::string, int>> cases = {
-        {"", 0},    {"quit", 1},  {"QUIT\n", 1}, {"QUIT;", 1},
-        {";", 1},   {"title", 1}, {"a;b;c", 3},  {"a;;b", 3},
-        {";;;", 3}, {std::string("QUIT\0", 5), 1}};
+        {"", 0},      {"quit", 1},  {"QUIT\n", 1}, {"QUIT;", 1}, {";", 1},
+        {"title", 1}, {"a;b;c", 3}, {"a;;b", 3},   {";;;", 3},   {std::string("QUIT\0", 5), 1}};
     std::vector<std::string> expected;
     for (const auto& [message, pieces] : cases) {
         handle(message);
-        expected.push_back(line("WARN",
-                                "Wrong message format, tmp.size() = " + std::to_string(pieces),
-                                FILE_NAME));
+        expected.push_back(line(
+            "WARN", "Wrong message format, tmp.size() = " + std::to_string(pieces), FILE_NAME));
     }
     EXPECT_EQ(lines(), expected);
     EXPECT_EQ(m_texts, Texts());

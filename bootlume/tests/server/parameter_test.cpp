@@ -49,10 +49,16 @@ TEST_F(Parameter, ATextThatIsNotSetIsTheDefault) {
 }
 
 TEST_F(Parameter, ANumberIsWhatTheTextBeginsWith) {
-    const std::vector<std::pair<const char*, int>> cases = {
-        {"12", 12},     {"12abc", 12}, {" \t\n+7", 7},         {"-5", -5},
-        {"0", 0},       {"0x1f", 0},   {"010", 10},            {"3.9", 3},
-        {"2147483647", 2147483647},    {"-2147483648", -2147483647 - 1}};
+    const std::vector<std::pair<const char*, int>> cases = {{"12", 12},
+                                                            {"12abc", 12},
+                                                            {" \t\n+7", 7},
+                                                            {"-5", -5},
+                                                            {"0", 0},
+                                                            {"0x1f", 0},
+                                                            {"010", 10},
+                                                            {"3.9", 3},
+                                                            {"2147483647", 2147483647},
+                                                            {"-2147483648", -2147483647 - 1}};
     std::vector<std::string> expected;
     for (const auto& [text, value] : cases) {
         setenv(NAME, text, 1);
@@ -64,8 +70,8 @@ TEST_F(Parameter, ANumberIsWhatTheTextBeginsWith) {
 
 TEST_F(Parameter, ATextThatIsNoNumberGivesTheDefaultAndALine) {
     std::vector<std::string> expected;
-    for (const char* text : {"", "abc", " ", "-", "+-1", "2147483648", "-2147483649",
-                             "999999999999999999999999"}) {
+    for (const char* text :
+         {"", "abc", " ", "-", "+-1", "2147483648", "-2147483649", "999999999999999999999999"}) {
         setenv(NAME, text, 1);
         EXPECT_EQ(getEnvParameter(NAME, 200), 200) << text;
         expected.push_back(failed(200));

@@ -29,6 +29,7 @@ namespace virtual_device {
 
 /// The next definition of each call in the search order.
 struct Real {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a declaration takes none
 #define VIRTUAL_DEVICE_MEMBER(name) decltype(&::name) name;
     VIRTUAL_DEVICE_CALLS(VIRTUAL_DEVICE_MEMBER)
 #undef VIRTUAL_DEVICE_MEMBER
