@@ -60,7 +60,8 @@ private:
 
     std::atomic<bool> m_running{false};
     std::atomic<std::int32_t> m_childPid{-1};
-    std::int32_t m_result = -1; ///< a child that was never seen to end counts as a failure
+    /// A child that was never seen to end counts as a failure.
+    std::atomic<std::int32_t> m_result{-1};
     std::unique_ptr<std::thread> m_thread;
     IDispatcher* m_dispatcher;
     std::vector<std::string> m_arguments;

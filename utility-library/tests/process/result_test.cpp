@@ -24,14 +24,17 @@ protected:
     }
 };
 
-/// Lets the caller's user have the threads that the caller has, and so many more.
+/// Lets the caller's user have the threads that the caller has, and so many more, until the next
+/// call.
 void leaveRoomFor(rlim_t more) {
     rlim_t threads = 0;
     for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
         static_cast<void>(thread);
         ++threads;
     }
-    const rlimit limit{threads + more, threads + more};
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NPROC, &limit), 0);
+    limit.rlim_cur = threads + more;
     ASSERT_EQ(setrlimit(RLIMIT_NPROC, &limit), 0);
 }
 
@@ -104,6 +107,31 @@ TEST_F(TheResult, IsMinusOneWhereNoThreadCanBeMade) {
         EXPECT_EQ(run(process), -1) << "it did not become idle again";
         EXPECT_EQ(texts().size(), 6U);
         EXPECT_EQ(texts()[1].substr(0, 20), "failed to start RTQ:");
+    });
+}
+
+TEST_F(TheResult, OfAStartWithoutAThreadComesWhileTheNextRunGoesOn) {
+    isolated([&] {
+        if (!becomeUnprivileged()) {
+            GTEST_SKIP() << "only root can take an id that no other process has";
+        }
+        const std::string gate = m_folder.file("gate");
+        const std::string waits =
+            "for i in $(seq 500); do [ -e " + gate + " ] && exit 3; sleep 0.02; done; exit 4";
+        brem::Process process(&m_dispatcher, {script(waits)}, false);
+        std::vector<int> results;
+        leaveRoomFor(0);
+        process.start([&](int code) {
+            results.push_back(code);
+            m_folder.write("gate", "");
+        });
+        leaveRoomFor(8);
+        process.start([&](int code) {
+            results.push_back(code);
+            m_dispatcher.stop();
+        });
+        runDispatcher();
+        EXPECT_THAT(results, ElementsAre(-1, 3));
     });
 }
 
