@@ -5,6 +5,8 @@
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cctype>
 #include <fstream>
@@ -58,6 +60,12 @@ std::string joined(const MaskWords& masks) {
         }
     }
     return text.str();
+}
+
+/// Opening a pipe waits for a writer: in the file's place it would hold up the whole start.
+bool isPipe(const std::string& path) {
+    struct stat about;
+    return stat(path.c_str(), &about) == 0 && S_ISFIFO(about.st_mode);
 }
 
 /// A text of the file for a line of the trace. The system log reads its lines as formats: there, a
@@ -142,6 +150,9 @@ TraceConfig Log::parseEntry(const std::string& line) {
 
 bool Log::readConfig() {
     TRACE_MASKED(LEVEL_VERBOSE, TRACE_MASK_TRACING, SUBSYSTEM, "some changes");
+    if (isPipe(s_configFilePath)) {
+        return false;
+    }
     std::ifstream file(s_configFilePath);
     std::string line;
     while (std::getline(file, line)) {
