@@ -171,7 +171,8 @@ TEST(ADisplay, TakesOverOneBufferARefresh) {
     const auto shows = desk.records({"\"call\":\"show\""});
     ASSERT_EQ(11U, shows.size());
     const std::int64_t first = numberIn(shows.front(), "time_ns");
-    EXPECT_GE(numberIn(shows.back(), "time_ns") - first, 10 * 20000000 - 5000000);
+    // Ten refreshes lie between; a busy machine may be late to write the first one down.
+    EXPECT_GE(numberIn(shows.back(), "time_ns") - first, 9 * 20000000);
     for (std::size_t i = 1; i < shows.size(); ++i)
         EXPECT_EQ(std::int64_t(i % 2 == 0), numberIn(shows[i], "buffer"));
 }
