@@ -62,12 +62,6 @@ std::string joined(const MaskWords& masks) {
     return text.str();
 }
 
-/// Opening a pipe waits for a writer: in the file's place it would hold up the whole start.
-bool isPipe(const std::string& path) {
-    struct stat about;
-    return stat(path.c_str(), &about) == 0 && S_ISFIFO(about.st_mode);
-}
-
 /// A text of the file for a line of the trace. The system log reads its lines as formats: there, a
 /// percent sign is doubled, so that no typo is taken for a conversion.
 std::string quoted(const std::string& text, bool toSyslog) {
@@ -76,6 +70,12 @@ std::string quoted(const std::string& text, bool toSyslog) {
         result.append(toSyslog && character == '%' ? 2 : 1, character);
     }
     return result;
+}
+
+/// Opening a pipe in the file's place would wait for a writer, and a device may never end.
+bool isFile(const std::string& path) {
+    struct stat found {};
+    return stat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode);
 }
 
 } // namespace
@@ -150,7 +150,7 @@ TraceConfig Log::parseEntry(const std::string& line) {
 
 bool Log::readConfig() {
     TRACE_MASKED(LEVEL_VERBOSE, TRACE_MASK_TRACING, SUBSYSTEM, "some changes");
-    if (isPipe(s_configFilePath)) {
+    if (!isFile(s_configFilePath)) {
         return false;
     }
     std::ifstream file(s_configFilePath);

@@ -306,6 +306,14 @@ TEST_F(ATraceConfiguration, StaysAsItIsForADirectory) {
     EXPECT_TRUE(isUntouched());
 }
 
+TEST_F(ATraceConfiguration, StaysAsItIsForADeviceWithoutAnEnd) {
+    ASSERT_EQ(symlink("/dev/zero", file.path().c_str()), 0);
+    alarm(10); // where it is read, the test is ended
+    EXPECT_FALSE(Log::readConfig());
+    alarm(0);
+    EXPECT_TRUE(isUntouched());
+}
+
 TEST_F(ATraceConfiguration, StaysAsItIsForAPipeThatNobodyWritesTo) {
     ASSERT_EQ(mkfifo(file.path().c_str(), 0600), 0);
     alarm(10); // where the pipe is waited for, the test is ended

@@ -1,6 +1,7 @@
 #include "display/language.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +22,12 @@ ssize_t readSome(int descriptor, char* buffer, std::size_t size) {
         count = read(descriptor, buffer, size);
     } while (count == -1 && errno == EINTR);
     return count;
+}
+
+/// A device may never end, and the ring waits for the end of what is read.
+bool isFile(int descriptor) {
+    struct stat found {};
+    return fstat(descriptor, &found) == 0 && S_ISREG(found.st_mode);
 }
 
 bool containsSelection(int descriptor) {
@@ -48,7 +55,7 @@ bool isChineseSelected() {
     if (descriptor < 0) {
         return false;
     }
-    const bool chinese = containsSelection(descriptor);
+    const bool chinese = isFile(descriptor) && containsSelection(descriptor);
     close(descriptor);
     return chinese;
 }

@@ -72,6 +72,11 @@ TEST_F(ALanguageFile, ThatIsAFolderSelectsLatin) {
     EXPECT_FALSE(isChineseSelected());
 }
 
+TEST_F(ALanguageFile, ThatIsADeviceWithoutAnEndIsNotRead) {
+    fs::create_symlink("/dev/zero", m_path);
+    EXPECT_FALSE(isChineseSelected());
+}
+
 TEST_F(ALanguageFile, ThatIsAPipeNobodyWritesToDoesNotHoldUp) {
     ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
     EXPECT_FALSE(isChineseSelected());

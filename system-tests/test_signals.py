@@ -1,0 +1,171 @@
+"""Storms of signals: the program always ends, with status 0, however many come and whenever."""
+
+import os
+import re
+import signal
+import subprocess
+import sys
+import threading
+import time
+from pathlib import Path
+
+import pytest
+
+from lines import ALL_LINES, ENDING, is_dispatching, lines_of, wait_until_running
+from virtual_device import wait_until
+
+LONG = bool(os.environ.get("BOOTLUME_LONG"))
+STORM = 10_000
+RUNS = 20 if LONG else 1
+LONGEST_S = 20
+
+# The storm is a process of its own, which nothing else holds up. It waits for the process to send to,
+# says when it begins, and how many signals it has sent in the end.
+SENDER = """
+import os, sys
+print(flush=True)
+pid, count, sent = int(input()), int(sys.argv[1]), 0
+try:
+    while sent < count:
+        os.kill(pid, (1, 2)[sent % 2])
+        sent += 1
+        if sent == 1:
+            print(flush=True)
+        if sent % 16 == 0:
+            os.sched_yield()
+except ProcessLookupError:
+    pass
+print(sent)
+"""
+
+
+class Storm:
+    """10,000 signals, SIGHUP and SIGINT in turn, once they are let loose."""
+
+    def __init__(self):
+        self._process = subprocess.Popen([sys.executable, "-I", "-c", SENDER, str(STORM)], text=True,
+                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self._process.stdout.readline()
+
+    def break_loose(self, splash):
+        """Returns once the first signal has been sent."""
+        self._process.stdin.write(f"{splash.pid}\n")
+        self._process.stdin.flush()
+        self._process.stdout.readline()
+
+    def sent(self):
+        return int(self._process.communicate(timeout=LONGEST_S)[0])
+
+
+@pytest.fixture
+def storm():
+    return Storm()
+
+
+def handles_signals(splash):
+    """Whether main has come so far: before that a signal ends any program."""
+    assert splash.process.poll() is None, f"ended by {splash.process.returncode}"
+    status = Path(f"/proc/{splash.pid}/status").read_text()
+    caught = int(re.search(r"^SigCgt:\s*(\w+)", status, re.MULTILINE)[1], 16)
+    return caught & 3 == 3
+
+
+def end(splash):
+    """A stop that came before the loop is lost: signals until it has gone."""
+    def gone():
+        if splash.process.poll() is None and is_dispatching(splash):
+            splash.signal(signal.SIGINT)
+        return splash.process.poll() is not None
+    wait_until(gone, "the end", LONGEST_S)
+    return splash.wait()
+
+
+def by_signal(splash):
+    return [line for line in lines_of(splash, ENDING) if "End splash-screen with SIG." in line]
+
+
+@pytest.mark.parametrize("run", range(RUNS))
+def test_a_storm_from_the_start_on_ends_it_with_status_0(desk, storm, run):
+    desk.trace_config(ALL_LINES)
+    splash = desk.start("Title", "Lines")
+    wait_until(lambda: handles_signals(splash), "the handlers")
+    storm.break_loose(splash)
+    assert end(splash) == 0
+    assert storm.sent() > 0
+    assert by_signal(splash) and splash.stderr == ""
+
+
+@pytest.mark.parametrize("run", range(RUNS))
+def test_a_storm_during_a_long_start_is_swallowed_whole(desk, storm, run):
+    """The display is slow to open; nothing of what comes meanwhile ends anything."""
+    desk.trace_config(ALL_LINES)
+    splash = desk.start("Title", "Lines", faults="open@1=block:2000")
+    splash.wait_for_record(lambda record: record["kind"] == "fault", "the held open")
+    storm.break_loose(splash)
+    sent = storm.sent()
+    held = splash.records(kind="device", call="open") == []
+    wait_until_running(splash)
+    splash.screen.wait_for_frame(3)
+    assert sent == STORM
+    if held:
+        assert by_signal(splash) == []
+    assert end(splash) == 0
+
+
+@pytest.mark.parametrize("run", range(RUNS))
+def test_a_storm_in_the_steady_state_ends_it_with_status_0(desk, storm, run):
+    desk.trace_config(ALL_LINES)
+    splash = wait_until_running(desk.start("Title", "Lines", refresh=0))
+    splash.screen.wait_for_frame(3)
+    storm.break_loose(splash)
+    assert splash.wait(LONGEST_S) == 0
+    assert storm.sent() > 0
+    assert by_signal(splash) and splash.stderr == ""
+
+
+@pytest.mark.parametrize("run", range(RUNS))
+def test_a_storm_during_the_teardown_changes_nothing(desk, storm, run):
+    """The display is slow to be switched off, so that the whole storm falls into the teardown."""
+    desk.trace_config(ALL_LINES)
+    splash = wait_until_running(desk.start("Title", "Lines", faults="VIDIOC_STREAMOFF@1=block:1500"))
+    splash.screen.wait_for_frame(3)
+    splash.send("QUIT")
+    splash.wait_for_record(lambda record: record["kind"] == "fault", "the end to begin")
+    storm.break_loose(splash)
+    assert splash.wait(LONGEST_S) == 0
+    assert storm.sent() > 0
+    assert not splash.screen.streaming and splash.stderr == ""
+    calls = [record["call"] for record in splash.records(kind="device")]
+    assert calls[-4:] == ["VIDIOC_STREAMOFF", "munmap", "munmap", "close"]
+
+
+class SlowReader(threading.Thread):
+    """Takes a line's worth at a time from a pipe, as a serial console does."""
+
+    def __init__(self, descriptor):
+        super().__init__(daemon=True)
+        self._descriptor = descriptor
+        self.taken = 0
+
+    def run(self):
+        while data := os.read(self._descriptor, 110):
+            self.taken += len(data)
+            time.sleep(0.002)
+
+
+def test_a_storm_before_a_slow_console_does_not_hold_up_the_end(desk, storm):
+    """10,000 lines would take such a console more than 20 s."""
+    desk.trace_config("bootlume 5 0 0")
+    reader, writer = os.pipe()
+    try:
+        splash = desk.start("Title", "Lines", stdout=writer)
+    finally:
+        os.close(writer)
+    slow = SlowReader(reader)
+    slow.start()
+    wait_until_running(splash)
+    storm.break_loose(splash)
+    assert splash.wait(LONGEST_S / 2) == 0
+    assert storm.sent() > 0
+    slow.join(LONGEST_S)
+    os.close(reader)
