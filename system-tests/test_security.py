@@ -8,7 +8,7 @@ import stat
 import pytest
 
 from lines import ENDING, OWN_LINES, SOURCE, is_dispatching, lines_of, wait_until_running
-from virtual_device import LANGUAGE, SOCKET, TRACE_CONFIG, wait_until
+from virtual_device import LANGUAGE, SOCKET, TRACE_CONFIG, sanitizer_runtimes, wait_until
 
 UNIT = SOURCE / "packaging/systemd/bootlume.service"
 USUAL_MASK = 0o022
@@ -195,3 +195,19 @@ def test_a_level_that_somebody_sets_shows_texts_but_takes_no_command(open_desk, 
     assert refused(unprivileged.run(SEND, open_desk.path(SOCKET), "QUIT"))
     assert splash.quit() == 0
     assert any("socket command" in line for line in lines_of(splash, ENDING))
+
+
+@pytest.mark.parametrize("to_syslog, status", [(0, 0), (1, -signal.SIGABRT)],
+                         ids=["standard output", "syslog"])
+def test_a_conversion_in_a_text_is_one_in_the_system_log_only(
+        open_desk, build_dir, to_syslog, status):
+    """What whoever may send could do; the one that writes memory is refused, at a price."""
+    if sanitizer_runtimes(build_dir / "bin/bootlume"):
+        pytest.skip("the sanitizer has a system log of its own")
+    open_desk.trace_config(f"bootlume 5 0 {to_syslog}")
+    splash = start_masked(open_desk, units_mask())
+    splash.send("%n;a line")
+    if to_syslog == 0:
+        splash.send("QUIT")
+    assert splash.wait() == status
+    assert bool(splash.trace("command = %n;a line")) == (to_syslog == 0)
