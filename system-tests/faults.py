@@ -192,8 +192,9 @@ class Run:
         if self.phase in ("steady", "reboot"):
             arm()
             self._provoke()
-        if self._ended_by_failed_read():
-            return LINE_ENDED
+        self._until(lambda: self._frame() >= first + 4 or self._gone(), "more frames")
+        if self._gone() and self.splash.trace("Nothing read from the socket. Quitting."):
+            return LINE_ENDED  # a readable socket that yields nothing ends the splash
         self._drawn(first + 4)
         if self.phase == "end":
             arm()
@@ -233,9 +234,8 @@ class Run:
         self.splash = self.desk.start(*arguments, env=environment)
 
     def _ended_early(self):
-        self._until(lambda: self._frame() >= 3 or self.splash.process.poll() is not None,
-                    "the page or the end")
-        return self.splash.process.poll() is not None
+        self._until(lambda: self._frame() >= 3 or self._gone(), "the page or the end")
+        return self._gone()
 
     def _word_of_early_end(self):
         status = self.splash.process.returncode
@@ -245,12 +245,8 @@ class Run:
             return TERMINATED
         raise Late(f"ended with {status}: {self.splash.stderr[-300:]!r}")
 
-    def _ended_by_failed_read(self):
-        """A readable socket that yields nothing ends the splash, with a line."""
-        if not self.splash.trace("Nothing read from the socket. Quitting."):
-            return False
-        self._until(lambda: self.splash.process.poll() is not None, "the end after a failed read")
-        return True
+    def _gone(self):
+        return self.splash.process.poll() is not None
 
     def _frame(self):
         try:
