@@ -32,7 +32,8 @@ class Use:
         status = (process / "status").read_text()
         self.memory_kb = int(re.search(r"VmRSS:\s*(\d+)", status)[1])
         self.threads = int(re.search(r"Threads:\s*(\d+)", status)[1])
-        self.descriptors = len(list((process / "fd").iterdir()))
+        # The fewest of some looks: the language file is open for a moment in every frame.
+        self.descriptors = min(len(os.listdir(process / "fd")) for _ in range(10))
         self.mappings = len((process / "maps").read_text().splitlines())
         self.children = sum(len((task / "children").read_text().split())
                             for task in (process / "task").iterdir())
@@ -46,6 +47,7 @@ def test_a_long_life_takes_no_more_than_a_short_one(desk, build_dir, run_prefix,
     """New texts come all the time, as well."""
     if run_prefix or sanitizer_runtimes(build_dir / "bin/bootlume"):
         pytest.skip("memory is measured in the product, run by the machine itself")
+    desk.language("de")
     splash = desk.start("Title", "Lines", refresh=0, log="/dev/null",
                         env={**preload("stepping-clock"), "STEPPING_CLOCK": NO_SLEEP})
     texts = 0
@@ -95,8 +97,10 @@ def end_at_random(splash, chance):
     wait_until(ended, f"the end by {how}")
 
 
-def test_every_one_of_many_short_lives_ends_and_leaves_nothing(desk, capsys):
+def test_every_one_of_many_short_lives_ends_and_leaves_nothing(desk, run_prefix, capsys):
     """The end comes at any moment from the first signal handler on."""
+    if run_prefix:
+        pytest.skip("an emulator takes signals for the program")
     chance = random.Random(1)
     before = Use(os.getpid())
     for life in range(STARTS):
