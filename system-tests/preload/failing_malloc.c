@@ -1,9 +1,9 @@
 /* Preload library: makes allocations of the program fail, on demand.
  *
- * Only those that the program itself and the C++ library on its behalf ask for count; what cairo and
- * the virtual device do goes through. FAILING_MALLOC names a file that is mapped and shared with the
- * test: three 32-bit numbers, the countdown to the allocation that fails (0: none), how many fail from
- * there on, and how many have failed. Comes first in LD_PRELOAD. */
+ * Only those that the program itself and the C++ library on its behalf ask for count; what cairo
+ * and the virtual device do goes through. FAILING_MALLOC names a file that is mapped and shared
+ * with the test: three 32-bit numbers, the countdown to the allocation that fails (0: none), how
+ * many fail from there on, and how many have failed. Comes first in LD_PRELOAD. */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
@@ -57,8 +57,7 @@ __attribute__((constructor)) static void set_up(void) {
     const int file = path == NULL ? -1 : open(path, O_RDWR | O_CLOEXEC);
     if (file < 0)
         return;
-    void* shared =
-        mmap(NULL, sizeof(struct control), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    void* shared = mmap(NULL, sizeof(struct control), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     close(file);
     if (shared != MAP_FAILED)
         control = shared;

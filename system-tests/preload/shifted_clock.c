@@ -1,9 +1,9 @@
 /* Preload library: clocks that a test sets while the program runs.
  *
  * SHIFTED_CLOCK names a file that is mapped and shared with the test: two 64-bit numbers, the
- * nanoseconds by which the wall clock and the steady clock are ahead of the true ones. A wait with a
- * deadline on the wall clock ends when that clock says so, as it would where the system's own clock
- * was set. */
+ * nanoseconds by which the wall clock and the steady clock are ahead of the true ones. A wait with
+ * a deadline on the wall clock ends when that clock says so, as it would where the system's own
+ * clock was set. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
