@@ -12,7 +12,7 @@ namespace brem {
 
 /// The message loop of the program: a queue in posting order, scanned for what is due.
 ///
-/// Safe from any thread but for run(), which exactly one thread may be in. The mutex is never held
+/// Safe from any thread but for run(), which exactly one thread may be in. No mutex is held
 /// while a message runs, so a message may post, clear or ask for the size. Traces every operation
 /// under TRACE_MASK_DISPATCHER.
 class Dispatcher : public IDispatcher {
@@ -42,14 +42,17 @@ private:
     void append(std::chrono::nanoseconds delay, Message&& message);
     void postAfter(std::chrono::nanoseconds delay, Message&& message);
     Queue::iterator firstDue();
+    std::chrono::milliseconds untilEarliest();
     void waitForMessage(std::unique_lock<std::mutex>& lock);
-    Message take();
-    void runMessage(Message copy, std::unique_lock<std::mutex>& lock);
+    void runEntry(Queue::iterator entry, std::unique_lock<std::mutex>& lock, Queue& done);
 
     std::condition_variable m_condition;
-    std::mutex m_mutex;
-    Queue m_queue; ///< in posting order, not sorted by due time
+    std::mutex m_mutex; ///< guards what was posted since the loop last ran out of messages
+    Queue
+        m_posted; ///< the queue's end; the loop moves it all at once, so as not to hold posters up
     std::atomic<bool> m_running{false};
+    std::mutex m_queueMutex;   ///< guards the rest of the queue; taken before the other
+    Queue m_queue;             ///< in posting order, not sorted by due time
     Queue::iterator m_current; ///< the entry whose message runs; the end where none does
 };
 

@@ -139,11 +139,14 @@ public:
 
 } // namespace Trace
 
+// Most statements are disabled: their way is the straight one.
+#define TRACE_UNLIKELY(CONDITION) __builtin_expect((CONDITION) ? 1 : 0, 0)
+
 // The message is evaluated only where the line is written; the level is tested first. It is a chain
 // of pieces to stream, so it stands without parentheses. NOLINTBEGIN(bugprone-macro-parentheses)
 #define TRACE_ID(LEVEL, ID, MESSAGE)                                                               \
     do {                                                                                           \
-        if ((LEVEL) <= Trace::Log::level()) {                                                      \
+        if (TRACE_UNLIKELY((LEVEL) <= Trace::Log::level())) {                                      \
             Trace::Log((LEVEL), __FILE__, __LINE__, static_cast<std::int32_t>(ID)) << MESSAGE;     \
         }                                                                                          \
     } while (false)
@@ -152,7 +155,7 @@ public:
 // For the utility library: the mask is tested once the level has passed.
 #define TRACE_MASKED(LEVEL, MASK, NAME, MESSAGE)                                                   \
     do {                                                                                           \
-        if ((LEVEL) <= Trace::Log::level() && Trace::Log::isMaskEnabled(MASK)) {                   \
+        if (TRACE_UNLIKELY((LEVEL) <= Trace::Log::level()) && Trace::Log::isMaskEnabled(MASK)) {   \
             Trace::Log((LEVEL), __FILE__, __LINE__, static_cast<const char*>(NAME)) << MESSAGE;    \
         }                                                                                          \
     } while (false)
