@@ -1,0 +1,1 @@
+"""Measures the splash against the least that could do the same: see docs/performance.md."""

@@ -1,0 +1,63 @@
+"""`python3 -m bench BUILD [options]`, called by scripts/bench."""
+
+import argparse
+import json
+import os
+import sys
+import time
+from pathlib import Path
+
+from . import baseline, counts
+from .measure import text_table
+from .programs import SOURCE, Programs, plain_environment
+
+
+def options():
+    parser = argparse.ArgumentParser(prog="scripts/bench")
+    parser.add_argument("build", type=Path)
+    parser.add_argument("--fonts", default="the machine's")
+    parser.add_argument("--check", action="store_true")
+    parser.add_argument("--update", action="store_true")
+    parser.add_argument("--plot", action="store_true")
+    parser.add_argument("--seconds", type=float, default=60)
+    parser.add_argument("--runs", type=int, default=21)
+    return parser.parse_args()
+
+
+def load():
+    return f"load average {os.getloadavg()[0]:.1f} on {os.cpu_count()} processors"
+
+
+def main():
+    chosen = options()
+    plain_environment()
+    programs = Programs(chosen.build)
+    where = baseline.surroundings(chosen.fonts)
+    begin, load_before = time.monotonic(), load()
+    if chosen.plot:
+        from . import growth
+        growth.plot(programs, SOURCE / "docs/images")
+        return 0
+    measures, profiles = counts.all_counts(programs, os.cpu_count() or 1)
+    if chosen.check:
+        print(text_table(measures))
+        wrong = baseline.check(measures, where)
+        print(f"{wrong} wrong, {len(measures)} measured in {time.monotonic() - begin:.0f} s")
+        return 1 if wrong else 0
+    from . import document, times
+    measures += times.all_times(programs, chosen.runs, chosen.seconds)
+    loads = f"{load_before} at the start, {load()} at the end"
+    print(text_table(measures) + "\n" + loads)
+    result = chosen.build / "bench.json"
+    result.write_text(json.dumps({"surroundings": where, "load": loads,
+                                  "measures": [m.record() for m in measures]}, indent=1) + "\n",
+                      encoding="utf-8")
+    print(f"the same as JSON: {result}")
+    if chosen.update:
+        baseline.write(measures, where)
+        document.write(measures, profiles, where, loads)
+    return 0 if all(measure.ok or measure.floor for measure in measures) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,175 @@
+"""Measures of time and memory. Each is a ratio within one run, by turns, so that whatever else the
+machine does strikes both sides."""
+
+import json
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+from statistics import median
+
+from .measure import Measure
+from .programs import PAGES
+
+PAGE = PAGES["Latin"]
+# In the real-time class, where that is allowed, what else the machine does takes no part.
+REAL_TIME = ["chrt", "--fifo", "10"]
+if subprocess.run([*REAL_TIME, "true"], capture_output=True, check=False).returncode != 0:
+    REAL_TIME = []
+FRAME_MS = 30
+BARE = "the bare program"
+
+
+def _stamped_start(programs, program):
+    """Milliseconds from exec to the end of the call that queues the first page."""
+    with programs.desk(programs.bench("stamped"), PAGE, run_prefix=REAL_TIME) as desk:
+        splash = desk.start(program, *programs.arguments(program, PAGE),
+                            env=programs.fonts("package"), refresh=0,
+                            faults="VIDIOC_DQBUF@1=block")
+        splash.wait_for_record(lambda record: record["kind"] == "fault", "the first flip")
+        queued = splash.records(call="VIDIOC_QBUF")[1]
+        begin = int(splash.stdout.split("\n", 1)[0])
+        return (queued["time_ns"] + queued["duration_ns"] - begin) / 1e6
+
+
+def start(programs, runs):
+    ours, bare = [], []
+    for _ in range(runs):
+        ours.append(_stamped_start(programs, programs.splash))
+        bare.append(_stamped_start(programs, programs.bare))
+    yield Measure("start.time", "start to the first page", median(ours), "ms", BARE, median(bare),
+                  1.10)
+
+
+def _cpu_ns(pid):
+    """CPU time of a process but for the thread that plays the display."""
+    total = 0
+    for task in Path(f"/proc/{pid}/task").iterdir():
+        if (task / "comm").read_text(encoding="utf-8").strip() != "virtual-display":
+            total += int((task / "schedstat").read_text(encoding="ascii").split()[0])
+    return total
+
+
+def _memory(pid, root):
+    """Proportional share in bytes: (whole, without the virtual device's library and screen)."""
+    whole, own, counts = 0, 0, True
+    for line in Path(f"/proc/{pid}/smaps").read_text(encoding="utf-8").splitlines():
+        if line.startswith("Pss:"):
+            size = int(line.split()[1]) * 1024
+            whole += size
+            own += size if counts else 0
+        elif "-" in line.split(" ", 1)[0]:
+            counts = "libvirtual-device" not in line and str(root) not in line
+    return whole, own
+
+
+def minute(programs, seconds, pairs=3):
+    """A minute of splash: some pairs at the same time for the CPU time; then one of each alone."""
+    both = (programs.splash, programs.bare)
+    desks = [(program, programs.desk(program, PAGE)) for _ in range(pairs) for program in both]
+    started = [(program, desk, _start(programs, desk, program)) for program, desk in desks]
+    time.sleep(seconds)
+    used = {program: [] for program in both}
+    for program, desk, splash in started:
+        used[program].append(_cpu_ns(splash.pid) / 1e6)
+    for desk in (desk for _, desk in desks):
+        desk.close()
+    yield Measure("minute.cpu", f"CPU time of {seconds:g} s of splash", median(used[both[0]]), "ms",
+                  BARE, median(used[both[1]]), 1.05)
+    memory = {}
+    for program in both:
+        with programs.desk(program, PAGE) as desk:
+            splash = _start(programs, desk, program)
+            time.sleep(seconds)
+            memory[program] = _memory(splash.pid, desk.root)
+    for index, what in enumerate(("", ", without the virtual device")):
+        yield Measure(f"memory.{index}", f"memory (proportional share){what}",
+                      memory[both[0]][index] / 1024, "KiB", BARE, memory[both[1]][index] / 1024, 1.15)
+
+
+def _start(programs, desk, program):
+    return desk.start(*programs.arguments(program, PAGE), env=programs.fonts("package"), log="")
+
+
+def _google(programs, name, pattern, repetitions=1):
+    """Results of a Google Benchmark program: by name, a list of one object a repetition."""
+    with tempfile.TemporaryDirectory() as scratch:
+        out = Path(scratch) / "out.json"
+        subprocess.run([*REAL_TIME, str(programs.bench(name)), f"--benchmark_filter={pattern}",
+                        f"--benchmark_repetitions={repetitions}",
+                        "--benchmark_enable_random_interleaving=true",
+                        f"--benchmark_out={out}", "--benchmark_out_format=json"],
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
+        found = json.loads(out.read_text(encoding="utf-8"))
+    results = {}
+    for one in found["benchmarks"]:
+        if one.get("run_type") == "iteration":
+            results.setdefault(one["name"].split("/")[0], []).append(one)
+    return results
+
+
+def _median(results, name, field):
+    return median(one[field] for one in results[name])
+
+
+def tracing(programs, repetitions):
+    found = _google(programs, "trace_bench", "emptyLoop|disabledStatement|writtenLine", repetitions)
+    yield Measure("trace.disabled.time", "a disabled trace statement, CPU time",
+                  _median(found, "disabledStatement", "cpu_time"), "ns", "an empty loop",
+                  _median(found, "emptyLoop", "cpu_time"), 1.0, difference=True)
+    yield Measure("trace.written.time", "a written trace line, CPU time",
+                  _median(found, "writtenLine", "cpu_time"), "ns", "spdlog",
+                  _median(found, "writtenLineSpdlog", "cpu_time"), 1.5)
+
+
+def dispatcher(programs, repetitions):
+    found = _google(programs, "dispatcher_bench",
+                    "postToRun/1000000|postToRunGlib|postToRunAsio", repetitions)
+    ours, glib, asio = (_median(found, name, "real_time") / 1e6
+                        for name in ("postToRun", "postToRunGlib", "postToRunAsio"))
+    yield Measure("post.time", "post to run of 1,000,000 messages", ours, "ms", "GLib", glib, 1.0)
+    yield Measure("post.time.asio", "the same", ours, "ms", "Boost.Asio", asio)
+    late = _google(programs, "dispatcher_bench", "Lateness")
+    for field, name in (("late_median_us", "median"), ("late_p999_us", "99.9th percentile")):
+        yield Measure(f"late.{field}", f"a delayed message's lateness, {name}",
+                      late["delayedLateness"][0][field] / 1000, "ms", "a timerfd",
+                      late["timerfdLateness"][0][field] / 1000, 1.0, difference=True)
+
+
+def launch(programs, runs):
+    done = subprocess.run([*REAL_TIME, str(programs.bench("first_line_bench")), str(runs)], check=True,
+                          capture_output=True, text=True)
+    found = json.loads(done.stdout)
+    yield Measure("launch", "launch to the first line logged", found["launch_us"], "us",
+                  "posix_spawn", found["spawn_us"], 1.5)
+
+
+def _quit_times(programs):
+    """Milliseconds from QUIT to the close of the overlay and to the end of the process."""
+    with programs.desk(programs.splash, PAGE) as desk:
+        splash = desk.start(*PAGE.arguments, env=programs.fonts("package"))
+        splash.screen.wait_for_frame(5)
+        splash.wait_for_loop()
+        begin = time.monotonic_ns()
+        splash.send("QUIT")
+        splash.wait()
+        end = time.monotonic_ns()
+        closed = splash.records(kind="device", call="close")[-1]
+        return (closed["time_ns"] + closed["duration_ns"] - begin) / 1e6, (end - begin) / 1e6
+
+
+def ending(programs, runs):
+    closes, ends = zip(*(_quit_times(programs) for _ in range(runs)))
+    yield Measure("quit.close", "QUIT to the close of the overlay", median(closes), "ms",
+                  "a frame period", FRAME_MS, 1.2)
+    yield Measure("quit.end", "QUIT to the end of the process", median(ends), "ms",
+                  "a frame period", FRAME_MS, 1.5)
+
+
+def all_times(programs, runs, seconds):
+    few = max(3, runs // 4)
+    measures = []
+    for part in (start(programs, runs), minute(programs, seconds), tracing(programs, few),
+                 dispatcher(programs, few), launch(programs, 10 * runs), ending(programs, runs)):
+        measures += part
+    return measures

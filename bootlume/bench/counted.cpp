@@ -1,0 +1,192 @@
+// One operation, so many times: for counting instructions. What one costs is the difference between
+// two runs, divided by the difference of their numbers; what grows, grows with the second number.
+//
+//   counted OPERATION COUNT [SIZE]
+#include "dispatcher.h"
+#include "display/language.h"
+#include "process.h"
+#include "tracing.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#ifdef WITH_SPDLOG
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
+#endif
+#ifdef WITH_GLIB
+#include <glib.h>
+#endif
+
+namespace {
+
+void nothing(long count, long /*size*/) {
+    for (volatile long i = 0; i < count; i = i + 1) {
+    }
+}
+
+void disabledStatement(long count, long /*size*/) {
+    for (volatile long i = 0; i < count; i = i + 1) {
+        TRACE(Trace::LEVEL_DEBUG, "a message" << TRACE_VALUE(count));
+    }
+}
+
+void writtenLine(long count, long /*size*/) {
+    int value = 7;
+    for (long i = 0; i < count; ++i) {
+        TRACE(Trace::LEVEL_INFO, "reboot started with result: " << TRACE_VALUE(value));
+    }
+}
+
+/// The test of a library statement that passed the level, with so many words configured.
+void masks(long count, long size) {
+    Trace::Log::s_configuration.masks =
+        Trace::MaskWords::Words(static_cast<std::size_t>(size), 0x80004);
+    long enabled = 0;
+    for (long i = 0; i < count; ++i) {
+        enabled += Trace::Log::isMaskEnabled(Trace::TRACE_MASK_DISPATCHER) ? 1 : 0;
+    }
+    if (enabled != 0) {
+        std::abort();
+    }
+}
+
+/// So many messages from one thread to another.
+void post(long count, long /*size*/) {
+    brem::Dispatcher dispatcher;
+    long seen = 0;
+    std::thread poster([&] {
+        for (long i = 0; i < count; ++i) {
+            dispatcher.post([&] {
+                if (++seen == count) {
+                    dispatcher.shutdown();
+                }
+            });
+        }
+    });
+    dispatcher.run();
+    poster.join();
+}
+
+/// Post and run on one thread while so many delayed messages wait.
+void postWhileWaiting(long count, long size) {
+    brem::Dispatcher dispatcher;
+    for (long i = 0; i < size; ++i) {
+        dispatcher.postDelayed(std::chrono::minutes(60), [] {});
+    }
+    for (long i = 0; i < count; ++i) {
+        dispatcher.shutdown();
+        dispatcher.run();
+    }
+}
+
+/// Reading the language setting; the settings file is the caller's.
+void language(long count, long /*size*/) {
+    for (long i = 0; i < count; ++i) {
+        paint::isChineseSelected();
+    }
+}
+
+/// A child that writes so many lines, each of them logged.
+void childLines(long count, long size) {
+    Trace::Log::s_configuration.level = Trace::LEVEL_DEBUG;
+    for (long i = 0; i < count; ++i) {
+        brem::Dispatcher dispatcher;
+        brem::Process process(&dispatcher, {"/usr/bin/seq", std::to_string(size)}, false);
+        process.start([&](int) { dispatcher.stop(); });
+        dispatcher.run();
+    }
+}
+
+#ifdef WITH_SPDLOG
+void writtenLineSpdlog(long count, long /*size*/) {
+    auto logger = std::make_shared<spdlog::logger>(
+        "bench", std::make_shared<spdlog::sinks::stdout_sink_mt>());
+    logger->set_pattern("[%Y%m%d-%H%M%S:%e] (%P) (          bench) %7l:\t| %v| %s:%#");
+    logger->flush_on(spdlog::level::info);
+    int value = 7;
+    for (long i = 0; i < count; ++i) {
+        logger->log(spdlog::source_loc{__FILE__, __LINE__, "f"}, spdlog::level::info,
+                    "reboot started with result: , value = {}", value);
+    }
+}
+#endif
+
+#ifdef WITH_GLIB
+struct GlibRun {
+    GMainLoop* loop;
+    long count;
+    long seen;
+};
+
+gboolean seeGlibMessage(gpointer data) {
+    auto* const run = static_cast<GlibRun*>(data);
+    if (++run->seen == run->count) {
+        g_main_loop_quit(run->loop);
+    }
+    return G_SOURCE_REMOVE;
+}
+
+void postGlib(long count, long /*size*/) {
+    GMainContext* const context = g_main_context_new();
+    GlibRun run{g_main_loop_new(context, FALSE), count, 0};
+    std::thread poster([&] {
+        for (long i = 0; i < count; ++i) {
+            GSource* const source = g_idle_source_new();
+            g_source_set_priority(source, G_PRIORITY_DEFAULT);
+            g_source_set_callback(source, seeGlibMessage, &run, nullptr);
+            g_source_attach(source, context);
+            g_source_unref(source);
+        }
+    });
+    g_main_loop_run(run.loop);
+    poster.join();
+    g_main_loop_unref(run.loop);
+    g_main_context_unref(context);
+}
+#endif
+
+struct Operation {
+    const char* name;
+    void (*run)(long count, long size);
+};
+
+const Operation OPERATIONS[] = {
+    {"nothing", nothing},
+    {"disabled_statement", disabledStatement},
+    {"written_line", writtenLine},
+    {"masks", masks},
+    {"post", post},
+    {"post_while_waiting", postWhileWaiting},
+    {"language", language},
+    {"child_lines", childLines},
+#ifdef WITH_SPDLOG
+    {"written_line_spdlog", writtenLineSpdlog},
+#endif
+#ifdef WITH_GLIB
+    {"post_glib", postGlib},
+#endif
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    for (const Operation& operation : OPERATIONS) {
+        if (argc > 2 && std::strcmp(argv[1], operation.name) == 0) {
+            operation.run(std::atol(argv[2]), argc > 3 ? std::atol(argv[3]) : 0);
+            return EXIT_SUCCESS;
+        }
+    }
+    std::fputs("usage: counted OPERATION COUNT [SIZE]\noperations:\n", stderr);
+    for (const Operation& operation : OPERATIONS) {
+        std::fprintf(stderr, "  %s\n", operation.name);
+    }
+    return 2;
+}
