@@ -2,15 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
-#include <limits>
 
 namespace Trace {
 
-void LineBuffer::reserve(std::size_t more) {
-    if (static_cast<std::size_t>(epptr() - pptr()) >= more) {
-        return;
-    }
+void LineBuffer::grow(std::size_t more) {
     const std::size_t used = size();
     const std::size_t capacity =
         std::max(2 * static_cast<std::size_t>(epptr() - pbase()), used + more);
@@ -19,24 +14,6 @@ void LineBuffer::reserve(std::size_t more) {
     m_long = std::move(larger);
     setp(m_long.get(), m_long.get() + capacity);
     advance(used);
-}
-
-void LineBuffer::advance(std::size_t count) {
-    constexpr std::size_t FARTHEST = std::numeric_limits<int>::max(); // what pbump takes
-    for (; count > FARTHEST; count -= FARTHEST) {
-        pbump(static_cast<int>(FARTHEST));
-    }
-    pbump(static_cast<int>(count));
-}
-
-void LineBuffer::append(const char* text, std::size_t length) {
-    reserve(length);
-    std::memcpy(pptr(), text, length);
-    advance(length);
-}
-
-void LineBuffer::append(const char* text) {
-    append(text, std::strlen(text));
 }
 
 void LineBuffer::append(char character, std::size_t count) {
