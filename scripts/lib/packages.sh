@@ -50,7 +50,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcairo2-dev libboost-dev libg
 
 # What the tests need besides.
 # shellcheck disable=SC2034
-TEST_PACKAGES=(python3 python3-pytest python3-cairo python3-pil python3-numpy valgrind strace
+TEST_PACKAGES=(python3 python3-pytest python3-pytest-xdist python3-cairo python3-pil python3-numpy valgrind strace
                xvfb xdotool tmux)
 
 # What the preview and the client need.

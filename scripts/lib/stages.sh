@@ -1,5 +1,7 @@
 # Sourced by scripts/test: runs one stage after the other, goes on after a failure, and sums up.
 # shellcheck shell=bash
+# shellcheck source=scripts/lib/pytest.sh
+. scripts/lib/pytest.sh
 
 STAGES_PASSED=()
 STAGES_FAILED=()
@@ -33,28 +35,23 @@ unit_tests() {
   # Only a build with sanitizers looks at these.
   LSAN_OPTIONS="suppressions=$PWD/cmake/leaks.supp:print_suppressions=0" \
   TSAN_OPTIONS="suppressions=$PWD/cmake/races.supp" \
-  ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)" --timeout 300
-}
-
-# python_tests FOLDER... [pytest options]
-python_tests() {
-  PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@"
+  ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)" --timeout 300 --repeat until-pass:2
 }
 
 # system_tests PRESET
 system_tests() {
-  python_tests system-tests --build-dir "build/$1"
+  python_tests "$1" system-tests --build-dir "build/$1"
 }
 
 tool_tests() {
   local folders=()
   mapfile -t folders < <(find tools -path '*/tests/test_*.py' -printf '%h\n' | sort -u)
   [ ${#folders[@]} -gt 0 ] || return 0
-  python_tests "${folders[@]}"
+  python_tests tools "${folders[@]}"
 }
 
 package_tests() {
-  scripts/package && python_tests packaging/tests
+  scripts/package && python_tests packages packaging/tests
 }
 
 report_stages() {
