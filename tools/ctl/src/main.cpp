@@ -126,6 +126,7 @@ void addPlaces(CLI::App& app, Arguments& arguments) {
 
 } // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what escapes here is a mistake in the options above
 int main(int argc, char* argv[]) {
     CLI::App app("Talks to the boot splash.", "bootlumectl");
     Arguments arguments;

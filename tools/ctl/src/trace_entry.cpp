@@ -10,7 +10,7 @@ namespace ctl {
 namespace {
 
 const char* const APPLICATION = "bootlume";
-const char* const NO_MASKS = "0";
+constexpr const char* NO_MASKS = "0";
 constexpr std::size_t TOKENS = 4;
 
 /// By level; the file cannot set the first.
@@ -74,7 +74,7 @@ bool isMaskToken(const std::string& token) {
 std::string parseLevel(const std::string& text) {
     const std::string name = lowered(text);
     for (std::size_t level = 0; level < LEVELS.size(); ++level) {
-        const std::string digit = std::to_string(level);
+        std::string digit = std::to_string(level);
         if (name != LEVELS[level] && name != digit)
             continue;
         if (level == 0)

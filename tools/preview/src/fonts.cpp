@@ -57,7 +57,7 @@ std::string rulesFor(const std::string& file, const char* family, const std::str
 
 std::string systemConfiguration() {
     FcChar8* const name = FcConfigFilename(nullptr);
-    const std::string path = name != nullptr ? reinterpret_cast<const char*>(name) : "";
+    std::string path = name != nullptr ? reinterpret_cast<const char*>(name) : "";
     FcStrFree(name);
     return path;
 }

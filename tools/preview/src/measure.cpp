@@ -121,7 +121,8 @@ bool inkInRing(const std::vector<Run>& runs, int size) {
     const unsigned char* const data = cairo_image_surface_get_data(surface.get());
     const int stride = cairo_image_surface_get_stride(surface.get());
     for (int y = RING_Y - RING_OUTER_RADIUS; y < RING_Y + RING_OUTER_RADIUS; ++y) {
-        const auto* const row = reinterpret_cast<const std::uint16_t*>(data + y * stride);
+        const auto* const row =
+            reinterpret_cast<const std::uint16_t*>(data + std::ptrdiff_t{y} * stride);
         const double dy = y + 0.5 - RING_Y;
         const double half = std::sqrt(RING_OUTER_RADIUS * RING_OUTER_RADIUS - dy * dy);
         const auto first = static_cast<int>(RING_X - half);

@@ -21,7 +21,7 @@ SurfacePtr toSurface(const Picture& picture) {
     const int stride = cairo_image_surface_get_stride(surface.get());
     auto pixel = picture.pixels.begin();
     for (int y = 0; y < picture.height; ++y) {
-        auto* const row = reinterpret_cast<std::uint32_t*>(data + y * stride);
+        auto* const row = reinterpret_cast<std::uint32_t*>(data + std::ptrdiff_t{y} * stride);
         for (int x = 0; x < picture.width; ++x)
             row[x] = expand(*pixel++);
     }

@@ -10,7 +10,7 @@ namespace fs = std::filesystem;
 
 std::string freeName() {
     for (int number = 1;; ++number) {
-        const std::string name = "bootlume-" + std::to_string(number) + ".png";
+        std::string name = "bootlume-" + std::to_string(number) + ".png";
         if (!fs::exists(name))
             return name;
     }

@@ -97,6 +97,7 @@ VIRTUAL_DEVICE_EXPORT int openat64(int folder, const char* path, int flags, ...)
 }
 
 // What fortified programs call where the flags are not known at compile time and no mode is given.
+// NOLINTBEGIN(bugprone-reserved-identifier): the C library's names
 VIRTUAL_DEVICE_EXPORT int __open_2(const char* path, int flags) {
     return openMapped("__open_2", path, flags,
                       [=](const char* target) { return real().open(target, flags); });
@@ -116,6 +117,8 @@ VIRTUAL_DEVICE_EXPORT int __openat64_2(int folder, const char* path, int flags) 
     return openMapped("__openat64_2", path, flags,
                       [=](const char* target) { return real().openat64(folder, target, flags); });
 }
+
+// NOLINTEND(bugprone-reserved-identifier)
 
 VIRTUAL_DEVICE_EXPORT int creat(const char* path, mode_t mode) {
     constexpr int flags = O_CREAT | O_WRONLY | O_TRUNC;

@@ -99,7 +99,7 @@ MappedAddress::MappedAddress(const sockaddr* address, socklen_t length)
         use(target.get());
     } else {
         char folder[PATH_MAX];
-        strcpy(folder, target.get());
+        memcpy(folder, target.get(), strlen(target.get()) + 1);
         char* name = strrchr(folder, '/');
         *name++ = '\0';
         m_folder = real().open(folder, O_PATH | O_DIRECTORY | O_CLOEXEC);
@@ -123,7 +123,7 @@ MappedAddress::~MappedAddress() {
 
 void MappedAddress::use(const char* path) {
     m_own.sun_family = AF_UNIX;
-    strcpy(m_own.sun_path, path);
+    memcpy(m_own.sun_path, path, strlen(path) + 1);
     m_address = reinterpret_cast<const sockaddr*>(&m_own);
     m_length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + strlen(path) + 1);
 }
