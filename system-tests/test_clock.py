@@ -68,18 +68,24 @@ def test_a_wall_clock_set_forward_by_hours_does_not_bring_the_limit_forward(cloc
     assert splash.quit() == 0
 
 
-def test_a_wall_clock_set_back_by_hours_holds_the_limit_up_until_something_comes(clocked):
-    """The wait that is under way lasts until the clock has caught up; a message ends it."""
-    splash, clocks, began = clocked()
-    frame = splash.screen.frame_number
-    clocks.set(wall=-5 * HOUR)
-    # A thousand milliseconds are the longest wait: an unharmed loop has passed the limit by then.
-    wait_until(lambda: time.monotonic() > began + LIMIT_S + 1.5, "the limit to pass")
-    assert splash.trace(FIRED) == []
-    assert splash.screen.frame_number > frame + 20, "the ring turns on meanwhile"
-    clocks.set(wall=0)
-    splash.wait_for_trace(FIRED)
-    assert splash.quit() == 0
+@pytest.mark.parametrize("tries", [4])
+def test_a_wall_clock_set_back_by_hours_holds_the_limit_up_until_something_comes(clocked, tries):
+    """The wait that is under way lasts until the clock has caught up; a message ends it. On a busy
+    machine the clock may be set between two waits, which holds nothing up: then it is set again."""
+    for _ in range(tries):
+        splash, clocks, began = clocked()
+        frame = splash.screen.frame_number
+        clocks.set(wall=-5 * HOUR)
+        # A second is the longest wait: an unharmed loop has passed the limit by then.
+        wait_until(lambda: time.monotonic() > began + LIMIT_S + 1.5, "the limit to pass")
+        held_up = splash.trace(FIRED) == []
+        assert splash.screen.frame_number > frame + 20, "the ring turns on meanwhile"
+        clocks.set(wall=0)
+        splash.wait_for_trace(FIRED)
+        assert splash.quit() == 0
+        if held_up:
+            return
+    pytest.fail(f"the limit was never held up in {tries} tries")
 
 
 def test_a_wall_clock_set_back_by_hours_does_not_hold_up_the_end(clocked):
