@@ -29,8 +29,9 @@ bool consistsOf(const std::string& text, const char* accepted) {
 /// A mask word from hexadecimal digits, with the same range on every word size. The exceptions are
 /// the conversion's own.
 std::uint32_t maskWord(const std::string& text) {
-    const unsigned long value = std::stoul(text, nullptr, 16);
-    const bool negative = text.find('-') != std::string::npos;
+    std::size_t used = 0;
+    const unsigned long value = std::stoul(text, &used, 16);
+    const bool negative = text.find('-') < used; // behind the number it is no sign
     const unsigned long magnitude = negative ? 0UL - value : value;
     if (magnitude > std::numeric_limits<std::uint32_t>::max()) {
         throw std::out_of_range("stoul");

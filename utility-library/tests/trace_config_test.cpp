@@ -165,6 +165,8 @@ TEST_F(ATraceEntry, RaisesForAMaskThatIsNoNumber) {
 
 TEST_F(ATraceEntry, TakesTheNumberThatAMaskBeginsWith) {
     EXPECT_THAT(masksOf("bootlume 6 80002zz 0"), ElementsAre(0x80002U));
+    EXPECT_THAT(masksOf("bootlume 6 80002-4 0"), ElementsAre(0x80002U));
+    EXPECT_THAT(masksOf("bootlume 6 -1- 0"), ElementsAre(0xFFFFFFFFU));
 }
 
 TEST_F(ATraceEntry, HasASwitchOfZerosAndOnes) {
