@@ -7,6 +7,7 @@ for a word through a pipe. Runs that only wait for their limits are started toge
 import os
 import re
 import shutil
+import signal
 import subprocess
 import time
 from collections import Counter
@@ -245,6 +246,16 @@ def test_a_first_program_that_is_no_program_leads_to_the_plain_reboot(desk):
     refused = "boost::process::detail::posix_start: execve(2) failed: Permission denied"
     assert watchdog_lines(splash) == [SOFT_LIMIT, *run_of(VRX, 1, err=[refused]), vrx_failed(1),
                                       *plain_reboot()]
+
+
+def test_a_first_program_that_succeeds_is_believed_whoever_started_the_splash(desk):
+    def ignore_children():  # handed down to a program: nobody then learns how its children end
+        signal.signal(signal.SIGCHLD, signal.SIG_IGN)
+
+    splash = start(desk, soft=0, hard=NEVER, prepare=ignore_children)
+    splash.wait_for_trace("Function: sendResult")
+    assert wait_until_running(splash).quit() == 0
+    assert watchdog_lines(splash) == [SOFT_LIMIT, *run_of(VRX), VRX_DONE]
 
 
 def test_a_first_program_slower_than_the_hard_limit_does_not_hold_the_plain_reboot_up(desk):

@@ -122,6 +122,7 @@ int getEnvParameter(const char* name, int defaultValue) {
 
 int main(int argc, char* argv[]) {
     openStandardDescriptors();
+    signal(SIGCHLD, SIG_DFL); // ignored by whoever started it, a reboot would have no result
     signal(SIGHUP, shutdown);
     signal(SIGINT, shutdown);
     Trace::Log::setAppName("bootlume");
