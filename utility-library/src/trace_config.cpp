@@ -5,6 +5,7 @@
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -73,10 +74,11 @@ std::string quoted(const std::string& text, bool toSyslog) {
     return result;
 }
 
-/// Opening a pipe in the file's place would wait for a writer, and a device may never end.
+/// Opening a pipe in the file's place would wait for a writer, and a device may never end. The
+/// plain stat fails where a size or a date does not fit into 32 bits.
 bool isFile(const std::string& path) {
-    struct stat found {};
-    return stat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode);
+    struct statx found {};
+    return statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE, &found) == 0 && S_ISREG(found.stx_mode);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include "tracing.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -354,6 +355,15 @@ TEST_F(ATraceConfiguration, IsFoundBehindAndInALineOf1Megabyte) {
     EXPECT_EQ(Log::level(), 6);
     EXPECT_TRUE(reads("bootlume 3 80004 0 " + std::string(1'000'000, ' ') + "\n"));
     EXPECT_EQ(Log::level(), 3);
+}
+
+TEST_F(ATraceConfiguration, IsFoundInAFileLongerThanA32BitNumberTells) {
+    file.write("bootlume 5 80002 0\n");
+    const int descriptor = open(file.path().c_str(), O_WRONLY | O_CLOEXEC | O_LARGEFILE);
+    ASSERT_EQ(ftruncate64(descriptor, 5LL << 30), 0); // a hole: nothing is written
+    close(descriptor);
+    EXPECT_TRUE(Log::readConfig());
+    EXPECT_EQ(Log::level(), 5);
 }
 
 TEST_F(ATraceConfiguration, TellsOfALineThatCannotBeConvertedAndLooksBehindIt) {

@@ -24,10 +24,11 @@ ssize_t readSome(int descriptor, char* buffer, std::size_t size) {
     return count;
 }
 
-/// A device may never end, and the ring waits for the end of what is read.
+/// A device may never end, and the ring waits for the end of what is read. The plain fstat fails
+/// where a size or a date does not fit into 32 bits.
 bool isFile(int descriptor) {
-    struct stat found {};
-    return fstat(descriptor, &found) == 0 && S_ISREG(found.st_mode);
+    struct statx found {};
+    return statx(descriptor, "", AT_EMPTY_PATH, STATX_TYPE, &found) == 0 && S_ISREG(found.stx_mode);
 }
 
 bool containsSelection(int descriptor) {
@@ -51,7 +52,8 @@ bool containsSelection(int descriptor) {
 
 bool isChineseSelected() {
     // Without blocking: a pipe in the file's place must not hold the ring up.
-    const int descriptor = open(SETTINGS, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    const int descriptor =
+        open(SETTINGS, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_LARGEFILE);
     if (descriptor < 0) {
         return false;
     }

@@ -2,7 +2,9 @@
 
 #include "desk.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -59,6 +61,14 @@ TEST_F(ALanguageFile, SelectsChineseWhereverTheTextStands) {
         ASSERT_TRUE(selectsChinese(std::string(before, 'x') + SELECTION)) << before;
     }
     EXPECT_TRUE(selectsChinese(std::string(1000000, '\0') + SELECTION + std::string(9, '\0')));
+}
+
+TEST_F(ALanguageFile, MayBeLongerThanA32BitNumberTells) {
+    ASSERT_TRUE(selectsChinese(SELECTION));
+    const int file = open(m_path.c_str(), O_WRONLY | O_CLOEXEC | O_LARGEFILE);
+    ASSERT_EQ(ftruncate64(file, 5LL << 30), 0); // a hole: nothing is written
+    close(file);
+    EXPECT_TRUE(isChineseSelected());
 }
 
 TEST_F(ALanguageFile, IsReadAfreshEachTime) {
