@@ -1,5 +1,7 @@
 #include "support/stdout_capture.h"
 
+#include <gtest/gtest.h>
+
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -17,6 +19,10 @@ StdoutCapture::StdoutCapture() : m_saved(-1), m_file(memfd_create("stdout", MFD_
 StdoutCapture::~StdoutCapture() {
     std::fflush(stdout);
     dup2(m_saved, STDOUT_FILENO);
+    if (testing::Test::HasFailure()) {
+        // What failed was told on standard output too.
+        std::fputs(text().c_str(), stderr);
+    }
     close(m_saved);
     close(m_file);
 }
