@@ -3,10 +3,12 @@ memory, nobody who reads, no place for its socket, no display any more."""
 
 import mmap
 import os
+import re
 import resource
 import signal
 import socket
 import struct
+from contextlib import suppress
 from pathlib import Path
 
 import pytest
@@ -118,6 +120,46 @@ def test_a_reader_that_goes_is_not_missed_where_sigpipe_is_ignored(desk):
     turns_on(splash)
     assert splash.quit() == 0
     assert splash.stderr == ""
+
+
+def fill_pipe(writer):
+    os.set_blocking(writer, False)
+    try:
+        while True:
+            os.write(writer, b"x" * 4096)
+    except BlockingIOError:
+        os.set_blocking(writer, True)
+
+
+def test_a_reader_that_takes_nothing_holds_neither_reboot_nor_the_end_up(desk):
+    """Not a line fits from the start on. Once the reader takes something, lines come again."""
+    desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    done = {program: desk.root / program.replace("/", "-")
+            for program in ("/sbin/vrx_reboot", "/sbin/reboot")}
+    for program, mark in done.items():
+        desk.reboot_script(program, f"touch '{mark}'; exit 1")
+    reader, writer = os.pipe()
+    fill_pipe(writer)
+    splash = desk.start("-c", "Title", "Lines", stdout=writer, env={
+        "SPLASH_TIMEOUT": 1, "SPLASH_TIMEOUT_HARD": 7777, **NO_LEAK_CHECK})
+    os.close(writer)
+    wait_until(lambda: all(mark.exists() for mark in done.values()), "both reboots", 30)
+    turns_on(splash)
+    os.set_blocking(reader, False)
+    taken = []
+
+    def told():
+        with suppress(BlockingIOError):
+            taken.append(os.read(reader, 1 << 20).decode())
+        return "| exiting dispatcher loop| " in "".join(taken)
+    told()
+    splash.send("QUIT")
+    wait_until(told, "lines once the reader takes them again", 30)
+    lines = "".join(taken).lstrip("x").splitlines()
+    head = r"(\033\[[0-9;]*m)?\[[0-9-]+:[0-9]{3}\] "
+    assert all(re.match(head, line) for line in lines), lines[:3]
+    assert splash.wait(LONGEST_S) == 0
+    os.close(reader)
 
 
 # -- descriptors and processes -----------------------------------------------------------------

@@ -1,5 +1,7 @@
 #include "tracing.h"
 
+#include "standard_output.h"
+
 #include <sys/prctl.h>
 #include <sys/time.h>
 #include <syslog.h>
@@ -230,8 +232,7 @@ Log::~Log() {
     }
     endConsoleLine();
     const std::lock_guard<std::mutex> lock(s_logMutex);
-    std::fwrite(m_text.data(), 1, m_text.size(), stdout);
-    std::fflush(stdout);
+    writeToStandardOutput(m_text.data(), m_text.size());
 }
 
 bool Log::isMaskEnabled(std::uint32_t mask) {

@@ -6,6 +6,7 @@
 #include "server/globals.h"
 #include "server/standard_descriptors.h"
 #include "server/startup_watchdog.h"
+#include "standard_output.h"
 #include "thread_name.h"
 #include "tracing.h"
 
@@ -32,6 +33,8 @@ namespace {
 
 constexpr int DEFAULT_SOFT_LIMIT_S = 180;
 constexpr int DEFAULT_HARD_LIMIT_S = 200;
+// An armed splash must reboot the device although nobody takes its lines.
+constexpr std::chrono::seconds LONGEST_WAIT_FOR_READER(3);
 
 void logParseFailure(const char* name, int defaultValue, const std::exception& error) {
     TRACE(Trace::LEVEL_ERROR, "failed to parse environment value: " + std::string(name) + ", using "
@@ -39,11 +42,16 @@ void logParseFailure(const char* name, int defaultValue, const std::exception& e
                                   << (Trace::Value() << ", " << error.what()));
 }
 
+/// Whether the command line asks for the watchdog.
+bool asksForWatchdog(int argc, char* argv[]) {
+    // Exactly two characters are compared, on purpose: what follows them does not matter.
+    return argc > 1 && std::strncmp(argv[1], "-c", 2) == 0;
+}
+
 /// Hands the texts of the command line to the renderer; returns whether the watchdog is asked for.
 /// A wrong number of texts ends the process.
 bool readCommandLine(int argc, char* argv[], paint::Overlay& overlay) {
-    // Exactly two characters are compared, on purpose: what follows them does not matter.
-    const bool checkStartup = argc > 1 && std::strncmp(argv[1], "-c", 2) == 0;
+    const bool checkStartup = asksForWatchdog(argc, argv);
     if (checkStartup) {
         TRACE(Trace::LEVEL_DEBUG, "startup check");
     }
@@ -123,6 +131,9 @@ int getEnvParameter(const char* name, int defaultValue) {
 int main(int argc, char* argv[]) {
     openStandardDescriptors();
     signal(SIGCHLD, SIG_DFL); // ignored by whoever started it, a reboot would have no result
+    if (asksForWatchdog(argc, argv)) {
+        Trace::limitWaitForReader(LONGEST_WAIT_FOR_READER);
+    }
     signal(SIGHUP, shutdown);
     signal(SIGINT, shutdown);
     Trace::Log::setAppName("bootlume");
