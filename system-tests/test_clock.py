@@ -1,9 +1,11 @@
 """The clocks: the wall clock is set, and the device sleeps, while messages wait."""
 
 import mmap
+import re
 import signal
 import struct
 import time
+from pathlib import Path
 
 import pytest
 
@@ -32,6 +34,17 @@ class Clocks:
                 struct.pack_into("=q", self._map, offset, int(seconds * 1e9))
 
 
+def wait_until_waiting(splash):
+    """Returns once the loop is in its wait, which the shifted clock cuts into many short ones."""
+    def sleeps():
+        status = Path(f"/proc/{splash.pid}/task/{splash.pid}/status").read_text(encoding="ascii")
+        return int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", status, re.MULTILINE)[1])
+
+    before = sleeps()
+    wait_until(lambda: sleeps() >= before + 5, "the loop to wait")
+    return splash
+
+
 @pytest.fixture
 def clocked(desk, build_dir, run_prefix, preload):
     """clocked(limit) starts an armed splash: it, its Clocks, and a time just before it was armed."""
@@ -46,7 +59,7 @@ def clocked(desk, build_dir, run_prefix, preload):
         splash = desk.start("-c", "Title", "Lines", refresh=0, env={
             **preload("shifted-clock"), "SHIFTED_CLOCK": desk.root / "clocks",
             "SPLASH_TIMEOUT": limit, "SPLASH_TIMEOUT_HARD": NEVER_S})
-        wait_until_running(splash)
+        wait_until_waiting(wait_until_running(splash))
         return splash, clocks, launched
     return start
 
