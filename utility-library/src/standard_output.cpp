@@ -1,5 +1,6 @@
 #include "standard_output.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -18,12 +19,14 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr std::int64_t FOR_EVER = -1;
+constexpr int NONE = -1;
 // What a pipe that can be written to takes without waiting.
 constexpr std::size_t PIECE = PIPE_BUF;
 
 std::atomic<std::int64_t> s_longestWait{FOR_EVER};
 bool s_stalled = false; // the reader took nothing for the longest wait
 bool s_cut = false;     // the last line has no end
+int s_terminal = NONE;
 
 /// Whether standard output takes something within the time. An error is for the write to meet.
 bool takesWithin(milliseconds time) {
@@ -43,10 +46,36 @@ void write(const char* text, std::size_t length) {
     std::fflush(stdout);
 }
 
+/// A terminal may say that it takes something and then make a line wait, its end above all, as it
+/// has room for a few characters only. So it is written to through an opening that never waits.
+int openTerminal() {
+    return isatty(STDOUT_FILENO) == 0
+               ? NONE
+               : open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+/// Writes what is taken without waiting; returns how much that is. What meets an error is lost.
+std::size_t writeSome(const char* text, std::size_t length) {
+    if (s_terminal == NONE) {
+        const std::size_t piece = std::min(PIECE, length);
+        write(text, piece);
+        return piece;
+    }
+    const ssize_t written = ::write(s_terminal, text, length);
+    if (written >= 0) {
+        return static_cast<std::size_t>(written);
+    }
+    return errno == EAGAIN || errno == EINTR ? 0 : length;
+}
+
 } // namespace
 
 void limitWaitForReader(milliseconds longest) {
     s_longestWait = longest.count();
+    if (s_terminal != NONE) {
+        close(s_terminal);
+    }
+    s_terminal = longest.count() == FOR_EVER ? NONE : openTerminal();
 }
 
 void writeToStandardOutput(const char* text, std::size_t length) {
@@ -56,19 +85,18 @@ void writeToStandardOutput(const char* text, std::size_t length) {
         return;
     }
     for (std::size_t done = 0; done < length;) {
-        s_stalled = !takesWithin(milliseconds(s_stalled ? 0 : longest));
+        const bool ends = s_cut; // first comes the end of the line that was cut
+        std::size_t taken = 0;
+        if (takesWithin(milliseconds(s_stalled ? 0 : longest))) {
+            taken = ends ? writeSome("\n", 1) : writeSome(text + done, length - done);
+        }
+        s_stalled = taken == 0;
         if (s_stalled) {
             s_cut = s_cut || done > 0;
             return;
         }
-        if (s_cut) {
-            write("\n", 1);
-            s_cut = false;
-            continue; // the end of the old line may have been the last that was taken
-        }
-        const std::size_t piece = std::min(PIECE, length - done);
-        write(text + done, piece);
-        done += piece;
+        s_cut = false;
+        done += ends ? 0 : taken;
     }
 }
 

@@ -12,7 +12,7 @@ void writeToStandardOutput(const char* text, std::size_t length);
 
 /// From the next line on, a line waits at most so long for a reader that takes nothing. What
 /// comes then is lost, without waiting again, until the reader takes something; a line that was
-/// cut ends there. Without this call a line waits for ever. Any thread.
+/// cut ends there. Without this call a line waits for ever. Call it while nothing is written.
 void limitWaitForReader(std::chrono::milliseconds longest);
 
 } // namespace Trace

@@ -129,4 +129,47 @@ TEST_F(StandardOutput, WaitsAnewOnceTheReaderHasTakenSomething) {
     writer.join();
 }
 
+/// Opens a terminal that adds a carriage return to each end of a line, as terminals do, and makes
+/// it standard output; what is written to it is to be read from the descriptor that is returned.
+int becomeTerminal() {
+    const int reader = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    char name[64];
+    if (reader < 0 || grantpt(reader) != 0 || unlockpt(reader) != 0 ||
+        ptsname_r(reader, name, sizeof name) != 0) {
+        throw std::runtime_error("there is no terminal");
+    }
+    const int terminal = open(name, O_WRONLY | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0 || dup2(terminal, STDOUT_FILENO) < 0) {
+        throw std::runtime_error("standard output cannot be a terminal");
+    }
+    close(terminal);
+    return reader;
+}
+
+TEST_F(StandardOutput, DropsLinesThatATerminalHasNoRoomFor) {
+    const int reader = becomeTerminal();
+    Trace::limitWaitForReader(SHORT);
+    alarm(20); // where a line is waited for, the test is ended
+    // Lines of all lengths: one of them meets the last of the room with its end.
+    for (std::size_t length = 1; length < 1000; ++length) {
+        write(std::string(length, 'x') + "\n");
+    }
+    std::string taken;
+    write("last\n"); // lost
+    for (bool asked = false; taken.find("next\r\n") == std::string::npos;) {
+        char text[4096];
+        const ssize_t length = read(reader, text, sizeof text);
+        if (length > 0) {
+            taken.append(text, static_cast<std::size_t>(length));
+        } else if (!asked) { // all is taken
+            write("next\n");
+            asked = true;
+        }
+    }
+    alarm(0);
+    EXPECT_EQ(taken.find("last"), std::string::npos);
+    EXPECT_EQ(taken.find("xn"), std::string::npos) << "the next line stands alone";
+    close(reader);
+}
+
 } // namespace
