@@ -49,10 +49,12 @@ class Archive:
         self._parents(name)
         self._entry(name, stat.S_IFCHR | 0o600, device=(major, minor))
 
-    def tree(self, root):
-        """Everything below a folder of the host."""
+    def tree(self, root, without=()):
+        """Everything below a folder of the host, but for the folders directly in it that are named."""
         for path in sorted(pathlib.Path(root).rglob("*")):
             name = str(path.relative_to(root))
+            if name.partition("/")[0] in without:
+                continue
             if path.is_symlink():
                 self.link(name, os.readlink(path))
             elif path.is_dir():

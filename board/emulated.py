@@ -34,7 +34,7 @@ class Board:
 
     def _command(self):
         machine = self.machine
-        command = [*machine.emulator, "-accel", "tcg", "-m", "512", "-display", "none", "-no-reboot",
+        command = [*machine.emulator, "-accel", "tcg", "-m", str(machine.memory), "-display", "none", "-no-reboot",
                    "-nodefaults", "-nic", "none", "-kernel", machines.kernel(self._tree),
                    "-initrd", self._initramfs]
         if machine.device_tree:
@@ -43,7 +43,8 @@ class Board:
         command += ["-chardev", f"{console},id=console,logfile={self.console},logappend=off",
                     "-chardev", f"socket,id=channel,path={self._socket()}", *machine.serial]
         kernel_line = f"console={machine.console},115200 quiet board.channel={machine.channel}"
-        return command + ["-append", kernel_line + (" board.shell" if self._shell else "")]
+        words = [kernel_line, *machine.words, *(["board.shell"] if self._shell else [])]
+        return command + ["-append", " ".join(words)]
 
     def __enter__(self):
         self.console.unlink(missing_ok=True)

@@ -12,7 +12,7 @@ class Machine:
     preset names the build whose program runs on it, tree the unpacked kernel, root the tree that its
     libraries and tools come from, channel_node the channel's place in the device tree. restart_ends
     is true where a restart of the kernel ends the emulator, and false where the machine then stands
-    still.
+    still. memory is in megabytes; words are added to the kernel's command line.
     """
     name: str
     preset: str
@@ -25,6 +25,8 @@ class Machine:
     restart_ends: bool
     device_tree: str = ""
     channel_node: str = ""
+    memory: int = 512
+    words: tuple = ()
 
 
 MACHINES = {machine.name: machine for machine in (

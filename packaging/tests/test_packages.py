@@ -37,6 +37,8 @@ def units(packages, tmp_path_factory):
     shutil.copytree("/lib/systemd/system", root / "lib/systemd/system", symlinks=True)
     package = next(p for p in packages if re.match(r"bootlume_.*_amd64", p.name))
     subprocess.run(["dpkg-deb", "-x", package, root], check=True)
+    (root / "bin").mkdir()
+    shutil.copy("/bin/sh", root / "bin")
     for folder in ("lib", "bin", "sbin"):  # merged as on the system
         if not (root / "usr" / folder).exists():
             (root / "usr" / folder).mkdir(parents=True)

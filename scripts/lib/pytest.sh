@@ -3,13 +3,14 @@
 
 # python_tests NAME WORDS...: pytest over the words, a few tests at a time. What fails is tried a second
 # time, alone: the tests wait for real programs, and a machine that is busy for a moment proves nothing.
-# What passes only then is named. NAME keeps the runs of different builds apart.
+# What passes only then is named. NAME keeps the runs of different builds apart. Tests of one group share
+# what is dear to make, and run one after the other.
 python_tests() {
   local cache=$PWD/build/pytest/$1
   shift
   local words=(env PYTHONDONTWRITEBYTECODE=1 PYTHONHASHSEED=0 /usr/bin/python3 -m pytest -q -o "cache_dir=$cache")
   rm -rf "$cache"
-  "${words[@]}" -n 3 --dist load "$@" && return 0
+  "${words[@]}" -n 3 --dist loadgroup "$@" && return 0
   echo "trying once more what failed:"
   sed -n 's/^ *"\(.*\)": true,\{0,1\}$/  \1/p' "$cache/v/cache/lastfailed" 2>/dev/null
   "${words[@]}" --last-failed --last-failed-no-failures none "$@" &&

@@ -51,6 +51,7 @@ tool_tests() {
 }
 
 package_tests() {
+  need_packages "${BOOT_PACKAGES[@]}"
   scripts/package && python_tests packages packaging/tests
 }
 

@@ -60,12 +60,11 @@ int quit(const Places& places, double timeoutSeconds, bool wait) {
         return noSplash(socket);
     case client::QuitResult::FAILED:
         return cannotReach(socket);
+    case client::QuitResult::NONE_CAME:
+        return complain("no splash came up in time", EXIT_NO_SPLASH);
     default:
-        break;
+        return complain("the splash has not gone in time", EXIT_TIMED_OUT);
     }
-    if (socket.probe() != SplashSocket::Answer::ANSWERS && wait)
-        return complain("no splash came up in time", EXIT_TIMED_OUT);
-    return complain("the splash has not gone in time", EXIT_TIMED_OUT);
 }
 
 int text(const Places& places, const std::string& title, const std::vector<std::string>& lines) {

@@ -14,7 +14,7 @@ const char* const EXIT_STATUS = "Exit status:\n"
                                 "  0  done\n"
                                 "  1  the system refused (the reason is on standard error)\n"
                                 "  2  the command line, or a text that the splash cannot be sent\n"
-                                "  3  no splash answers\n"
+                                "  3  no splash answers, or none came up in time\n"
                                 "  4  it took longer than it may";
 const char* const ABOUT_QUIT =
     "It returns when the splash's process has gone, and repeats the message until then:\n"

@@ -47,7 +47,7 @@ std::optional<QuitResult> awaitSplash(const SplashSocket& socket, const Patience
         if (!wait)
             return QuitResult::NO_SPLASH;
         if (const auto end = patience.sleep(WAIT_FOR_SPLASH))
-            return end;
+            return *end == QuitResult::TIMED_OUT ? QuitResult::NONE_CAME : *end;
     }
 }
 

@@ -20,6 +20,7 @@ enum class QuitResult {
     GONE,        ///< its process has ended
     SOCKET_GONE, ///< its socket answers no more; its process could not be seen
     NO_SPLASH,
+    NONE_CAME, ///< one was waited for
     TIMED_OUT,
     INTERRUPTED,
     FAILED, ///< SplashSocket::lastError() says why

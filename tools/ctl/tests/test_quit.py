@@ -60,7 +60,7 @@ def test_a_file_that_a_splash_left_behind_counts_as_no_splash(desk, ctl):
 
 def test_waiting_for_a_splash_ends_in_time(desk, ctl):
     done = ctl("quit", "--wait", "--timeout", "0.2")
-    assert (done.returncode, done.stderr) == (4, "bootlumectl: no splash came up in time\n")
+    assert (done.returncode, done.stderr) == (3, "bootlumectl: no splash came up in time\n")
 
 
 def test_a_splash_that_does_not_go_is_reported(desk, ctl):
