@@ -1,5 +1,6 @@
 #include "terminal_view.h"
 
+#include "catalogue.h"
 #include "terminal.h"
 #include "viewer.h"
 
@@ -11,6 +12,7 @@
 #include <clocale>
 #include <cstring>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace preview {
@@ -122,14 +124,8 @@ std::string at(int row, int column) {
 /// The texts of the page, cut into rows for the side.
 std::vector<std::string> sideOf(const std::optional<Texts>& texts) {
     std::vector<std::string> side = {texts ? texts->title : "Brem K5 Konfiguration", ""};
-    std::string rest = texts ? texts->lines : "";
-    for (std::size_t found = 0; (found = rest.find("\\n", found)) != std::string::npos;)
-        rest.replace(found, 2, "\n");
-    for (std::size_t start = 0; start < rest.size();) {
-        const std::size_t end = std::min(rest.find('\n', start), rest.size());
-        side.push_back(rest.substr(start, end - start));
-        start = end + 1;
-    }
+    for (std::string& line : bodyLines(texts ? texts->lines : ""))
+        side.push_back(std::move(line));
     return side;
 }
 
@@ -162,6 +158,16 @@ std::string printable(std::string text) {
     return text;
 }
 
+/// A message in one row: what tells most, a file's name, stands at its end.
+std::string fitted(std::string message, std::size_t columns) {
+    if (message.size() <= columns)
+        return message;
+    std::size_t start = std::min(message.size(), message.size() - columns + 1);
+    while (start < message.size() && (static_cast<unsigned char>(message[start]) & 0xC0U) == 0x80)
+        ++start;
+    return "…" + message.substr(start);
+}
+
 /// False where the person wants to leave.
 bool handleKeys(const Terminal& terminal, Viewer& viewer) {
     for (int key = terminal.key(); key >= 0; key = terminal.key()) {
@@ -191,9 +197,10 @@ void showInTerminal(Viewer& viewer, const std::optional<Texts>& texts, const std
             terminal.write("\x1b[2J");
         columns = size.columns;
         std::string status = std::string(KEYS) + "   (" + why + ")";
+        const auto room = static_cast<std::size_t>(size.columns - 1);
+        status.resize(std::min(status.size(), room));
         if (!viewer.message().empty())
-            status = viewer.message();
-        status.resize(std::min(status.size(), static_cast<std::size_t>(size.columns - 1)));
+            status = fitted(viewer.message(), room);
         terminal.write(compose(painter, *picture, size, side, status));
     }
 }

@@ -130,6 +130,18 @@ def test_the_table_has_every_page_and_says_how_many_findings(preview, tmp_path):
     assert lines[-1] == "2 pages, 1 finding"
 
 
+def test_the_font_that_was_given_is_what_is_measured(check):
+    """A glyph that only the device's own font lacks, and one that only the other lacks."""
+    rows = [("zh", "启动", "Latin"), ("zh", "启动", "请稍候")]
+    _, with_own = check(*rows)
+    _, with_serif = check(*rows, options=("--font-chinese", "/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf"))
+    kinds = [[[(f["kind"], f["line"]) for f in page["findings"]] for page in report["pages"]]
+             for report in (with_own, with_serif)]
+    assert kinds == [[[("glyph", 1)], []], [[("glyph", 0)], [("glyph", 0), ("glyph", 1)]]]
+    assert "DejaVu Serif" in with_serif["pages"][1]["findings"][0]["what"]
+    assert "DejaVu Serif" in with_serif["fonts"]["chinese"]["drawn_with"]
+
+
 def test_a_catalogue_that_is_not_there_is_no_finding(preview):
     done = preview("--check", "/nowhere.tsv")
     assert done.returncode == 3

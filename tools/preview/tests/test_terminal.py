@@ -90,9 +90,37 @@ def test_p_writes_a_picture_and_says_where(terminal, tmp_path):
     terminal.run(PREVIEW, *TEXTS)
     terminal.wait_for("q quit")
     terminal.type("p")
-    terminal.wait_for("picture of the page: ")
+    terminal.wait_for("bootlume-1.png")
     shown = read_png(tmp_path / "bootlume-1.png")
     assert any(numpy.array_equal(shown, expanded(f)) for f in drawn(TEXTS, count=TURN))
+    terminal.type("q")
+    terminal.wait_for("status 0.")
+
+
+def test_l_switches_the_language(terminal, tmp_path):
+    texts = ("Brem K5 配置", "请稍候")
+    chinese = [expanded(frame) for frame in drawn(texts, count=TURN, chinese=True)]
+    terminal.run(PREVIEW, *texts)
+    terminal.wait_for("q quit")
+    terminal.type("l")
+    number = 0
+
+    def shows_chinese():
+        nonlocal number
+        number += 1
+        terminal.type("p")
+        file = tmp_path / f"bootlume-{number}.png"
+        terminal.wait_for(file.name)
+        return any(numpy.array_equal(read_png(file), frame) for frame in chinese)
+    vd.wait_until(shows_chinese, "the Chinese page")
+    terminal.type("q")
+    terminal.wait_for("status 0.")
+
+
+def test_the_texts_beside_the_page_are_cut_as_the_page_cuts_them(terminal):
+    terminal.run(PREVIEW, "Title", "one\ntwo\\nthree\nfour")
+    terminal.wait_for("q quit")
+    assert [line.split()[-1] for line in terminal.lines()[4:7]] == ["one", "two\\nthree", "four"]
     terminal.type("q")
     terminal.wait_for("status 0.")
 

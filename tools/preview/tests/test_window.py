@@ -1,13 +1,40 @@
 """The window, for real: under a virtual X server, by its pixels and its keys."""
 
+import ctypes
 import os
 import subprocess
 
 import numpy
 import pytest
 import virtual_device as vd
-from preview_desk import (PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, expanded, read_png,
-                          reduced)
+from preview_desk import (PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, expanded,
+                          processes_with, read_png, reduced)
+
+
+class ClientMessage(ctypes.Structure):
+    """As the X library lays it out, with the room of its largest event."""
+    _fields_ = [("type", ctypes.c_int), ("serial", ctypes.c_ulong), ("send_event", ctypes.c_int),
+                ("display", ctypes.c_void_p), ("window", ctypes.c_ulong),
+                ("message_type", ctypes.c_ulong), ("format", ctypes.c_int),
+                ("data", ctypes.c_long * 5), ("room", ctypes.c_long * 12)]
+
+
+def press_close_button(display, window):
+    """Sends what a window manager sends when its close button is pressed: the wish, and no more."""
+    x11 = ctypes.CDLL("libX11.so.6")
+    x11.XOpenDisplay.restype = ctypes.c_void_p
+    x11.XInternAtom.restype = ctypes.c_ulong
+    connection = ctypes.c_void_p(x11.XOpenDisplay(display.encode()))
+    assert connection
+    protocols, wish = (x11.XInternAtom(connection, name, 0)
+                       for name in (b"WM_PROTOCOLS", b"WM_DELETE_WINDOW"))
+    client_message, no_mask = 33, 0
+    event = ClientMessage(client_message, 0, 1, connection, window, protocols, 32)
+    event.data[0] = wish
+    assert x11.XSendEvent(connection, ctypes.c_ulong(window), 0, ctypes.c_long(no_mask),
+                          ctypes.byref(event))
+    x11.XSync(connection, 0)
+    x11.XCloseDisplay(connection)
 
 
 class Display:
@@ -120,6 +147,21 @@ def test_escape_ends_it(show):
     shown = show(*TEXTS)
     shown.key("Escape")
     assert shown.wait() == (0, "")
+
+
+def test_closing_the_window_ends_the_splash_in_order(show, scratch, tmp_path):
+    """The splash goes through its own teardown, and nothing of it is left: no process, no file."""
+    note = tmp_path / "status"
+    script = tmp_path / "bootlume"
+    script.write_text(f'#!/bin/sh\n"{PREVIEW.parent}/bootlume" "$@"\necho $? >"{note}"\n')
+    script.chmod(0o755)
+    shown = show("--bootlume", script, *TEXTS)
+    assert processes_with(str(scratch))
+    press_close_button(shown.display.name, int(shown.id))
+    assert shown.wait() == (0, "")
+    assert not processes_with(str(scratch))
+    assert list(scratch.iterdir()) == []
+    assert note.read_text() == "0\n"
 
 
 def test_p_takes_a_picture_and_says_where(show, tmp_path):
