@@ -3,6 +3,8 @@
 
 #include "tracing.h"
 
+#include "line_buffer.h"
+
 #include <chrono>
 #include <future>
 #include <mutex>
@@ -35,6 +37,24 @@ TEST_F(ATraceMessage, ShowsNumbersAndCharactersWithoutPadding) {
     const StdoutCapture output;
     lineOf(4) << "n" << 7 << 'c' << -12L << 3U << 0.5;
     EXPECT_EQ(messageOf(output), " n7c-1230.5");
+}
+
+TEST_F(ATraceMessage, LosesWhatFollowsANullText) {
+    const StdoutCapture output;
+    lineOf(4) << "one" << static_cast<const char*>(nullptr) << "two" << 3;
+    EXPECT_EQ(messageOf(output), " one");
+}
+
+TEST(ALineBuffer, TakesCharactersThatAreStreamedOneByOne) {
+    Trace::LineBuffer buffer;
+    std::ostream stream(&buffer);
+    const std::string text(5000, 'x');
+    for (const char character : text) {
+        stream.put(character);
+    }
+    stream.flush();
+    EXPECT_TRUE(stream.good());
+    EXPECT_EQ(std::string(buffer.data(), buffer.size()), text);
 }
 
 TEST_F(ATraceMessage, ShowsNamedValuesBehindTheText) {

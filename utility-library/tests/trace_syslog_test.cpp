@@ -34,6 +34,12 @@ TEST_F(ATraceToSyslog, SendsEachLevelWithItsPriority) {
     }
 }
 
+TEST_F(ATraceToSyslog, SendsTheLevelAloneWithoutAFile) {
+    configure(6, {}, true);
+    Log(4, nullptr, 41, 0) << "text";
+    EXPECT_THAT(takeSyslogCalls(), ElementsAre(SyslogCall{"syslog", 6, 0, "INFO|"}));
+}
+
 TEST_F(ATraceToSyslog, SendsNothingAnywhereOutsideLevels1To6) {
     configure(6, {}, true);
     for (const std::int32_t level : {0, -1, 7, 1000}) {
