@@ -5,12 +5,14 @@ import hashlib
 import queue
 import socket
 import threading
+import time
 
-RETRIES = 3
-
+# How long an answer may take. It only bounds a failure: where the board ends, the wait ends at once,
+# and a busy host makes a board many times slower.
+PATIENCE = 400
 
 class BoardSilent(Exception):
-    """The board did not answer in time."""
+    """The board did not answer in time, or cannot any more."""
 
 
 class Damaged(Exception):
@@ -43,9 +45,11 @@ def _content(head, end, body):
 
 
 class Channel:
-    """Listens on a socket file that the emulator connects to. One request at a time."""
+    """Listens on a socket file that the emulator connects to. One request at a time. ended() tells
+    why nothing more can come, in a word or more, and is empty as long as something can."""
 
-    def __init__(self, path):
+    def __init__(self, path, ended):
+        self._ended = ended
         self._server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self._server.bind(str(path))
         self._server.listen(1)
@@ -76,24 +80,35 @@ class Channel:
         except OSError:
             pass
 
-    def wait_for(self, wanted, deadline):
+    def wait_for(self, wanted, deadline=PATIENCE):
         """The next frame with that id; frames with other ids are of requests given up."""
+        end = time.monotonic() + deadline
         while True:
             try:
-                name, status, content = self._frames.get(timeout=deadline)
+                name, status, content = self._frames.get(timeout=0.5)
             except queue.Empty:
-                raise BoardSilent(f"no answer '{wanted}' within {deadline} s") from None
+                reason = self._ended()
+                if reason:
+                    raise BoardSilent(f"no answer '{wanted}': {reason}") from None
+                if time.monotonic() > end:
+                    raise BoardSilent(f"no answer '{wanted}' within {deadline} s") from None
+                continue
             if name == wanted:
                 return status, content
 
-    def request(self, script, deadline):
-        """Runs the script on the board: its status and what it wrote."""
+    def post(self, script):
+        """Has the script run on the board, whether an answer comes or not; the answer's id."""
         code = base64.b64encode(script.encode()).decode()
         sum_ = hashlib.sha256(code.encode()).hexdigest()[:16]
         self._number += 1
         name = str(self._number)
         self._connection.sendall(f"R {name} {sum_} {code}\n".encode())
-        status, content = self.wait_for(name, deadline)
+        return name
+
+    def request(self, script):
+        """Runs the script on the board: its status and what it wrote."""
+        name = self.post(script)
+        status, content = self.wait_for(name)
         if content is None or status == 254:
             raise Damaged(f"the answer to request {name} came damaged")
         return status, content

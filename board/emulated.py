@@ -6,9 +6,10 @@ import tempfile
 import time
 
 from . import machines
-from .channel import BoardSilent, Channel
+from .channel import PATIENCE, BoardSilent, Channel
 
-BOOT_DEADLINE = 120
+RESTARTED = r"reboot: (Restarting system|System halted|Power down)"
+ENDED = RESTARTED + r"|Kernel panic.*"
 
 
 class Failed(Exception):
@@ -26,8 +27,9 @@ class Board:
         self._tree = tree
         self._initramfs = initramfs
         self._process = None
-        self.channel = Channel(self._socket())
+        self.channel = Channel(self._socket(), self.ended)
         self.boot_seconds = 0.0
+        self.answers = True
 
     def _socket(self):
         return pathlib.Path(self._folder.name) / "channel"
@@ -53,8 +55,8 @@ class Board:
             self._process = subprocess.Popen(self._command(), stderr=log,
                                              stdin=None if self._shell else subprocess.DEVNULL)
         try:
-            self.channel.accept(20)
-            status, log = self.channel.wait_for("ready", BOOT_DEADLINE)
+            self.channel.accept(60)
+            status, log = self.channel.wait_for("ready")
             if status != 0:
                 raise BoardSilent("its screen could not be set up: "
                                   + (log or b"(damaged log)").decode(errors="replace"))
@@ -75,33 +77,48 @@ class Board:
         self.channel.close()
         self._folder.cleanup()
 
-    def run(self, script, deadline=60):
-        """Status and output (bytes) of a script on the board."""
-        return self.channel.request(script, deadline)
+    def ended(self):
+        """Why the board can say nothing more; empty as long as it may."""
+        if self._process.poll() is not None:
+            return f"the emulator ended with {self._process.returncode}"
+        found = re.search(ENDED, self.console_text())
+        return found[0] if found else ""
 
-    def output(self, script, deadline=60):
+    def run(self, script):
+        """Status and output (bytes) of a script on the board."""
+        try:
+            return self.channel.request(script)
+        except BoardSilent:
+            self.answers = False
+            raise
+
+    def post(self, script):
+        """Starts a script that the board may not live to answer."""
+        self.channel.post(script)
+
+    def output(self, script):
         """What a script wrote, which must end well."""
-        status, output = self.run(script, deadline)
+        status, output = self.run(script)
         if status != 0:
             raise Failed(f"status {status} of: {script}\n{output.decode(errors='replace')}")
         return output
 
-    def text(self, script, deadline=60):
-        return self.output(script, deadline).decode()
+    def text(self, script):
+        return self.output(script).decode()
 
     def console_text(self):
         return self.console.read_text(errors="replace") if self.console.exists() else ""
 
-    def wait_for_console(self, pattern, deadline):
+    def wait_for_console(self, pattern):
         """Waits until the console has shown the pattern; returns whether it has."""
-        end = time.monotonic() + deadline
+        end = time.monotonic() + PATIENCE
         while not re.search(pattern, self.console_text()):
-            if time.monotonic() > end:
-                return False
+            if time.monotonic() > end or self._process.poll() is not None:
+                return bool(re.search(pattern, self.console_text()))
             time.sleep(0.05)
         return True
 
-    def wait_for_end(self, deadline):
+    def wait_for_end(self, deadline=PATIENCE):
         """Waits until the emulator ends by itself; None where it does not, else its status."""
         try:
             return self._process.wait(deadline)

@@ -25,7 +25,7 @@ class Reference:
         self._products = {"bootlume": build / "bin/bootlume",
                           "library": build / "lib/libvirtual-device.so"}
         if emulated:
-            self._products |= {"run_prefix": ["qemu-arm-static", "-L", str(root)], "prefix_env": "-E"}
+            self._products |= {"run_prefix": ["qemu-arm-static", "-L", str(root)]}
 
     def page(self, *texts, language=None):
         """The 66 pictures of one turn of the ring, in their order."""

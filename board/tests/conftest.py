@@ -23,7 +23,10 @@ def pytest_generate_tests(metafunc):
     if "machine" in metafunc.fixturenames:
         machines = metafunc.config.getoption("machine")
         once = metafunc.definition.get_closest_marker("once")
-        metafunc.parametrize("machine", machines[:1] if once else machines, scope="session")
+        # The tests of one machine stay in one process: they share its board.
+        metafunc.parametrize("machine", [pytest.param(name, marks=pytest.mark.xdist_group(name))
+                                         for name in (machines[:1] if once else machines)],
+                             scope="session")
 
 
 class Bench:
@@ -34,6 +37,9 @@ class Bench:
         self._board = None
 
     def usual(self):
+        """The machine's board; a new one where a test has left it dead or without an answer."""
+        if self._board is not None and (self._board.ended() or not self._board.answers):
+            self.clear()
         if self._board is None:
             self._board = self.workshop.boot().__enter__()
         return self._board
@@ -70,7 +76,7 @@ class Splash:
         self.pid = int(self.board.text("cat /run/splash.pid"))
 
     def wait_until_drawn(self):
-        self.board.output(f"wait_for 30 test -S {boards.SOCKET} && wait_for 30 drawn", 120)
+        self.board.output(f"wait_for test -S {boards.SOCKET} && wait_for drawn")
         return self
 
     def send(self, text):
@@ -81,14 +87,14 @@ class Splash:
 
     def wait_for_end(self):
         """The program's exit status, as a shell sees it."""
-        return int(self.board.text("wait_for 30 test -e /run/splash.status && cat /run/splash.status"))
+        return int(self.board.text("wait_for test -e /run/splash.status && cat /run/splash.status"))
 
     def log(self):
         return self.board.text("cat /run/splash.log")
 
     def screens(self, count):
         """That many pictures of the screen, one after the other."""
-        return pictures.split(self.board.output(f"screen {count} /run/picture && cat /run/picture", 120))
+        return pictures.split(self.board.output(f"screen {count} /run/picture && cat /run/picture"))
 
 
 @pytest.fixture
@@ -102,8 +108,10 @@ def splash(board):
         return started[-1]
 
     yield start
+    if board.ended() or not board.answers:
+        return
     for one in started:
-        board.run(f"kill -KILL {one.pid}; wait_for 10 test ! -d /proc/{one.pid}")
+        board.run(f"kill -KILL {one.pid}; wait_for test ! -d /proc/{one.pid}")
     board.output(f"rm -f {boards.TRACE_CONFIG} {boards.LANGUAGE} {boards.SOCKET}")
 
 

@@ -24,3 +24,10 @@ def calls(board):
             index = re.search(r"\bindex=(\d+)", match[3])
             result.append((float(match[1]), match[2], int(index[1]) if index else None, match[3]))
     return result
+
+
+def flips(board, count):
+    """At least that many calls that move buffers, in a row."""
+    with recording(board):
+        board.output(f"wait_for sh -c '[ $(dmesg | grep -c QBUF:) -ge {count} ]'")
+    return [call for call in calls(board) if call[1] in ("QBUF", "DQBUF")]

@@ -10,7 +10,7 @@ def configure(board, line):
 
 def messages(board, text):
     """The daemon's lines with that text, which must come within seconds."""
-    board.output(f"wait_for 20 grep -q '{text}' /run/messages")
+    board.output(f"wait_for grep -q '{text}' /run/messages")
     return [line for line in board.text("cat /run/messages").splitlines() if text in line]
 
 
@@ -45,10 +45,10 @@ def test_the_trace_configuration_is_followed_while_the_splash_runs(splash, board
     running = splash("A", "B").wait_until_drawn()
     assert running.log() == ""
     configure(board, "BOOTLUME 6 0 0")
-    board.output("wait_for 20 grep -q 'Drawing time used, exec_ms.count() = ' /run/splash.log")
+    board.output("wait_for grep -q 'Drawing time used, exec_ms.count() = ' /run/splash.log")
     configure(board, "bootlume 4 0 0")
     running.send("no command")
-    board.output("wait_for 20 grep -q 'Wrong message format' /run/splash.log")
+    board.output("wait_for grep -q 'Wrong message format' /run/splash.log")
     board.output(": >/run/messages")
     configure(board, "bootlume 6 0 1")
     messages(board, "Drawing and Flip time used")
