@@ -2,6 +2,7 @@
 import shlex
 import sys
 import termios
+import time
 
 from . import boards, pictures
 
@@ -39,7 +40,8 @@ def shell(workshop, texts):
             board.channel.on_frame = lambda name, status, content: print(
                 f"\r\n{write_picture(workshop, content)}\r" if content else "\r\nthe picture came damaged\r",
                 flush=True)
-            board.wait_for_end(None)
+            while not board.ended():
+                time.sleep(0.2)
     finally:
         if saved:
             termios.tcsetattr(sys.stdin, termios.TCSADRAIN, saved)

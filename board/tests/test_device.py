@@ -28,6 +28,18 @@ def test_the_driver_paces_the_flips(splash, board):
     assert period >= 0.029, period
 
 
+def test_a_slower_driver_slows_the_flips(splash, board):
+    """Twenty-four pictures a second are fewer than the program draws by itself."""
+    try:
+        board.output("screen-setup 24")
+        splash("A", "B").wait_until_drawn()
+        times = [call[0] for call in flips(board, 40) if call[1] == "DQBUF"]
+        assert (times[-1] - times[0]) / (len(times) - 1) >= 0.040
+    finally:
+        board.run("kill $(cat /run/splash.pid); wait_for test -e /run/splash.status")
+        board.output("screen-setup")
+
+
 def end_by_command(running):
     running.send("QUIT")
 
