@@ -23,8 +23,11 @@ def pytest_addoption(parser):
                     help="folder with bin/bootlume and lib/libvirtual-device.so (%(default)s)")
     group.addoption("--run-prefix", default="",
                     help="words before the program, for example 'qemu-arm-static -L SYSROOT'")
-    group.addoption("--run-prefix-env", default="-E",
-                    help="how the prefix takes a variable for the program (%(default)s)")
+    group.addoption("--run-prefix-env", default=None,
+                    help="how the prefix takes a variable that it must not see itself")
+    group.addoption("--preload-dir", default=None,
+                    help="where the program's loader finds the build's libraries; $LIB in it is the"
+                         " loader's own word for its architecture (BUILD_DIR/lib)")
 
 
 @pytest.fixture(scope="session")
@@ -44,12 +47,23 @@ def run_prefix(pytestconfig):
     return shlex.split(pytestconfig.getoption("--run-prefix"))
 
 
+@pytest.fixture(scope="session")
+def preload_dir(build_dir, pytestconfig):
+    return Path(pytestconfig.getoption("--preload-dir") or build_dir / "lib").absolute()
+
+
+@pytest.fixture(scope="session")
+def products(build_dir, preload_dir, run_prefix, pytestconfig):
+    """What a Desk needs to know of the build and of how its program is run."""
+    return {"bootlume": build_dir / "bin/bootlume", "library": preload_dir / "libvirtual-device.so",
+            "run_prefix": run_prefix,
+            "prefix_env": pytestconfig.getoption("--run-prefix-env")}
+
+
 @pytest.fixture
-def desk(build_dir, run_prefix, pytestconfig):
+def desk(products):
     """A root folder with the program's fixed paths; what runs on it ends with the test."""
-    prefix_env = pytestconfig.getoption("--run-prefix-env") if run_prefix else None
-    with Desk(bootlume=build_dir / "bin/bootlume", library=build_dir / "lib/libvirtual-device.so",
-              run_prefix=run_prefix, prefix_env=prefix_env) as made:
+    with Desk(**products) as made:
         yield made
 
 
@@ -65,18 +79,19 @@ def unprivileged(build_dir, run_prefix):
     user = User()
     if os.geteuid() != 0:
         pytest.skip("only root can become another user")
-    if run_prefix or not user.can_run(build_dir / "bin/bootlume"):
-        pytest.skip(f"user {user.number} cannot run what lies in {build_dir}")
+    for place in (build_dir / "bin/bootlume", *filter(os.path.isdir, run_prefix)):
+        if not user.can_run(place):
+            pytest.skip(f"user {user.number} cannot use {place}")
     return user
 
 
 @pytest.fixture
-def preload(build_dir, desk):
+def preload(build_dir, preload_dir, desk):
     """preload("cairo-recorder"): the environment that loads the build's libraries of these names
     behind the virtual device."""
     def environment(*names):
-        libraries = [build_dir / f"lib/lib{name}.so" for name in names]
-        missing = [str(library) for library in libraries if not library.exists()]
+        missing = [name for name in names if not (build_dir / f"lib/lib{name}.so").exists()]
         assert not missing, f"not built: {missing}"
-        return {"LD_PRELOAD": ":".join([desk.environment()["LD_PRELOAD"], *map(str, libraries)])}
+        libraries = [str(preload_dir / f"lib{name}.so") for name in names]
+        return {"LD_PRELOAD": ":".join([desk.environment()["LD_PRELOAD"], *libraries])}
     return environment

@@ -127,10 +127,10 @@ class Injector:
 class Bench:
     """Runs cases on desks of their own with the programs of one build."""
 
-    def __init__(self, build):
-        self.bootlume = build / "bin/bootlume"
-        self.library = build / "lib/libvirtual-device.so"
-        self.injector = build / "lib/libfault-injector.so"
+    def __init__(self, products):
+        """products: how a Desk is told of the build."""
+        self.products = products
+        self.injector = products["library"].with_name("libfault-injector.so")
         self.indices = {}
         self.counts = {phase: self._count(phase) for phase in PHASES}
 
@@ -144,7 +144,7 @@ class Bench:
 
     def run(self, case):
         """The outcome of one case."""
-        with Desk(bootlume=self.bootlume, library=self.library) as desk:
+        with Desk(**self.products) as desk:
             injector = Injector(desk.root / "control", self.indices)
             run = Run(desk, injector, case.phase, self.injector)
             try:
@@ -159,7 +159,7 @@ class Bench:
                 injector.close()
 
     def _count(self, phase):
-        with Desk(bootlume=self.bootlume, library=self.library) as desk:
+        with Desk(**self.products) as desk:
             injector = Injector(desk.root / "control", self.indices)
             run = Run(desk, injector, phase, self.injector)
             before = Counter()
@@ -343,7 +343,8 @@ def main():
     parser.add_argument("--build-dir", type=Path, default=SOURCE / "build/release")
     parser.add_argument("--most-calls", type=int, default=8, help="calls of a function in a phase")
     arguments = parser.parse_args()
-    bench = Bench(arguments.build_dir.resolve())
+    build = arguments.build_dir.resolve()
+    bench = Bench({"bootlume": build / "bin/bootlume", "library": build / "lib/libvirtual-device.so"})
     results = []
     for function in ERRORS:
         results += outcomes(bench, function, arguments.most_calls)

@@ -182,7 +182,7 @@ def time_the_end(splash):
 def test_the_end_comes_within_two_frames(desk, build_dir, run_prefix, configured, capsys):
     """Neither the command socket's nor the trace watcher's wait holds the end up."""
     if is_sanitized(build_dir) or run_prefix:
-        pytest.skip("times are those of the product, run by the machine itself")
+        pytest.skip("times are those of the product, on a processor of its own kind")
     if configured:
         desk.trace_config("bootlume 4 0 0")
     assert desk.path(TRACE_CONFIG).exists() == configured

@@ -120,19 +120,17 @@ WITH_LOG = ["unshare", "--mount", "--map-root-user", "/bin/sh", "-ec", """
 
 
 @pytest.fixture
-def system_log(build_dir, run_prefix):
+def system_log(products, run_prefix):
     """(desk, socket): what runs on the desk sends its log lines to the socket."""
-    if run_prefix or subprocess.run(["unshare", "--mount", "--map-root-user", "true"],
-                                    check=False, capture_output=True).returncode != 0:
+    if subprocess.run(["unshare", "--mount", "--map-root-user", "true"],
+                      check=False, capture_output=True).returncode != 0:
         pytest.skip("needs a mount space of its own")
-    with Desk(bootlume=build_dir / "bin/bootlume",
-              library=build_dir / "lib/libvirtual-device.so") as desk, \
-            socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
+    with Desk(**products) as desk, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
         folder = desk.root / "dev"
         folder.mkdir()
         log.bind(str(folder / "log"))
         log.settimeout(10)
-        desk.run_prefix = [*WITH_LOG, str(folder)]
+        desk.run_prefix = [*WITH_LOG, str(folder), *run_prefix]
         yield desk, log
 
 

@@ -12,10 +12,10 @@ LONG = bool(os.environ.get("BOOTLUME_LONG"))
 
 
 @pytest.fixture(scope="module")
-def bench(build_dir, run_prefix):
-    if run_prefix or sanitizer_runtimes(build_dir / "bin/bootlume"):
-        pytest.skip("calls are told apart by their caller, which is hidden here")
-    return Bench(build_dir)
+def bench(products):
+    if sanitizer_runtimes(products["bootlume"]):
+        pytest.skip("calls are told apart by their caller, which a sanitizer hides")
+    return Bench(products)
 
 
 @pytest.mark.parametrize("function", ERRORS)

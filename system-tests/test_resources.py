@@ -60,11 +60,8 @@ def turns_on(splash, frames=4):
 # -- standard descriptors ----------------------------------------------------------------------
 
 @pytest.mark.parametrize("closed", [(0,), (1,), (2,), (0, 1), (0, 1, 2)], ids=str)
-def test_a_closed_standard_descriptor_is_never_the_overlays_or_the_sockets(
-        desk, run_prefix, closed):
+def test_a_closed_standard_descriptor_is_never_the_overlays_or_the_sockets(desk, closed):
     """Trace lines go to descriptor 1 and failures to 2, whatever these are."""
-    if run_prefix:
-        pytest.skip("an emulator opens descriptors of its own first")
     desk.trace_config("bootlume 6 0xFFFFFFFF 0")
     splash = desk.start("Title", "Lines", prepare=close_all(*closed))
     wait_until_running(splash)
@@ -224,9 +221,9 @@ def test_no_processes_left_make_every_reboot_fail_with_a_line(desk, unprivileged
     assert splash.quit() == 0
 
 
-def test_no_processes_at_the_start_end_it_with_a_message(desk, build_dir, unprivileged):
-    if sanitizer_runtimes(build_dir / "bin/bootlume"):
-        pytest.skip("a sanitizer starts a thread of its own")
+def test_no_processes_at_the_start_end_it_with_a_message(desk, build_dir, run_prefix, unprivileged):
+    if run_prefix or sanitizer_runtimes(build_dir / "bin/bootlume"):
+        pytest.skip("an emulator and a sanitizer start a thread of their own")
     unprivileged.own(desk)
 
     def prepare():
@@ -257,15 +254,15 @@ class Memory:
 
 
 @pytest.fixture
-def scarce(desk, build_dir, run_prefix):
+def scarce(build_dir, preload_dir, desk):
     """scarce() starts a splash whose allocations can be made to fail: the splash and the Memory."""
-    if run_prefix or sanitizer_runtimes(build_dir / "bin/bootlume"):
-        pytest.skip("the allocator is another one here")
+    if sanitizer_runtimes(build_dir / "bin/bootlume"):
+        pytest.skip("a sanitizer has an allocator of its own")
 
     def start(countdown=0, failures=1, **options):
         memory = Memory(desk.root / "memory")
         memory.fail(countdown, failures)
-        preloaded = f"{build_dir / 'lib/libfailing-malloc.so'}:{desk.environment()['LD_PRELOAD']}"
+        preloaded = f"{preload_dir / 'libfailing-malloc.so'}:{desk.environment()['LD_PRELOAD']}"
         environment = {"LD_PRELOAD": preloaded, "FAILING_MALLOC": desk.root / "memory"}
         return desk.start("Title", "Lines", env=environment, **options), memory
     return start

@@ -165,13 +165,11 @@ def is_over(splash, last):
 
 
 @pytest.fixture(scope="module")
-def runs(build_dir, run_prefix, pytestconfig):
+def runs(products):
     """All scenarios, started together: their limits run out side by side."""
     desks, started = [], {}
     for name, scenario in SCENARIOS.items():
-        desk = Desk(bootlume=build_dir / "bin/bootlume",
-                    library=build_dir / "lib/libvirtual-device.so", run_prefix=run_prefix,
-                    prefix_env=pytestconfig.getoption("--run-prefix-env") if run_prefix else None)
+        desk = Desk(**products)
         desks.append(desk)
         started[name] = time.monotonic(), start(desk, scenario.vrx, scenario.plain, scenario.soft,
                                                 scenario.hard, env=scenario.env)
@@ -294,13 +292,12 @@ def test_a_splash_ended_before_the_limit_starts_nothing(desk):
 OFFSETS_MS = (-100, -20, -5, -2, 0, 2, 5, 20, 100)
 
 
-def test_a_splash_ended_around_the_limit_either_reboots_or_does_not(build_dir):
+def test_a_splash_ended_around_the_limit_either_reboots_or_does_not(products):
     """Just before and just after: the child runs to its end, or never starts; nothing in between."""
     desks, outcomes = [], []
     try:
         for offset in OFFSETS_MS:
-            desks.append(Desk(bootlume=build_dir / "bin/bootlume",
-                              library=build_dir / "lib/libvirtual-device.so"))
+            desks.append(Desk(**products))
             desks[-1].splash = start(desks[-1], "echo at work; exit 0", soft=1, hard=NEVER)
         for desk, offset in zip(desks, OFFSETS_MS):
             armed = seconds_of(desk.splash.wait_for_trace("SPLASH_TIMEOUT_HARD"))
@@ -366,13 +363,15 @@ def test_a_child_that_ends_during_the_teardown_does_no_harm(desk):
 
 
 @pytest.fixture
-def lonely_desk(build_dir, run_prefix):
+def lonely_desk(products):
     """A desk of a user without rights and without other processes."""
-    if os.geteuid() != 0 or run_prefix:
+    if os.geteuid() != 0:
         pytest.skip("needs root, to become a user of its own")
+    if products["run_prefix"]:
+        pytest.skip("an emulator starts threads of its own, which count")
     user = 2_000_000 + os.getpid()
-    with Desk(bootlume=build_dir / "bin/bootlume", library=build_dir / "lib/libvirtual-device.so",
-              run_prefix=["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups"]) as desk:
+    as_user = ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups"]
+    with Desk(**{**products, "run_prefix": as_user}) as desk:
         # The build may lie where that user cannot look.
         desk.bootlume = shutil.copy(desk.bootlume, desk.root)
         desk.library = shutil.copy(desk.library, desk.root)

@@ -401,8 +401,9 @@ class Desk:
 
     bootlume, library: paths; by default those of the preset that BOOTLUME_PRESET names ("release").
     root: an existing folder that is kept; by default a new one that close() removes.
-    run_prefix: words before the program, for example ["qemu-arm-static", "-L", sysroot]. The
-    environment is given to the program by `-E` there: say so with prefix_env="-E".
+    run_prefix: words before the program, for example ["qemu-arm-static", "-L", sysroot]. They run in
+    the program's environment, which a static program can bear; prefix_env="-E" gives what is meant for
+    the program alone by that option (which an emulator cuts at commas).
     """
 
     def __init__(self, bootlume=None, library=None, root=None, run_prefix=(), prefix_env=None):
@@ -479,7 +480,7 @@ class Desk:
         return made
 
     def _command(self, arguments, environment):
-        """(words, environment of the first of them). An emulator itself runs without the preload."""
+        """(words, environment of the first of them)."""
         words = [str(self.bootlume), *map(str, arguments)]
         if not self.run_prefix:
             return words, environment

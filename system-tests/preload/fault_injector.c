@@ -1,9 +1,9 @@
 /* Makes the program's own system calls fail once, on demand.
  *
- * Only calls from the program itself and from the C++ library on its behalf count; what cairo or the
- * virtual device do goes through. FAULT_CONTROL names a file that is mapped and shared with the test:
- * it says what is to fail, and tells what was called and struck. Nothing is allocated or locked, so
- * that a forked child may be struck as well. Comes first in LD_PRELOAD. */
+ * Only calls from the program itself and from the C++ library on its behalf count; what cairo or
+ * the virtual device do goes through. FAULT_CONTROL names a file that is mapped and shared with the
+ * test: it says what is to fail, and tells what was called and struck. Nothing is allocated or
+ * locked, so that a forked child may be struck as well. Comes first in LD_PRELOAD. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -24,17 +24,19 @@
 #include <unistd.h>
 
 #define EACH_FUNCTION(X)                                                                           \
-    X(bind) X(chdir) X(close) X(dup2) X(eventfd) X(eventfd_write) X(execve) X(fcntl) X(fopen64)    \
-    X(fork) X(getcwd) X(inotify_add_watch) X(inotify_init) X(inotify_rm_watch) X(ioctl) X(isatty)  \
-    X(kill) X(mmap) X(munmap) X(nanosleep) X(open) X(__open_2) X(pathconf) X(pipe2) X(poll)        \
-    X(prctl) X(pthread_create) X(read) X(recv) X(sched_yield) X(sem_wait) X(shutdown) X(sigaction) \
-    X(signal) X(socket) X(sysconf) X(unlink) X(waitpid) X(write)
+    X(bind)                                                                                        \
+    X(chdir) X(close) X(dup2) X(eventfd) X(eventfd_write) X(execve) X(fcntl) X(fopen64) X(fork)    \
+        X(getcwd) X(inotify_add_watch) X(inotify_init) X(inotify_rm_watch) X(ioctl) X(isatty)      \
+            X(kill) X(mmap) X(munmap) X(nanosleep) X(open) X(__open_2) X(pathconf) X(pipe2)        \
+                X(poll) X(prctl) X(pthread_create) X(read) X(recv) X(sched_yield) X(sem_wait)      \
+                    X(shutdown) X(sigaction) X(signal) X(socket) X(sysconf) X(unlink) X(waitpid)   \
+                        X(write)
 
 enum function {
 #define NAME(function) F_##function,
     EACH_FUNCTION(NAME)
 #undef NAME
-    FUNCTIONS
+        FUNCTIONS
 };
 
 static const char* const names[FUNCTIONS] = {
@@ -45,7 +47,7 @@ static const char* const names[FUNCTIONS] = {
 
 /* The layout that the test maps; all 32-bit. */
 struct control {
-    int32_t function; /* index of the one that fails; -1: none */
+    int32_t function;  /* index of the one that fails; -1: none */
     int32_t countdown; /* it fails when this falls to 0 */
     int32_t error;
     int32_t struck;
@@ -83,19 +85,26 @@ static int note_object(struct dl_phdr_info* object, size_t size, void* data) {
     return 0;
 }
 
+/* Other libraries' constructors call before this one's set-up. */
+static void* next_of(enum function function) {
+    if (real[function] == NULL)
+        real[function] = dlsym(RTLD_NEXT, names[function]);
+    return real[function];
+}
+
 __attribute__((constructor)) static void set_up(void) {
     for (int i = 0; i < FUNCTIONS; ++i)
-        real[i] = dlsym(RTLD_NEXT, names[i]);
+        next_of((enum function)i);
     dl_iterate_phdr(note_object, NULL);
     const char* path = getenv("FAULT_CONTROL");
     if (path == NULL)
         return;
-    const int file = ((int (*)(const char*, int, ...))real[F_open])(path, O_RDWR | O_CLOEXEC);
+    const int file = ((int (*)(const char*, int, ...))next_of(F_open))(path, O_RDWR | O_CLOEXEC);
     if (file < 0)
         return;
-    void* shared = ((void* (*)(void*, size_t, int, int, int, off_t))real[F_mmap])(
+    void* shared = ((void* (*)(void*, size_t, int, int, int, off_t))next_of(F_mmap))(
         NULL, sizeof(struct control), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    ((int (*)(int))real[F_close])(file);
+    ((int (*)(int))next_of(F_close))(file);
     if (shared == MAP_FAILED)
         return;
     control = shared;
@@ -120,15 +129,16 @@ static int strikes(enum function function, const void* caller) {
 
 #define STRIKE(function, failure)                                                                  \
     if (strikes(F_##function, __builtin_return_address(0)))                                        \
-        return failure
+    return failure
 
 #define WRAP(result, failure, function, parameters, arguments)                                     \
     result function parameters {                                                                   \
         STRIKE(function, failure);                                                                 \
-        return ((result(*) parameters)real[F_##function])arguments;                                \
+        return ((result(*) parameters)next_of(F_##function))arguments;                             \
     }
 
-WRAP(int, -1, bind, (int fd, const struct sockaddr* address, socklen_t length), (fd, address, length))
+WRAP(int, -1, bind, (int fd, const struct sockaddr* address, socklen_t length),
+     (fd, address, length))
 WRAP(int, -1, chdir, (const char* path), (path))
 WRAP(int, -1, dup2, (int from, int to), (from, to))
 WRAP(int, -1, eventfd, (unsigned initial, int flags), (initial, flags))
@@ -149,7 +159,7 @@ WRAP(int, -1, nanosleep, (const struct timespec* pause, struct timespec* rest), 
 WRAP(int, -1, __open_2, (const char* path, int flags), (path, flags))
 WRAP(long, -1, pathconf, (const char* path, int name), (path, name))
 WRAP(int, -1, pipe2, (int ends[2], int flags), (ends, flags))
-WRAP(int, -1, poll, (struct pollfd* fds, nfds_t count, int timeout), (fds, count, timeout))
+WRAP(int, -1, poll, (struct pollfd * fds, nfds_t count, int timeout), (fds, count, timeout))
 WRAP(int, control->error, pthread_create,
      (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument),
      (thread, attributes, body, argument))
@@ -167,7 +177,7 @@ WRAP(ssize_t, -1, write, (int fd, const void* data, size_t size), (fd, data, siz
 
 /* A close that fails has closed all the same. */
 int close(int fd) {
-    const int result = ((int (*)(int))real[F_close])(fd);
+    const int result = ((int (*)(int))next_of(F_close))(fd);
     STRIKE(close, -1);
     return result;
 }
@@ -177,11 +187,13 @@ WRAP(sighandler_t, SIG_ERR, signal, (int sig, sighandler_t next), (sig, next))
 typedef union semaphore semaphore;
 int sem_wait(semaphore* waited) {
     STRIKE(sem_wait, -1);
-    return ((int (*)(semaphore*))real[F_sem_wait])(waited);
+    return ((int (*)(semaphore*))next_of(F_sem_wait))(waited);
 }
 
 /* One argument at most follows in every use. */
-static void* further(va_list list) { return va_arg(list, void*); }
+static void* further(va_list list) {
+    return va_arg(list, void*);
+}
 
 #define WRAP_VARIADIC(function, parameters, last, arguments)                                       \
     int function parameters {                                                                      \
@@ -190,7 +202,7 @@ static void* further(va_list list) { return va_arg(list, void*); }
         va_start(list, last);                                                                      \
         void* const argument = further(list);                                                      \
         va_end(list);                                                                              \
-        return ((int (*) parameters)real[F_##function])arguments;                                  \
+        return ((int(*) parameters)next_of(F_##function))arguments;                                \
     }
 
 WRAP_VARIADIC(open, (const char* path, int flags, ...), flags, (path, flags, argument))
@@ -205,5 +217,5 @@ int prctl(int option, ...) {
     for (int i = 0; i < 4; ++i)
         rest[i] = va_arg(list, unsigned long);
     va_end(list);
-    return ((int (*)(int, ...))real[F_prctl])(option, rest[0], rest[1], rest[2], rest[3]);
+    return ((int (*)(int, ...))next_of(F_prctl))(option, rest[0], rest[1], rest[2], rest[3]);
 }
