@@ -38,9 +38,15 @@ need_packages() {
   local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0
              -o DPkg::Lock::Timeout=300)
   if ! as_root "${apt[@]}" install -y --no-install-recommends "${missing[@]}" >/dev/null 2>&1; then
-    retry as_root "${apt[@]}" update >&2
-    retry as_root "${apt[@]}" install -y --no-install-recommends "${missing[@]}" >&2
+    retry quietly as_root "${apt[@]}" update
+    retry quietly as_root "${apt[@]}" install -y --no-install-recommends "${missing[@]}"
   fi
+}
+
+# quietly COMMAND...: what it says is shown where it fails.
+quietly() {
+  local said
+  said=$("$@" 2>&1) || { printf '%s\n' "$said" >&2; return 1; }
 }
 
 # What a build of the program and its tests needs.

@@ -20,6 +20,7 @@ namespace {
 
 constexpr int LEAST_SIDE_COLUMNS = 24;
 constexpr int GAP = 3;
+constexpr int ROWS_BELOW = 2; // the newest message, and the keys
 
 struct Deleter {
     void operator()(ChafaTermInfo* info) const { chafa_term_info_unref(info); }
@@ -62,7 +63,7 @@ public:
             return;
         m_size = size;
         m_columns = size.columns;
-        m_rows = size.rows > 2 ? size.rows - 1 : size.rows;
+        m_rows = size.rows > ROWS_BELOW ? size.rows - ROWS_BELOW : size.rows;
         chafa_calc_canvas_geometry(PAGE_WIDTH, PAGE_HEIGHT, &m_columns, &m_rows,
                                    static_cast<gfloat>(size.cellRatio), TRUE, FALSE);
         const Ptr<ChafaCanvasConfig> config(chafa_canvas_config_new());
@@ -131,7 +132,8 @@ std::vector<std::string> sideOf(const std::optional<Texts>& texts) {
 
 /// One whole screen of the view.
 std::string compose(const Painter& painter, const Picture& picture, const Terminal::Size& size,
-                    const std::vector<std::string>& side, const std::string& status) {
+                    const std::vector<std::string>& side, const std::string& message,
+                    const std::string& keys) {
     std::string screen;
     int row = 0;
     for (const std::string& line : painter.paint(picture))
@@ -139,7 +141,7 @@ std::string compose(const Painter& painter, const Picture& picture, const Termin
     const int column = painter.columns() + GAP;
     constexpr int FIRST_ROW = 3;
     row = FIRST_ROW;
-    const int room = size.columns - column >= LEAST_SIDE_COLUMNS ? size.rows - 1 : 0;
+    const int room = size.columns - column >= LEAST_SIDE_COLUMNS ? size.rows - ROWS_BELOW : 0;
     for (const std::string& line : side) {
         if (row >= room)
             break;
@@ -147,7 +149,9 @@ std::string compose(const Painter& painter, const Picture& picture, const Termin
             at(row, column) + "\x1b[K" + (row == FIRST_ROW ? "\x1b[1m" : "") + line + "\x1b[0m";
         ++row;
     }
-    return screen + at(size.rows, 1) + "\x1b[2m" + status + "\x1b[0m\x1b[K";
+    if (!message.empty())
+        screen += at(size.rows - 1, 1) + message + "\x1b[K";
+    return screen + at(size.rows, 1) + "\x1b[2m" + keys + "\x1b[0m\x1b[K";
 }
 
 std::string printable(std::string text) {
@@ -196,12 +200,11 @@ void showInTerminal(Viewer& viewer, const std::optional<Texts>& texts, const std
         if (size.columns != columns)
             terminal.write("\x1b[2J");
         columns = size.columns;
-        std::string status = std::string(KEYS) + "   (" + why + ")";
         const auto room = static_cast<std::size_t>(size.columns - 1);
-        status.resize(std::min(status.size(), room));
-        if (!viewer.message().empty())
-            status = fitted(viewer.message(), room);
-        terminal.write(compose(painter, *picture, size, side, status));
+        std::string keys = std::string(KEYS) + "   (" + why + ")";
+        keys.resize(std::min(keys.size(), room));
+        terminal.write(
+            compose(painter, *picture, size, side, fitted(viewer.message(), room), keys));
     }
 }
 

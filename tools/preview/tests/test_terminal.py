@@ -48,8 +48,8 @@ def terminal(scratch, tmp_path):
 
 
 def picture_in(terminal):
-    """The part with the ring: columns 1 to 34 of all rows but the last, colours included."""
-    return terminal.lines("-e")[:-2]
+    """All rows but those of the message and the keys, colours included."""
+    return terminal.lines("-e")[:-3]
 
 
 def test_it_says_why_and_shows_the_texts_and_a_turning_ring(terminal):
@@ -91,6 +91,7 @@ def test_p_writes_a_picture_and_says_where(terminal, tmp_path):
     terminal.wait_for("q quit")
     terminal.type("p")
     terminal.wait_for("bootlume-1.png")
+    assert terminal.lines()[29].startswith("q quit"), "the keys are still told"
     shown = read_png(tmp_path / "bootlume-1.png")
     assert any(numpy.array_equal(shown, expanded(f)) for f in drawn(TEXTS, count=TURN))
     terminal.type("q")
