@@ -37,7 +37,7 @@ package_manual(server bootlume 8)
 package_manual(server bootlumectl 1)
 package_manual(server trace_config 5)
 package_manual(server bootlume-protocol 7)
-if(TARGET bootlume-preview) # which a build for the device goes without
+if(TARGET bootlume-preview)
   package_manual(tools bootlume-preview 1)
 endif()
 

@@ -17,10 +17,9 @@ architecture=$1
 # The service manager is there as on the device; python3 and ps are for the documented commands. What
 # a root needs besides to be booted is there for this machine alone.
 included=(fontconfig fonts-dejavu-core fonts-droid-fallback init-system-helpers systemd libcairo2
-          procps strace)
+          procps strace libsdl2-2.0-0 libchafa0 libwebp7 libwebpmux3 libpng16-16 libfreetype6)
 if [ "$architecture" = amd64 ]; then
-  included+=(libsdl2-2.0-0 libchafa0 libwebp7 libwebpmux3 libpng16-16 libfreetype6 python3-minimal
-             systemd-sysv udev kmod dbus v4l-utils)
+  included+=(python3-minimal systemd-sysv udev kmod dbus v4l-utils)
 fi
 
 emulator_known() { [ -e /proc/sys/fs/binfmt_misc/qemu-arm ]; }

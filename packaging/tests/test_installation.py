@@ -9,7 +9,9 @@ import shutil
 import subprocess
 from pathlib import Path
 
+import numpy
 import pytest
+from PIL import Image
 
 HERE = Path(__file__).resolve().parent
 # The package manager's own memory, and nothing of the packages.
@@ -101,6 +103,14 @@ def reference_page(build_dir, number):
     return done.stdout[-480 * 800 * 2:]
 
 
+def as_rgb(pixels):
+    """RGB565 as the preview writes it: the brightest of each colour is 255."""
+    wide = numpy.frombuffer(pixels, "<u2").astype(numpy.uint32)
+    red, green, blue = wide >> 11, wide >> 5 & 63, wide & 31
+    return numpy.stack([red << 3 | red >> 2, green << 2 | green >> 4, blue << 3 | blue >> 2],
+                       axis=-1).astype(numpy.uint8).tobytes()
+
+
 def test_installed_splash_shows_its_page_and_answers(root, build_dir):
     done = root.run(INSTALL + START + WAIT_FOR_FRAMES + """
 bootlumectl --root /desk status >/answers/status
@@ -121,6 +131,19 @@ wait $splash; echo $? >/answers/splash-status
     assert screen.frame_number >= 12 and not screen.streaming
     frame = screen.frame()
     assert frame.pixels == reference_page(build_dir, (frame.number - 2) % 66 + 2 + 66)
+
+
+def test_installed_preview_draws_the_page_and_passes_its_example(root, build_dir):
+    done = root.run(INSTALL + """
+bootlume-preview --png /answers/page.png "Brem K5 Start" "first line\\nsecond line"
+bootlume-preview --check /usr/share/bootlume/catalogue.tsv >/answers/table
+ls -A /tmp >/answers/temporary
+""")
+    assert done.returncode == 0, done.stderr
+    assert root.answer("table").splitlines()[-1] == "36 pages, no findings"
+    assert root.answer("temporary") == ""
+    with Image.open(root.changes / "answers/page.png") as picture:
+        assert picture.convert("RGB").tobytes() == as_rgb(reference_page(build_dir, 2))
 
 
 def test_service_is_enabled_and_its_fonts_are_found(root):

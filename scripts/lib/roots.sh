@@ -6,6 +6,7 @@
 . "$(dirname "${BASH_SOURCE[0]}")/packages.sh"
 
 SYSROOT_PACKAGES=(libc6-dev libstdc++-12-dev libcairo2-dev libboost-dev libgtest-dev libgmock-dev
+                  libsdl2-dev libchafa-dev libwebp-dev libfontconfig-dev
                   fonts-dejavu-core fonts-droid-fallback fontconfig-config busybox-static v4l-utils)
 AMD64_PACKAGES=(linux-image-amd64 libcairo2 busybox-static v4l-utils fonts-dejavu-core fonts-droid-fallback
                 fontconfig-config)
@@ -61,6 +62,8 @@ trim_root() {
     ln -srnf "$root$(readlink "$link")" "$link"
   done
   # Without its own /dev: the user-mode emulator would take the folder's plain files for devices.
+  # What the graphics drivers bring is large, and only loaded at run time.
+  rm -rf "$root"/usr/lib/*/dri "$root"/usr/lib/*/libLLVM*
   rm -rf "${root:?}/dev" "${root:?}/var" "$root/usr/share/doc" "$root/usr/share/man" "$root/usr/share/locale" \
          "$root/usr/share/info" "$root/usr/src"
 }

@@ -60,7 +60,10 @@ std::optional<Picture> ScreenReader::copy(std::uint64_t number) const {
 
 void ScreenReader::waitForChange(std::chrono::milliseconds limit) const {
     const auto& changes = headerOf(m_file).changes;
-    const timespec time{limit.count() / 1000, (limit.count() % 1000) * 1000000};
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit);
+    timespec time{};
+    time.tv_sec = static_cast<time_t>(seconds.count());
+    time.tv_nsec = static_cast<long>(std::chrono::nanoseconds(limit - seconds).count());
     syscall(SYS_futex, &changes, FUTEX_WAIT, changes.load(), &time, nullptr, 0);
 }
 

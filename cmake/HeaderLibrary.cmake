@@ -1,0 +1,15 @@
+# header_library(VARIABLE FOLDER/HEADER): finds a library that is nothing but headers. Where the sysroot of
+# another machine has none, those of this machine do as well, being the same: that folder alone.
+function(header_library variable header)
+  find_path(${variable} ${header})
+  if(NOT ${variable} AND CMAKE_CROSSCOMPILING)
+    find_path(${variable}_HERE ${header} NO_CMAKE_FIND_ROOT_PATH)
+    if(${variable}_HERE)
+      cmake_path(GET header PARENT_PATH folder)
+      set(links ${CMAKE_BINARY_DIR}/include)
+      file(MAKE_DIRECTORY ${links})
+      file(CREATE_LINK ${${variable}_HERE}/${folder} ${links}/${folder} SYMBOLIC)
+      set(${variable} ${links} CACHE PATH "Headers of ${folder}" FORCE)
+    endif()
+  endif()
+endfunction()
