@@ -34,14 +34,17 @@ ERRORS = {
     "eventfd_write": "EAGAIN EBADF EINVAL",
     "execve": "E2BIG EACCES EAGAIN EIO ENOENT ENOEXEC ENOMEM EPERM ETXTBSY",
     "fcntl": "EBADF EINVAL EMFILE EINTR",
+    "fflush": "EAGAIN EBADF EINTR EIO ENOSPC EPIPE",
     "fopen64": FILE_ERRORS,
     "fork": "EAGAIN ENOMEM ENOSYS",
     "getcwd": "EACCES ENOENT ENOMEM ERANGE",
+    "gettimeofday": "EFAULT",
     "inotify_add_watch": "EACCES EBADF ENOENT ENOMEM ENOSPC",
     "inotify_init": "EMFILE ENFILE ENOMEM",
     "inotify_rm_watch": "EBADF EINVAL",
     "ioctl": "EBADF EINTR EINVAL EIO ENODEV ENOMEM ENOTTY EBUSY",
     "isatty": "EBADF ENOTTY",
+    "kill": "EINVAL EPERM ESRCH",
     "mmap": "EACCES EAGAIN EINVAL ENODEV ENOMEM EPERM",
     "munmap": "EINVAL",
     "nanosleep": "EINTR EINVAL EFAULT",
@@ -52,6 +55,7 @@ ERRORS = {
     "poll": "EINTR EINVAL ENOMEM EFAULT",
     "prctl": "EFAULT EINVAL EPERM",
     "pthread_create": "EAGAIN EPERM",
+    "pthread_sigmask": "EINVAL",
     "read": "EAGAIN EBADF EFAULT EINTR EINVAL EIO EISDIR",
     "recv": "EAGAIN EBADF EINTR ENOMEM ENOTCONN",
     "sched_yield": "ENOSYS",
@@ -59,12 +63,26 @@ ERRORS = {
     "shutdown": "EBADF EINVAL ENOTCONN",
     "sigaction": "EINVAL",
     "signal": "EINVAL",
+    "sigprocmask": "EFAULT EINVAL",
     "socket": "EACCES EAFNOSUPPORT EMFILE ENFILE ENOBUFS ENOMEM",
+    "statx": "EACCES EBADF EFAULT EINVAL ELOOP ENOENT ENOMEM ENOTDIR",
+    "syscall": "EBADF EINVAL EMFILE ENOMEM ENOSYS",
     "sysconf": "EINVAL",
     "unlink": "EACCES EBUSY EIO EISDIR ENOENT EPERM EROFS",
     "waitpid": "ECHILD EINTR EINVAL",
     "write": "EAGAIN EBADF EINTR EIO ENOSPC EPIPE",
 }
+
+# What the program takes from the C library besides: calls that make no system call or have no error,
+# waits, what it does only as another user or in another root, and the ways of a program to its end.
+OTHERS = """
+__assert_fail __cxa_atexit __cxa_finalize __errno_location __gmon_start__ __libc_start_main
+__stack_chk_fail __syslog_chk __tls_get_addr __vsnprintf_chk _exit abort chroot closelog exit fileno
+free fwrite getegid getenv geteuid getgid getpid getuid localtime_r memcmp memcpy memmem memmove memset
+openlog perror pthread_cond_timedwait pthread_mutex_lock pthread_mutex_unlock sem_destroy sem_init
+sem_post setegid seteuid setgid setsid setuid sigfillset strchr strcmp strdup strerror strerror_r
+strftime strlen strncmp strncpy strtol strtoul tolower tzset
+""".split()
 
 # What may follow, in words of the documentation.
 REFUSED = "a line and status 255"

@@ -2,10 +2,12 @@
 hang, never a crash, never a lost reboot."""
 
 import os
+import re
+import subprocess
 
 import pytest
 
-from faults import ERRORS, NOT_MADE, Bench, outcomes
+from faults import ERRORS, NOT_MADE, OTHERS, Bench, outcomes
 from virtual_device import sanitizer_runtimes
 
 LONG = bool(os.environ.get("BOOTLUME_LONG"))
@@ -27,3 +29,13 @@ def test_every_failing_call_has_an_outcome_that_is_allowed(bench, function):
     made = any(counts[function] for counts in bench.counts.values())
     assert struck or not made, "the program makes this call, and none of them failed"
     print(f"{function}: {len(struck)} faults survived")
+
+
+def test_no_call_of_the_program_is_left_out(build_dir, run_prefix):
+    if run_prefix or sanitizer_runtimes(build_dir / "bin/bootlume"):
+        pytest.skip("other calls have their names, and more of them, in another kind of build")
+    symbols = subprocess.run(["nm", "--dynamic", "--undefined-only", build_dir / "bin/bootlume"],
+                             capture_output=True, text=True, check=True).stdout
+    imported = set(re.findall(r" U (\S+)@GLIBC_", symbols))
+    assert len(imported) > 50
+    assert not imported - set(ERRORS) - set(OTHERS)

@@ -19,18 +19,19 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/types.h>
 #include <time.h>
 #include <unistd.h>
 
 #define EACH_FUNCTION(X)                                                                           \
-    X(bind)                                                                                        \
-    X(chdir) X(close) X(dup2) X(eventfd) X(eventfd_write) X(execve) X(fcntl) X(fopen64) X(fork)    \
-        X(getcwd) X(inotify_add_watch) X(inotify_init) X(inotify_rm_watch) X(ioctl) X(isatty)      \
-            X(kill) X(mmap) X(munmap) X(nanosleep) X(open) X(__open_2) X(pathconf) X(pipe2)        \
-                X(poll) X(prctl) X(pthread_create) X(read) X(recv) X(sched_yield) X(sem_wait)      \
-                    X(shutdown) X(sigaction) X(signal) X(socket) X(sysconf) X(unlink) X(waitpid)   \
-                        X(write)
+    X(bind) X(chdir) X(close) X(dup2) X(eventfd) X(eventfd_write) X(execve) X(fcntl) X(fflush)     \
+    X(fopen64) X(fork) X(getcwd) X(gettimeofday) X(inotify_add_watch) X(inotify_init)              \
+    X(inotify_rm_watch) X(ioctl) X(isatty) X(kill) X(mmap) X(munmap) X(nanosleep) X(open)          \
+    X(__open_2) X(pathconf) X(pipe2) X(poll) X(prctl) X(pthread_create) X(pthread_sigmask) X(read) \
+    X(recv) X(sched_yield) X(sem_wait) X(shutdown) X(sigaction) X(signal) X(sigprocmask) X(socket) \
+    X(statx) X(syscall) X(sysconf) X(unlink) X(waitpid) X(write)
 
 enum function {
 #define NAME(function) F_##function,
@@ -144,9 +145,11 @@ WRAP(int, -1, dup2, (int from, int to), (from, to))
 WRAP(int, -1, eventfd, (unsigned initial, int flags), (initial, flags))
 WRAP(int, -1, eventfd_write, (int fd, uint64_t value), (fd, value))
 WRAP(int, -1, execve, (const char* path, char* const* argv, char* const* envp), (path, argv, envp))
+WRAP(int, EOF, fflush, (FILE * file), (file))
 WRAP(FILE*, NULL, fopen64, (const char* path, const char* mode), (path, mode))
 WRAP(pid_t, -1, fork, (void), ())
 WRAP(char*, NULL, getcwd, (char* buffer, size_t size), (buffer, size))
+WRAP(int, -1, gettimeofday, (struct timeval * now, void* zone), (now, zone))
 WRAP(int, -1, inotify_add_watch, (int fd, const char* path, uint32_t mask), (fd, path, mask))
 WRAP(int, -1, inotify_init, (void), ())
 WRAP(int, -1, inotify_rm_watch, (int fd, int watch), (fd, watch))
@@ -163,13 +166,18 @@ WRAP(int, -1, poll, (struct pollfd * fds, nfds_t count, int timeout), (fds, coun
 WRAP(int, control->error, pthread_create,
      (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument),
      (thread, attributes, body, argument))
+WRAP(int, control->error, pthread_sigmask, (int how, const sigset_t* next, sigset_t* last),
+     (how, next, last))
 WRAP(ssize_t, -1, read, (int fd, void* buffer, size_t size), (fd, buffer, size))
 WRAP(ssize_t, -1, recv, (int fd, void* buffer, size_t size, int flags), (fd, buffer, size, flags))
 WRAP(int, -1, sched_yield, (void), ())
 WRAP(int, -1, shutdown, (int fd, int how), (fd, how))
 WRAP(int, -1, sigaction, (int sig, const struct sigaction* next, struct sigaction* last),
      (sig, next, last))
+WRAP(int, -1, sigprocmask, (int how, const sigset_t* next, sigset_t* last), (how, next, last))
 WRAP(int, -1, socket, (int domain, int type, int protocol), (domain, type, protocol))
+WRAP(int, -1, statx, (int folder, const char* path, int flags, unsigned mask, struct statx* found),
+     (folder, path, flags, mask, found))
 WRAP(long, -1, sysconf, (int name), (name))
 WRAP(int, -1, unlink, (const char* path), (path))
 WRAP(pid_t, -1, waitpid, (pid_t pid, int* status, int options), (pid, status, options))
@@ -208,6 +216,18 @@ static void* further(va_list list) {
 WRAP_VARIADIC(open, (const char* path, int flags, ...), flags, (path, flags, argument))
 WRAP_VARIADIC(fcntl, (int fd, int command, ...), command, (fd, command, argument))
 WRAP_VARIADIC(ioctl, (int fd, unsigned long request, ...), request, (fd, request, argument))
+
+long syscall(long number, ...) {
+    STRIKE(syscall, -1);
+    long rest[6];
+    va_list list;
+    va_start(list, number);
+    for (int i = 0; i < 6; ++i)
+        rest[i] = va_arg(list, long);
+    va_end(list);
+    return ((long (*)(long, ...))next_of(F_syscall))(number, rest[0], rest[1], rest[2], rest[3],
+                                                     rest[4], rest[5]);
+}
 
 int prctl(int option, ...) {
     STRIKE(prctl, -1);
