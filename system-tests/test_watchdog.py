@@ -370,7 +370,7 @@ def lonely_desk(products):
     if products["run_prefix"]:
         pytest.skip("an emulator starts threads of its own, which count")
     user = 2_000_000 + os.getpid()
-    as_user = ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups"]
+    as_user = ["env", "--chdir=/", "setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups"]
     with Desk(**{**products, "run_prefix": as_user}) as desk:
         # The build may lie where that user cannot look.
         desk.bootlume = shutil.copy(desk.bootlume, desk.root)

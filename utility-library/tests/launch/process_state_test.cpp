@@ -192,6 +192,7 @@ TEST(AChildOfRoot, RunsWithOtherIds) {
     }
     const ReportFolder folder;
     process::posix_context context;
+    context.work_directory = "/"; // the present one may be closed to others
     context.gid = context.egid = 54321;
     context.uid = context.euid = 54322;
     ASSERT_EQ(folder.run(context), 0);
@@ -207,6 +208,7 @@ TEST(AChildOfRoot, RunsWithOtherEffectiveIds) {
     }
     const ReportFolder folder;
     process::posix_context context;
+    context.work_directory = "/"; // the present one may be closed to others
     context.egid = 54321;
     context.euid = 54322;
     ASSERT_EQ(folder.run(context), 0);

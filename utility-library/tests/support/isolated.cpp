@@ -94,7 +94,8 @@ void isolated(const std::function<void()>& body) {
 
 bool becomeUnprivileged() {
     const auto id = static_cast<id_t>(1000000 + getpid());
-    return geteuid() == 0 && setgroups(0, nullptr) == 0 && setgid(id) == 0 && setuid(id) == 0;
+    return geteuid() == 0 && chdir("/") == 0 && setgroups(0, nullptr) == 0 && setgid(id) == 0 &&
+           setuid(id) == 0;
 }
 
 bool refuseSystemCall(long number, int error) {

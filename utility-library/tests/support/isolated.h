@@ -9,8 +9,8 @@
 /// and signals. What fails or is skipped in there fails or skips the calling test.
 void isolated(const std::function<void()>& body);
 
-/// Lets go of root for good: an id of its own, which no other process has. False where the caller
-/// is not root.
+/// Lets go of root for good, for an id of its own, which no other process has, and for the directory
+/// "/", which that id may enter. False where the caller is not root.
 bool becomeUnprivileged();
 
 /// Makes the kernel refuse a system call with an error, for the process and all that it starts.
