@@ -9,7 +9,8 @@
 /// and signals. What fails or is skipped in there fails or skips the calling test.
 void isolated(const std::function<void()>& body);
 
-/// Lets go of root for good, for an id of its own, which no other process has, and for the directory
+/// Lets go of root for good, for an id of its own, which no other process has, and for the
+/// directory
 /// "/", which that id may enter. False where the caller is not root.
 bool becomeUnprivileged();
 
