@@ -20,9 +20,7 @@ HERE = Path(__file__).resolve().parent
 
 # Commands that this test cannot run itself, and who runs them.
 RUN_ELSEWHERE = {
-    "scripts/test": "it runs this test; continuous integration runs it",
-    "scripts/test --all": "it runs this test; continuous integration runs it",
-    "scripts/test --long": "hours; by hand before a release",
+    "scripts/test": "it runs tests as this one; continuous integration runs it",
 }
 # A root that was not booted has no service manager to ask. Only that reason is let pass, and only
 # after the real program has taken the command line.
@@ -150,4 +148,58 @@ def test_every_block_of_commands_is_marked():
 
 
 def test_commands_that_run_elsewhere_do_so():
-    assert "scripts/test --all" in (SOURCE / ".ci/run").read_text()
+    """Of the only one: the group that it stands for is among those that are run there."""
+    assert set(RUN_ELSEWHERE) == {"scripts/test"}
+    commands = [line for line in (SOURCE / ".ci/run").read_text().splitlines()
+                if not line.startswith("#")]
+    assert any(re.search(r"\bscripts/test\b.*\b(basic|--all|--long)\b", line) for line in commands)
+
+
+def test_every_exclusion_is_of_a_command_that_there_is():
+    written = {line.split(" #")[0].strip() for _, script in BLOCKS for line in script.splitlines()}
+    assert set(RUN_ELSEWHERE) <= written
+
+
+# What stands in a sentence, not in a block, is there to be looked up: the program, its commands and its
+# options are those of its own help. These are somebody else's, or are words for a place.
+NOT_OURS = re.compile(r"(cmake|systemctl|udevadm|fc-|scdoc|LD_PRELOAD|bootlume/|bootlume\(|[a-z-]+\(\d\))")
+PROGRAMS = {"bootlumectl": "bin/bootlumectl", "bootlume-preview": "bin/bootlume-preview"}
+
+
+def commands_in_sentences():
+    """(name, words) of every code span that begins with one of our programs, or with man."""
+    found = []
+    for path in tracked("*.md"):
+        inside = False
+        for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+            inside ^= bool(FENCE.match(line))
+            for span in [] if inside else re.findall(r"`([^`]+)`", line):
+                words = span.split()
+                ours = words[0] in (*PROGRAMS, "man") or words[0].startswith("scripts/")
+                if ours and not NOT_OURS.match(span) and len(words) + (words[0] != "man") > 1:
+                    found.append((f"{path.relative_to(SOURCE)}:{number} {span}", words))
+    for path in tracked("packaging/man/*.scd"):
+        for span in re.findall(r"\*((?:bootlumectl|bootlume-preview) [^*\n]+)\*",
+                               path.read_text(encoding="utf-8")):
+            found.append((f"{path.name} {span}", span.split()))
+    return found
+
+
+@pytest.mark.parametrize("words", [pytest.param(words, id=name)
+                                   for name, words in commands_in_sentences()])
+def test_a_command_in_a_sentence_is_one_that_there_is(build_dir, words):
+    if words[0] == "man":
+        section, page = words[1:] if len(words) > 2 else ("[0-9]", words[1])
+        assert list(SOURCE.glob(f"packaging/man/{page}.{section}.scd"))
+        return
+    program = SOURCE / words[0] if "/" in words[0] else build_dir / PROGRAMS[words[0]]
+    if words[0].startswith("scripts/lib/"):  # sourced, not run
+        assert program.exists()
+        return
+    assert os.access(program, os.X_OK)
+    subcommand = [word for word in words[1:2] if words[0] == "bootlumectl" and word.isalpha()]
+    told = subprocess.run([program, *subcommand, "--help"], capture_output=True, text=True, check=True,
+                          cwd=SOURCE)
+    for word in words[1:]:
+        if word.startswith("--") or (word.islower() and words[0].startswith("scripts/")):
+            assert re.search(rf"(?<![\w-]){word}(?![\w-])", told.stdout), f"{word}: {told.stdout}"

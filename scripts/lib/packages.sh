@@ -68,6 +68,6 @@ TOOLS_PACKAGES=(libsdl2-dev libchafa-dev libwebp-dev nlohmann-json3-dev libcli11
 # shellcheck disable=SC2034
 PACKAGE_PACKAGES=(scdoc dpkg-dev lintian file mmdebstrap systemd man-db)
 
-# What the tests of the packages need besides: a machine to boot them on.
+# What the tests of the packages need besides: machines to install and to boot them on.
 # shellcheck disable=SC2034
-BOOT_PACKAGES=(qemu-system-x86 kmod)
+PACKAGE_TEST_PACKAGES=(qemu-user-static arch-test qemu-system-x86 kmod)

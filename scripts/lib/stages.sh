@@ -2,6 +2,8 @@
 # shellcheck shell=bash
 # shellcheck source=scripts/lib/pytest.sh
 . scripts/lib/pytest.sh
+# shellcheck source=scripts/lib/roots.sh
+. scripts/lib/roots.sh
 
 STAGES_PASSED=()
 STAGES_FAILED=()
@@ -51,8 +53,20 @@ tool_tests() {
 }
 
 package_tests() {
-  need_packages "${BOOT_PACKAGES[@]}"
-  scripts/package && python_tests packages packaging/tests
+  local folder made=() root status=0
+  need_packages "${PACKAGE_PACKAGES[@]}" "${PACKAGE_TEST_PACKAGES[@]}" "${CROSS_PACKAGES[@]}"
+  # The machines to install and boot them on are made beside the packages.
+  folder=$(mktemp -d)
+  packaging/tests/clean_root.sh amd64 >"$folder/amd64" 2>&1 & made+=($!)
+  packaging/tests/clean_root.sh armhf >"$folder/armhf" 2>&1 & made+=($!)
+  need_root amd64 >"$folder/kernel" 2>&1 & made+=($!)
+  scripts/package || status=1
+  for root in "${made[@]}"; do
+    wait "$root" || status=1
+  done
+  [ "$status" -eq 0 ] || cat "$folder"/*
+  rm -rf "$folder"
+  [ "$status" -eq 0 ] && python_tests packages packaging/tests
 }
 
 report_stages() {
