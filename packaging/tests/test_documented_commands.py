@@ -73,8 +73,8 @@ def command_blocks():
                 found.append((f"{path.relative_to(SOURCE)}:{number}", "\n".join(lines)))
     for path in tracked("packaging/man/*.scd"):
         for number, _, lines in fenced_blocks(path):
-            # In that language a backslash is written twice.
-            commands = [line[2:].replace("\\\\", "\\") for line in lines if line.startswith("$ ")]
+            # As a reader sees it: in that language a backslash takes the next character as it is.
+            commands = [re.sub(r"\\(.)", r"\1", line[2:]) for line in lines if line.startswith("$ ")]
             if commands:
                 assert len(commands) == len(lines), f"{path}:{number} mixes commands and other text"
                 found.append((f"{path.relative_to(SOURCE)}:{number}", "\n".join(commands)))
@@ -147,6 +147,18 @@ def test_every_block_of_commands_is_marked():
                 f"{path.relative_to(SOURCE)}:{number} looks like commands and is not marked sh"
 
 
+@pytest.mark.parametrize("path", tracked("packaging/man/*.scd"), ids=lambda path: path.stem)
+def test_a_manual_s_command_is_run_as_a_reader_sees_it(path):
+    shown = subprocess.run("scdoc | man --local-file --pager=cat -", shell=True, check=True, text=True,
+                           input=path.read_text(encoding="utf-8"), capture_output=True,
+                           env={**os.environ, "MANWIDTH": "400", "LC_ALL": "C.UTF-8"}).stdout
+    seen = {line.strip() for line in shown.splitlines()}
+    for name, script in BLOCKS:
+        if name.startswith(str(path.relative_to(SOURCE))):
+            for command in script.splitlines():
+                assert f"$ {command}" in seen
+
+
 def test_commands_that_run_elsewhere_do_so():
     """Of the only one: the group that it stands for is among those that are run there."""
     assert set(RUN_ELSEWHERE) == {"scripts/test"}
@@ -197,9 +209,9 @@ def test_a_command_in_a_sentence_is_one_that_there_is(build_dir, words):
         assert program.exists()
         return
     assert os.access(program, os.X_OK)
-    subcommand = [word for word in words[1:2] if words[0] == "bootlumectl" and word.isalpha()]
-    told = subprocess.run([program, *subcommand, "--help"], capture_output=True, text=True, check=True,
-                          cwd=SOURCE)
+    commands = [word for word in words[1:2] if words[0] == "bootlumectl" and word.isalpha()]
+    told = "".join(subprocess.run([program, *command, "--help"], capture_output=True, text=True,
+                                  check=True, cwd=SOURCE).stdout for command in ([], commands))
     for word in words[1:]:
-        if word.startswith("--") or (word.islower() and words[0].startswith("scripts/")):
-            assert re.search(rf"(?<![\w-]){word}(?![\w-])", told.stdout), f"{word}: {told.stdout}"
+        if word.startswith("--") or word in commands or (word.islower() and "/" in words[0]):
+            assert re.search(rf"(?<![\w-]){word}(?![\w-])", told), f"{word}: {told}"

@@ -52,7 +52,7 @@ CLI::App* addCommand(CLI::App& app, const char* name, const char* summary, const
 void addQuit(CLI::App& app, Arguments& arguments, Command& command) {
     CLI::App* const quit = addCommand(app, "quit", "End the splash", ABOUT_QUIT);
     quit->add_option("--timeout", arguments.timeout, "Give up after so long; 0: never")
-        ->check(CLI::Range(0.0, 1e6))
+        ->check(CLI::Range(0.0, 1e6).description(""))
         ->type_name("SECONDS")
         ->capture_default_str();
     quit->add_flag("--wait", arguments.wait, "Wait for a splash that has not come up yet");

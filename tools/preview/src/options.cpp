@@ -33,7 +33,7 @@ void addPictures(CLI::App& app, Options& options) {
         ->type_name("FILE")
         ->group(group);
     app.add_option("--frame", options.frame, "Frame of --png, from 0; the pictures repeat after 66")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0, 1000000000).description(""))
         ->type_name("N")
         ->group(group);
     app.add_option("--picture", options.picture, "Write the page as a PNG, and go on showing it")
