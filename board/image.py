@@ -13,7 +13,7 @@ FONTS = ("usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
          "usr/share/fonts/truetype/droid/DroidSansFallbackFull.ttf")
 MODULES = ("vivid",)
 # Programs that only tests start; an image without them is an image all the same.
-TEST_PROGRAMS = ("surface-contract-test",)
+TEST_PROGRAMS = ("surface-contract-test", "launch_test", "process_test", "after_fork_test", "launch_report")
 
 # What stands at /sbin/vrx_reboot in each image. Every script says on the console that it ran.
 _SAY = "#!/bin/sh\necho '<1>vrx_reboot: called' >/dev/kmsg\n"
@@ -65,6 +65,7 @@ class Image:
         for name in TEST_PROGRAMS:
             if (self._build / "tests" / name).exists():
                 self._built("tests/" + name, "usr/lib/board/" + name)
+                self._without_symbols("usr/lib/board/" + name)
         return self.root
 
     def initramfs(self, variant):
@@ -130,6 +131,10 @@ class Image:
         if not (self._build / name).exists():
             raise MissingProgram(f"the build has no {name} in {self._build}")
         self._program(self._build / name, target)
+
+    def _without_symbols(self, target):
+        prefix = "arm-linux-gnueabihf-" if self.machine.preset == "armhf" else ""
+        subprocess.run([prefix + "strip", self.root / target], check=True)
 
     def _program(self, source, target):
         """A program with every library that it needs."""

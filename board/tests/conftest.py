@@ -16,17 +16,18 @@ def pytest_addoption(parser):
 
 
 def pytest_configure(config):
-    config.addinivalue_line("markers", "once: on the first machine only")
+    config.addinivalue_line("markers", "once(name): on one machine only: that one, or else the first")
 
 
 def pytest_generate_tests(metafunc):
     if "machine" in metafunc.fixturenames:
         machines = metafunc.config.getoption("machine")
         once = metafunc.definition.get_closest_marker("once")
+        if once:
+            machines = [name for name in machines if name in once.args][:1] or machines[:1]
         # The tests of one machine stay in one process: they share its board.
         metafunc.parametrize("machine", [pytest.param(name, marks=pytest.mark.xdist_group(name))
-                                         for name in (machines[:1] if once else machines)],
-                             scope="session")
+                                         for name in machines], scope="session")
 
 
 class Bench:
