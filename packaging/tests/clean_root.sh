@@ -43,7 +43,9 @@ make_root() {
   [ -n "$uri" ] || { echo 'apt knows no Debian bookworm archive to take packages from' >&2; return 1; }
   list=$(IFS=,; echo "${included[*]}")
   rm -rf "$1"
+  # Nobody needs what a power cut leaves of it.
   mmdebstrap --quiet --architectures="$architecture" --variant=minbase --include="$list" \
+    --dpkgopt=force-unsafe-io \
     bookworm "$1" "deb $uri bookworm main" >&2
 }
 if [ ! -d "$path" ]; then

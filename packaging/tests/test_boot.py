@@ -46,7 +46,7 @@ def installed(source, tmp_path_factory):
 def machine(installed):
     """A machine that has come up as far as it goes by itself."""
     with installed.boot() as board:
-        board.run("systemctl is-system-running --wait", 200)
+        board.run("systemctl is-system-running --wait")
         yield board
 
 
@@ -56,8 +56,8 @@ def ask(board, unit, *names):
     return dict(line.split("=", 1) for line in said.splitlines() if line)
 
 
-def wait_for(board, condition, seconds=60):
-    board.output(f"PATH=/usr/lib/board:$PATH wait_for {seconds} {condition}", seconds + 30)
+def wait_for(board, condition):
+    board.output(f"PATH=/usr/lib/board:$PATH wait_for {condition}")
 
 
 def wait_for_answer(board):
@@ -100,7 +100,7 @@ def test_its_socket_is_not_among_what_is_cleared_at_the_start(machine):
 
 def test_the_display_shows_its_page(machine, build_dir, installed):
     wait_for(machine, "drawn")
-    shown = machine.output("PATH=/usr/lib/board:$PATH; screen 1 /run/picture && cat /run/picture", 120)
+    shown = machine.output("PATH=/usr/lib/board:$PATH; screen 1 /run/picture && cat /run/picture")
     expected = Reference(build_dir, installed.root, False).page()
     assert shown[-pictures.SIZE:] in expected
 
@@ -126,7 +126,7 @@ def test_another_user_can_neither_end_nor_change_it(machine):
                                           if FOR_MANAGER.search(block[1])],
                          ids=lambda value: value if len(value) < 60 else "")
 def test_a_documented_command_of_the_service_manager_runs(machine, name, script):
-    machine.output(f"set -eu\n{script}", 120)
+    machine.output(f"set -eu\n{script}")
 
 
 def test_it_is_ended_when_its_target_is_reached(machine):
@@ -144,7 +144,7 @@ def test_stopping_the_service_ends_it_in_order(machine):
 
 
 def test_one_that_has_only_just_been_started_is_ended_as_well(machine):
-    machine.output("rm -f /tmp/.bootlume; systemctl start bootlume.service bootlume-quit.service", 120)
+    machine.output("rm -f /tmp/.bootlume; systemctl start bootlume.service bootlume-quit.service")
     assert_ended_in_order(machine)
 
 
@@ -166,7 +166,7 @@ def test_a_group_that_was_let_in_may_end_it(machine):
 def test_the_settings_that_are_given_as_an_example_are_understood(machine, build_dir, installed):
     machine.output("sed 's/^#BOOTLUME_OPTIONS/BOOTLUME_OPTIONS/' /usr/share/bootlume-settings >/etc/default/bootlume")
     start(machine)
-    shown = machine.output("PATH=/usr/lib/board:$PATH; screen 1 /run/picture && cat /run/picture", 120)
+    shown = machine.output("PATH=/usr/lib/board:$PATH; screen 1 /run/picture && cat /run/picture")
     assert shown[-pictures.SIZE:] in Reference(build_dir, installed.root, False).page(*TEXTS)
     machine.output("bootlumectl quit")
 
@@ -188,8 +188,8 @@ def arm(board, device_program, settings=""):
 
 
 def assert_rebooted(board):
-    assert board.wait_for_console(RESTART, 120), board.console_text()[-3000:]
-    assert board.wait_for_end(60) == 0
+    assert board.wait_for_console(RESTART), board.console_text()[-3000:]
+    assert board.wait_for_end() == 0
 
 
 def test_an_armed_splash_brings_the_system_down_in_order(machine):
@@ -206,6 +206,6 @@ def test_an_armed_splash_may_reboot_by_the_system_call(another_machine):
 
 def test_a_boot_without_a_display_goes_on(installed):
     with installed.boot("no-overlay") as board:
-        wait_for(board, "systemctl --quiet is-active multi-user.target", 90)
+        wait_for(board, "systemctl --quiet is-active multi-user.target")
         assert ask(board, "bootlume.service", "ActiveState") == {"ActiveState": "inactive"}
         assert "timed out" in board.text("journalctl --boot --no-pager --unit bootlume.service")

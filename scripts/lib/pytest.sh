@@ -11,6 +11,8 @@ python_tests() {
   local words=(env PYTHONDONTWRITEBYTECODE=1 PYTHONHASHSEED=0 /usr/bin/python3 -m pytest -q -o "cache_dir=$cache")
   rm -rf "$cache"
   "${words[@]}" -n 3 --dist loadgroup "$@" && return 0
+  # Run a few at a time, a test bears its group's name behind its own.
+  sed -i 's/@[a-z]*": true/": true/' "$cache/v/cache/lastfailed" 2>/dev/null
   echo "trying once more what failed:"
   sed -n 's/^ *"\(.*\)": true,\{0,1\}$/  \1/p' "$cache/v/cache/lastfailed" 2>/dev/null
   "${words[@]}" --last-failed --last-failed-no-failures none "$@" &&

@@ -52,21 +52,35 @@ tool_tests() {
   python_tests tools "${folders[@]}"
 }
 
-package_tests() {
-  local folder made=() root status=0
+# begin_roots: starts to make, beside other stages, what the packages are built against, installed on and
+# booted with. Emulated package management takes minutes; what has been made before takes none.
+ROOT_LOGS=
+declare -A ROOT_JOBS=()
+begin_roots() {
+  [ -z "$ROOT_LOGS" ] || return 0
   need_packages "${PACKAGE_PACKAGES[@]}" "${PACKAGE_TEST_PACKAGES[@]}" "${CROSS_PACKAGES[@]}"
-  # The machines to install and boot them on are made beside the packages.
-  folder=$(mktemp -d)
-  packaging/tests/clean_root.sh amd64 >"$folder/amd64" 2>&1 & made+=($!)
-  packaging/tests/clean_root.sh armhf >"$folder/armhf" 2>&1 & made+=($!)
-  need_root amd64 >"$folder/kernel" 2>&1 & made+=($!)
-  scripts/package || status=1
-  for root in "${made[@]}"; do
-    wait "$root" || status=1
+  ROOT_LOGS=$(mktemp -d)
+  local name
+  for name in sysroot amd64; do
+    (renice -n 15 "$BASHPID" >/dev/null; need_root "$name") >"$ROOT_LOGS/$name" 2>&1 &
+    ROOT_JOBS[$name]=$!
   done
-  [ "$status" -eq 0 ] || cat "$folder"/*
-  rm -rf "$folder"
-  [ "$status" -eq 0 ] && python_tests packages packaging/tests
+  for name in amd64 armhf; do
+    nice -n 15 packaging/tests/clean_root.sh "$name" >"$ROOT_LOGS/clean-$name" 2>&1 &
+    ROOT_JOBS[clean-$name]=$!
+  done
+}
+
+# await_root NAME: until it is made; says what went wrong where it cannot be.
+await_root() {
+  wait "${ROOT_JOBS[$1]}" || { cat "$ROOT_LOGS/$1" >&2; return 1; }
+}
+
+package_tests() {
+  begin_roots && await_root sysroot && scripts/package || return
+  await_root amd64 && await_root clean-amd64 && await_root clean-armhf || return
+  rm -rf "$ROOT_LOGS"
+  python_tests packages packaging/tests
 }
 
 report_stages() {
