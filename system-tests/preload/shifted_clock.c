@@ -71,13 +71,29 @@ int gettimeofday(struct timeval* restrict time, void* restrict zone) {
     return 0;
 }
 
-/* In slices, so that a clock that is set meanwhile counts. */
+/* What was signalled last while somebody waited for it, and how often. */
+static pthread_cond_t* waited_for;
+static unsigned signals;
+
+int pthread_cond_signal(pthread_cond_t* condition) {
+    static int (*real)(pthread_cond_t*);
+    if (real == NULL)
+        real = (int (*)(pthread_cond_t*))dlsym(RTLD_NEXT, "pthread_cond_signal");
+    if (condition == __atomic_load_n(&waited_for, __ATOMIC_ACQUIRE))
+        __atomic_add_fetch(&signals, 1, __ATOMIC_ACQ_REL);
+    return real(condition);
+}
+
+/* In slices, so that a clock that is set meanwhile counts. A signal may fall between two of them: who
+ * stops the loop does so without the mutex. */
 int pthread_cond_timedwait(pthread_cond_t* restrict condition, pthread_mutex_t* restrict mutex,
                            const struct timespec* restrict deadline) {
     typedef int function(pthread_cond_t*, pthread_mutex_t*, const struct timespec*);
     static function* real;
     if (real == NULL)
         real = (function*)dlsym(RTLD_NEXT, "pthread_cond_timedwait");
+    __atomic_store_n(&waited_for, condition, __ATOMIC_RELEASE);
+    const unsigned before = __atomic_load_n(&signals, __ATOMIC_ACQUIRE);
     const int64_t end = (int64_t)deadline->tv_sec * SECOND_NS + deadline->tv_nsec;
     for (;;) {
         const int64_t left = end - wall_ns();
@@ -88,5 +104,7 @@ int pthread_cond_timedwait(pthread_cond_t* restrict condition, pthread_mutex_t* 
         const int result = real(condition, mutex, &until);
         if (result != ETIMEDOUT)
             return result;
+        if (__atomic_load_n(&signals, __ATOMIC_ACQUIRE) != before)
+            return 0;
     }
 }
