@@ -19,6 +19,7 @@ def options():
     parser.add_argument("--check", action="store_true")
     parser.add_argument("--update", action="store_true")
     parser.add_argument("--plot", action="store_true")
+    parser.add_argument("--armhf", action="store_true")
     parser.add_argument("--seconds", type=float, default=60)
     parser.add_argument("--runs", type=int, default=21)
     return parser.parse_args()
@@ -31,6 +32,10 @@ def load():
 def main():
     chosen = options()
     plain_environment()
+    if chosen.armhf:
+        from . import emulated
+        print(text_table(list(emulated.measures(chosen.build))))
+        return 0
     programs = Programs(chosen.build)
     where = baseline.surroundings(chosen.fonts)
     begin, load_before = time.monotonic(), load()

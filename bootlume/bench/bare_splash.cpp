@@ -181,7 +181,7 @@ int main(int argc, char** argv) {
         const auto used =
             std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
         if (used < PERIOD_MS) {
-            const timespec pause{0, (PERIOD_MS - used) * 1000000};
+            const timespec pause{0, static_cast<long>((PERIOD_MS - used) * 1000000)};
             nanosleep(&pause, nullptr);
         }
     }
