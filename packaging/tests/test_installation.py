@@ -26,6 +26,7 @@ REMOVE = "dpkg --remove bootlume-tools bootlume >/answers/remove 2>&1"
 START = """
 export FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig
 mkdir -p /desk
+rm -f /desk/screen /desk/tmp/.bootlume # of a splash before: it would be taken for this one's
 export VIRTUAL_DEVICE_ROOT=/desk LD_PRELOAD=$(echo /usr/lib/*/bootlume/libvirtual-device.so)
 bootlume "Brem K5 Start" "first line\\nsecond line" >/answers/log 2>&1 & splash=$!
 unset LD_PRELOAD

@@ -7,7 +7,6 @@
 
 STAGES_PASSED=()
 STAGES_FAILED=()
-STAGES_SKIPPED=()
 
 # stage NAME COMMAND...
 stage() {
@@ -18,17 +17,6 @@ stage() {
     STAGES_PASSED+=("$name ($((SECONDS - begin)) s)")
   else
     STAGES_FAILED+=("$name ($((SECONDS - begin)) s)")
-  fi
-}
-
-# stage_if FILE NAME COMMAND...: a stage whose file is not there is counted as skipped.
-stage_if() {
-  local file=$1 name=$2
-  shift
-  if [ -e "$file" ]; then
-    stage "$@"
-  else
-    STAGES_SKIPPED+=("$name")
   fi
 }
 
@@ -87,9 +75,7 @@ report_stages() {
   local line
   printf '\n== summary\n'
   for line in "${STAGES_PASSED[@]}"; do echo "passed   $line"; done
-  for line in "${STAGES_SKIPPED[@]}"; do echo "skipped  $line"; done
   for line in "${STAGES_FAILED[@]}"; do echo "FAILED   $line"; done
-  printf '%d passed, %d failed, %d skipped\n' \
-    "${#STAGES_PASSED[@]}" "${#STAGES_FAILED[@]}" "${#STAGES_SKIPPED[@]}"
+  printf '%d passed, %d failed\n' "${#STAGES_PASSED[@]}" "${#STAGES_FAILED[@]}"
   [ ${#STAGES_FAILED[@]} -eq 0 ]
 }

@@ -169,8 +169,8 @@ void Dispatcher::waitForMessage(std::unique_lock<std::mutex>& lock) {
             m_queue.splice(m_queue.end(), m_posted);
             continue;
         }
-        if (!yielded) { // who posts one message often posts the next: cheaper than to be woken for
-                        // it
+        if (!yielded) {
+            // Who posts one message often posts the next: cheaper than to be woken for it.
             yielded = true;
             postedLock.unlock();
             lock.unlock();

@@ -48,8 +48,7 @@ private:
 
     std::condition_variable m_condition;
     std::mutex m_mutex; ///< guards what was posted since the loop last ran out of messages
-    Queue
-        m_posted; ///< the queue's end; the loop moves it all at once, so as not to hold posters up
+    Queue m_posted;     ///< the queue's end; moved all at once, so as not to hold posters up
     std::atomic<bool> m_running{false};
     std::mutex m_queueMutex;   ///< guards the rest of the queue; taken before the other
     Queue m_queue;             ///< in posting order, not sorted by due time

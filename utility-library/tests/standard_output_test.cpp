@@ -5,8 +5,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -18,6 +20,13 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds SHORT(20);
 constexpr milliseconds LONG(60000);
+
+/// Whether the thread of this process is asleep; not before it has named itself.
+bool waits(pid_t id) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(id) + "/stat");
+    std::string text;
+    return id != 0 && std::getline(stat, text) && text.find(") S ") != std::string::npos;
+}
 
 /// Standard output is a pipe; what is in it can be taken at once.
 class StandardOutput : public testing::Test {
@@ -86,8 +95,14 @@ TEST_F(StandardOutput, TakesALineOfAnyLengthWhole) {
 TEST_F(StandardOutput, WaitsForASlowReaderWithinTheLimit) {
     Trace::limitWaitForReader(LONG);
     write(std::string(capacity(), 'x'));
-    std::thread writer([&] { write("line\n"); });
-    std::this_thread::sleep_for(SHORT); // the writer may wait or not yet: both must end well
+    std::atomic<pid_t> id{0};
+    std::thread writer([&] {
+        id = gettid();
+        write("line\n");
+    });
+    while (!waits(id)) {
+        std::this_thread::yield();
+    }
     EXPECT_EQ(takeUntil("line\n"), std::string(capacity(), 'x') + "line\n");
     writer.join();
 }
