@@ -22,7 +22,7 @@
 #include <spdlog/spdlog.h>
 #endif
 #ifdef WITH_GLIB
-#include <glib.h>
+#include "glib_loop.h"
 #endif
 
 namespace {
@@ -120,36 +120,8 @@ void writtenLineSpdlog(long count, long /*size*/) {
 #endif
 
 #ifdef WITH_GLIB
-struct GlibRun {
-    GMainLoop* loop;
-    long count;
-    long seen;
-};
-
-gboolean seeGlibMessage(gpointer data) {
-    auto* const run = static_cast<GlibRun*>(data);
-    if (++run->seen == run->count) {
-        g_main_loop_quit(run->loop);
-    }
-    return G_SOURCE_REMOVE;
-}
-
 void postGlib(long count, long /*size*/) {
-    GMainContext* const context = g_main_context_new();
-    GlibRun run{g_main_loop_new(context, FALSE), count, 0};
-    std::thread poster([&] {
-        for (long i = 0; i < count; ++i) {
-            GSource* const source = g_idle_source_new();
-            g_source_set_priority(source, G_PRIORITY_DEFAULT);
-            g_source_set_callback(source, seeGlibMessage, &run, nullptr);
-            g_source_attach(source, context);
-            g_source_unref(source);
-        }
-    });
-    g_main_loop_run(run.loop);
-    poster.join();
-    g_main_loop_unref(run.loop);
-    g_main_context_unref(context);
+    GlibLoop::postAndRun(count);
 }
 #endif
 

@@ -1,11 +1,11 @@
 // A million messages from one thread to another through the dispatcher, against GLib's main loop
 // and Boost.Asio; and how late a delayed message is, against a timerfd.
 #include "dispatcher.h"
+#include "glib_loop.h"
 
 #include <benchmark/benchmark.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
-#include <glib.h>
 
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -38,37 +38,9 @@ void postToRun(benchmark::State& state) {
 }
 BENCHMARK(postToRun)->RangeMultiplier(10)->Range(1, 1000000)->UseRealTime();
 
-struct GlibRun {
-    GMainLoop* loop;
-    std::int64_t count;
-    std::int64_t seen = 0;
-};
-
-gboolean seeGlibMessage(gpointer data) {
-    auto* const run = static_cast<GlibRun*>(data);
-    if (++run->seen == run->count) {
-        g_main_loop_quit(run->loop);
-    }
-    return G_SOURCE_REMOVE;
-}
-
 void postToRunGlib(benchmark::State& state) {
     for (auto _ : state) {
-        GMainContext* const context = g_main_context_new();
-        GlibRun run{g_main_loop_new(context, FALSE), state.range(0)};
-        std::thread poster([&] {
-            for (std::int64_t i = 0; i < run.count; ++i) {
-                GSource* const source = g_idle_source_new();
-                g_source_set_priority(source, G_PRIORITY_DEFAULT);
-                g_source_set_callback(source, seeGlibMessage, &run, nullptr);
-                g_source_attach(source, context);
-                g_source_unref(source);
-            }
-        });
-        g_main_loop_run(run.loop);
-        poster.join();
-        g_main_loop_unref(run.loop);
-        g_main_context_unref(context);
+        GlibLoop::postAndRun(state.range(0));
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
