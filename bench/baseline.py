@@ -12,7 +12,7 @@ LEAST_GROWTH = 4
 PACKAGES = ("libc6", "libstdc++6", "libcairo2", "libpixman-1-0", "libfreetype6", "libfontconfig1",
             "libexpat1", "fonts-dejavu-core", "fonts-droid-fallback", "valgrind", "g++-12")
 # What the libraries choose their fast paths by.
-PROCESSOR_FLAGS = ("ssse3", "sse4_2", "avx2", "bmi2", "erms", "avx512vl")
+PROCESSOR_FLAGS = ("ssse3", "sse4_2", "avx2", "bmi2", "avx512vl")
 
 
 def _version(package):

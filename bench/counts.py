@@ -10,11 +10,6 @@ from .programs import PAGES
 
 MOST_BYTES = 400_000
 BARE = "the bare program"
-FONT_FLOORS = {"Chinese": {"floor": 0.42, "note": (
-    "What is left is mostly FreeType, which hints the glyphs of a font that brings no hints (its "
-    "automatic hinter looks at the whole script first): 7.7 of 16.0 million instructions, the same "
-    "under either configuration. Less takes unhinted glyphs, which is another picture, or a font "
-    "with hints of its own.")}}
 
 
 def starts(programs, pool):
@@ -34,8 +29,7 @@ def starts(programs, pool):
     for page in pages:
         yield Measure(f"start.fonts.{page}", f"the same with the package's fonts.conf, {page}",
                       runs[programs.splash, page].result().total, "instructions",
-                      "the distribution's", default[page].result().total, 0.36, counted=True,
-                      **FONT_FLOORS.get(page, {})), None
+                      "the distribution's", default[page].result().total, 0.36, counted=True), None
     for page in pages:
         yield Measure(f"files.{page}", f"files opened up to the first page, {page}",
                       files[page, "package"].result(), "files", "the distribution's",

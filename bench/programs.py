@@ -14,7 +14,7 @@ from . import callgrind
 SOURCE = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(SOURCE / "system-tests"))
 
-from virtual_device import LANGUAGE, SOCKET, Desk, wait_until  # noqa: E402,F401
+from virtual_device import COUNTED, LANGUAGE, SOCKET, Desk, wait_until  # noqa: E402,F401
 
 FONT_TREE = SOURCE / "packaging/fontconfig"
 DEADLINE = 60
@@ -100,8 +100,9 @@ class Programs:
     def _until_frame(self, program, page, frame, prefix, configuration="package", prefix_env=None):
         """Runs a program up to its frame-th flip, where the display holds it, and ends it there."""
         with self.desk(program, page, run_prefix=prefix, prefix_env=prefix_env) as desk:
-            splash = desk.start(*self.arguments(program, page), env=self.fonts(configuration),
-                                refresh=0, faults=f"VIDIOC_DQBUF@{frame}=block")
+            splash = desk.start(*self.arguments(program, page), refresh=0,
+                                env={**self.fonts(configuration), **COUNTED},
+                                faults=f"VIDIOC_DQBUF@{frame}=block")
             held = splash.wait_for_record(lambda record: record["kind"] == "fault",
                                           f"flip {frame} of {program.name}", DEADLINE)
             wait_until_quiet(held["pid"])
@@ -139,7 +140,7 @@ class Programs:
             subprocess.run(
                 ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}",
                  str(self.bench("counted")), operation, str(count), str(size)],
-                stdout=subprocess.DEVNULL, check=True, env={**os.environ, **(environment or {})})
+                stdout=subprocess.DEVNULL, check=True, env={**os.environ, **COUNTED, **(environment or {})})
             return callgrind.read(out)
 
     def operation(self, name, size=0, low=1000, high=3000, environment=None):

@@ -15,7 +15,7 @@ from collections import Counter, namedtuple
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-from virtual_device import Desk, Late, wait_until
+from virtual_device import LANGUAGE, Desk, Late, wait_until
 
 SOURCE = Path(__file__).resolve().parent.parent
 HANG = 5
@@ -54,6 +54,7 @@ ERRORS = {
     "pipe2": "EMFILE ENFILE ENOPKG",
     "poll": "EINTR EINVAL ENOMEM EFAULT",
     "prctl": "EFAULT EINVAL EPERM",
+    "pread64": "EAGAIN EBADF EFAULT EINTR EINVAL EIO EISDIR ENXIO EOVERFLOW ESPIPE",
     "pthread_create": "EAGAIN EPERM",
     "pthread_sigmask": "EINVAL",
     "read": "EAGAIN EBADF EFAULT EINTR EINVAL EIO EISDIR",
@@ -241,6 +242,8 @@ class Run:
     def _start(self):
         environment = {"LD_PRELOAD": f"{self.library}:{self.desk.environment()['LD_PRELOAD']}",
                        "FAULT_CONTROL": self.injector.path}
+        # Long enough to be read in two pieces, and so to be looked at in between.
+        self.desk.write(LANGUAGE, " " * 5000 + '"selectedLanguage":"zh"')
         arguments = ["Title", "Lines"]
         if self.phase == "reboot":
             # Without the preload, which would count the script's calls.

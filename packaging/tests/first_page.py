@@ -18,7 +18,7 @@ from pathlib import Path
 SOURCE = Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(SOURCE / "system-tests"))
 
-from virtual_device import LANGUAGE, Desk, wait_until  # noqa: E402
+from virtual_device import COUNTED, LANGUAGE, Desk, wait_until  # noqa: E402
 
 TREE = os.environ.get("BOOTLUME_FONT_TREE", str(SOURCE / "packaging/fontconfig"))
 FAMILIES = ("Univers Next W1G Medium", "Droid Sans Fallback")
@@ -40,8 +40,7 @@ def environment(configuration):
 
 def families(changes):
     made = {k: v for k, v in {**os.environ, **changes}.items() if v is not None}
-    return [subprocess.run(["fc-match", "--format=%{family} | %{file} | %{antialias} %{hintstyle} "
-                            "%{lcdfilter}", name], env=made, capture_output=True, text=True,
+    return [subprocess.run(["fc-match", "--format=%{family} | %{file} | %{hintstyle}", name], env=made, capture_output=True, text=True,
                            check=True).stdout for name in FAMILIES]
 
 
@@ -67,7 +66,7 @@ def instructions(build, language, changes, scratch):
     prefix = ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}",
               "--dump-before=ioctl"]
     with desk(build, language, run_prefix=prefix) as made:
-        splash = made.start(*TEXTS[language], env=changes)
+        splash = made.start(*TEXTS[language], env={**changes, **COUNTED})
         splash.screen.wait_for_frame(3, deadline=120)
         assert splash.quit(deadline=120) == 0, splash.stderr
     total = 0

@@ -26,12 +26,14 @@
 #include <unistd.h>
 
 #define EACH_FUNCTION(X)                                                                           \
-    X(bind) X(chdir) X(close) X(dup2) X(eventfd) X(eventfd_write) X(execve) X(fcntl) X(fflush)     \
-    X(fopen64) X(fork) X(getcwd) X(gettimeofday) X(inotify_add_watch) X(inotify_init)              \
-    X(inotify_rm_watch) X(ioctl) X(isatty) X(kill) X(mmap) X(munmap) X(nanosleep) X(open)          \
-    X(__open_2) X(pathconf) X(pipe2) X(poll) X(prctl) X(pthread_create) X(pthread_sigmask) X(read) \
-    X(recv) X(sched_yield) X(sem_wait) X(shutdown) X(sigaction) X(signal) X(sigprocmask) X(socket) \
-    X(statx) X(syscall) X(sysconf) X(unlink) X(waitpid) X(write)
+    X(bind)                                                                                        \
+    X(chdir) X(close) X(dup2) X(eventfd) X(eventfd_write) X(execve) X(fcntl) X(fflush) X(fopen64)  \
+        X(fork) X(getcwd) X(gettimeofday) X(inotify_add_watch) X(inotify_init) X(inotify_rm_watch) \
+            X(ioctl) X(isatty) X(kill) X(mmap) X(munmap) X(nanosleep) X(open) X(__open_2)          \
+                X(pathconf) X(pipe2) X(poll) X(prctl) X(pread64) X(pthread_create)                 \
+                    X(pthread_sigmask) X(read) X(recv) X(sched_yield) X(sem_wait) X(shutdown)      \
+                        X(sigaction) X(signal) X(sigprocmask) X(socket) X(statx) X(syscall)        \
+                            X(sysconf) X(unlink) X(waitpid) X(write)
 
 enum function {
 #define NAME(function) F_##function,
@@ -168,6 +170,8 @@ WRAP(int, control->error, pthread_create,
      (thread, attributes, body, argument))
 WRAP(int, control->error, pthread_sigmask, (int how, const sigset_t* next, sigset_t* last),
      (how, next, last))
+WRAP(ssize_t, -1, pread64, (int fd, void* buffer, size_t size, off64_t place),
+     (fd, buffer, size, place))
 WRAP(ssize_t, -1, read, (int fd, void* buffer, size_t size), (fd, buffer, size))
 WRAP(ssize_t, -1, recv, (int fd, void* buffer, size_t size, int flags), (fd, buffer, size, flags))
 WRAP(int, -1, sched_yield, (void), ())

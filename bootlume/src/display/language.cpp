@@ -16,34 +16,46 @@ const char SELECTION[] = R"("selectedLanguage":"zh")";
 constexpr std::size_t SELECTION_LENGTH = sizeof SELECTION - 1;
 static_assert(SELECTION_LENGTH == 23, "the exact text, without blanks");
 
-ssize_t readSome(int descriptor, char* buffer, std::size_t size) {
+ssize_t readSome(int descriptor, char* buffer, std::size_t size, off64_t place) {
     ssize_t count;
     do {
-        count = read(descriptor, buffer, size);
+        count = pread64(descriptor, buffer, size, place);
     } while (count == -1 && errno == EINTR);
     return count;
 }
 
-/// A device may never end, and the ring waits for the end of what is read. The plain fstat fails
-/// where a size or a date does not fit into 32 bits.
+/// The plain fstat fails where a size or a date does not fit into 32 bits.
 bool isFile(int descriptor) {
     struct statx found {};
     return statx(descriptor, "", AT_EMPTY_PATH, STATX_TYPE, &found) == 0 && S_ISREG(found.stx_mode);
 }
 
+/// As few calls as can be, for this is done in every frame. A pipe or a terminal has no place to be
+/// read at, so nothing is taken from it.
 bool containsSelection(int descriptor) {
     char window[4096];
     std::size_t kept = 0; // the end of the last window: the text may lie across two of them
+    off64_t place = 0;
     for (;;) {
-        const ssize_t count = readSome(descriptor, window + kept, sizeof window - kept);
-        if (count < 1) {
+        const std::size_t room = sizeof window - kept;
+        const ssize_t result = readSome(descriptor, window + kept, room, place);
+        if (result < 1) {
             return false;
         }
-        const std::size_t filled = kept + static_cast<std::size_t>(count);
+        const auto count = static_cast<std::size_t>(result);
+        const std::size_t filled = kept + count;
         if (memmem(window, filled, SELECTION, SELECTION_LENGTH) != nullptr) {
             return true;
         }
-        kept = filled < SELECTION_LENGTH ? filled : SELECTION_LENGTH - 1;
+        if (count < room) { // the end of the file
+            return false;
+        }
+        // A device may never end, and the ring waits for the end of what is read.
+        if (place == 0 && !isFile(descriptor)) {
+            return false;
+        }
+        place += result;
+        kept = SELECTION_LENGTH - 1;
         std::memmove(window, window + filled - kept, kept);
     }
 }
@@ -57,7 +69,7 @@ bool isChineseSelected() {
     if (descriptor < 0) {
         return false;
     }
-    const bool chinese = isFile(descriptor) && containsSelection(descriptor);
+    const bool chinese = containsSelection(descriptor);
     close(descriptor);
     return chinese;
 }

@@ -3,6 +3,7 @@
 #include "desk.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -63,6 +64,12 @@ TEST_F(ALanguageFile, SelectsChineseWhereverTheTextStands) {
     EXPECT_TRUE(selectsChinese(std::string(1000000, '\0') + SELECTION + std::string(9, '\0')));
 }
 
+TEST_F(ALanguageFile, ThatFillsWindowsWithoutTheTextSelectsLatin) {
+    for (std::size_t size = 4096; size < 4096 * 4; ++size) {
+        ASSERT_FALSE(selectsChinese(std::string(size, 'x'))) << size;
+    }
+}
+
 TEST_F(ALanguageFile, MayBeLongerThanA32BitNumberTells) {
     ASSERT_TRUE(selectsChinese(SELECTION));
     const int file = open(m_path.c_str(), O_WRONLY | O_CLOEXEC | O_LARGEFILE);
@@ -82,7 +89,7 @@ TEST_F(ALanguageFile, ThatIsAFolderSelectsLatin) {
     EXPECT_FALSE(isChineseSelected());
 }
 
-TEST_F(ALanguageFile, ThatIsADeviceWithoutAnEndIsNotRead) {
+TEST_F(ALanguageFile, ThatIsADeviceWithoutAnEndDoesNotHoldUp) {
     fs::create_symlink("/dev/zero", m_path);
     EXPECT_FALSE(isChineseSelected());
 }
@@ -90,6 +97,18 @@ TEST_F(ALanguageFile, ThatIsADeviceWithoutAnEndIsNotRead) {
 TEST_F(ALanguageFile, ThatIsAPipeNobodyWritesToDoesNotHoldUp) {
     ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
     EXPECT_FALSE(isChineseSelected());
+}
+
+TEST_F(ALanguageFile, ThatIsAPipeKeepsWhatIsInIt) {
+    ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
+    const int pipe = open(m_path.c_str(), O_RDWR | O_CLOEXEC);
+    const std::string text = SELECTION;
+    ASSERT_EQ(write(pipe, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    EXPECT_FALSE(isChineseSelected());
+    int left = 0;
+    ioctl(pipe, FIONREAD, &left);
+    EXPECT_EQ(static_cast<std::size_t>(left), text.size());
+    close(pipe);
 }
 
 } // namespace
