@@ -49,6 +49,13 @@ class EmulatedPrograms(Programs):
         self.emulation = self.build / "emulation"
         self.library = self.emulation / "$LIB/libvirtual-device.so"
 
+    @staticmethod
+    def fonts(configuration):
+        """The distribution's is this machine's, by a name that leads out of the tree that the program
+        is built against: that one was only unpacked, and misses what an installation adds."""
+        path = None if configuration == "package" else "/proc/self/root/etc/fonts"
+        return {**Programs.fonts(configuration), "FONTCONFIG_PATH": path}
+
     def total(self, program, page, frame, configuration="package"):
         """Instructions from exec to the moment when page number `frame` has been queued."""
         with tempfile.TemporaryDirectory() as scratch:
