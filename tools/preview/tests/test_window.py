@@ -90,15 +90,22 @@ class Shown:
         self.id = None
 
     def wait_for_page(self):
-        self.id = vd.wait_until(lambda: self.display.tool(
-            "search", "--name", "bootlume preview").stdout.strip(), "the window")
+        vd.wait_until(self._is_there, "the window")
         divider = (150, 240)
         vd.wait_until(lambda: self.page()[divider] != self.page()[0, 0] == 0xFFFF, "the page")
 
+    def _is_there(self):
+        """The first window of a program may be a passing one: only what has a place counts."""
+        self.id = self.display.tool("search", "--name", "bootlume preview").stdout.strip()
+        return self.id and "X" in self._place()
+
+    def _place(self):
+        return dict(line.split("=") for line in self.display.tool(
+            "getwindowgeometry", "--shell", self.id).stdout.split())
+
     def page(self):
         """What the window shows, as an RGB565 screen would."""
-        place = dict(line.split("=") for line in self.display.tool(
-            "getwindowgeometry", "--shell", self.id).stdout.split())
+        place = self._place()
         x, y = int(place["X"]), int(place["Y"])
         assert (place["WIDTH"], place["HEIGHT"]) == ("480", "800")
         return reduced(self.display.picture()[y:y + 800, x:x + 480])
