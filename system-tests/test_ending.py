@@ -115,6 +115,17 @@ def test_a_signal_in_the_middle_of_heavy_tracing_ends_the_splash(desk):
         assert line in by_signal_to_any_thread(signal.SIGINT)
 
 
+@pytest.mark.parametrize("number, status", [(signal.SIGHUP, 0), (signal.SIGINT, 0),
+                                            (signal.SIGTERM, -signal.SIGTERM)])
+def test_a_signal_ends_it_that_was_blocked_where_it_was_started(desk, number, status):
+    def block():  # handed down to a program
+        signal.pthread_sigmask(signal.SIG_BLOCK, [number])
+
+    splash = wait_until_running(desk.start(prepare=block))
+    splash.signal(number)
+    assert splash.wait() == status
+
+
 @pytest.mark.parametrize("taker", [LOOP, SERVER])
 @pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGINT])
 def test_the_line_names_the_thread_that_took_the_signal(desk, taker, number):

@@ -42,6 +42,16 @@ void logParseFailure(const char* name, int defaultValue, const std::exception& e
                                   << (Trace::Value() << ", " << error.what()));
 }
 
+/// Signals that whoever starts the splash has blocked stay blocked in it, and could not end it.
+void unblockEndingSignals() {
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int sig : {SIGHUP, SIGINT, SIGTERM}) {
+        sigaddset(&ending, sig);
+    }
+    sigprocmask(SIG_UNBLOCK, &ending, nullptr);
+}
+
 /// Whether the command line asks for the watchdog.
 bool asksForWatchdog(int argc, char* argv[]) {
     // Exactly two characters are compared, on purpose: what follows them does not matter.
@@ -136,6 +146,7 @@ int main(int argc, char* argv[]) {
     }
     signal(SIGHUP, shutdown);
     signal(SIGINT, shutdown);
+    unblockEndingSignals();
     Trace::Log::setAppName("bootlume");
     paint::Overlay overlay;
     const bool checkStartup = readCommandLine(argc, argv, overlay);
