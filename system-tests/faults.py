@@ -85,6 +85,10 @@ sem_post setegid seteuid setgid setsid setuid sigaddset sigemptyset sigfillset s
 strftime strlen strncmp strncpy strtol strtoul tolower tzset
 """.split()
 
+# What none of the phases comes to: to end a running child, to open a child's streams by path, to take
+# an empty datagram, and to tell of a child that did not start or write to a terminal.
+RARE = ("kill", "__open_2", "recv", "write")
+
 # What may follow, in words of the documentation.
 REFUSED = "a line and status 255"
 LINE = "a line, and the splash goes on"
@@ -235,13 +239,14 @@ class Run:
 
     def lines(self):
         """What it said of the fault."""
-        said = [line.text for line in self.splash.trace() if line.level in ("ERROR", "WARN")]
+        said = [line.text.strip() for line in self.splash.trace() if line.level in ("ERROR", "WARN")]
         said = [text for text in said if not text.startswith("startup timeout")]
         return said + self.splash.other_output() + self.splash.stderr.splitlines()
 
     def _start(self):
         environment = {"LD_PRELOAD": f"{self.library}:{self.desk.environment()['LD_PRELOAD']}",
                        "FAULT_CONTROL": self.injector.path}
+        self.desk.trace_config("bootlume 4 0 0")
         # Long enough to be read in two pieces, and so to be looked at in between.
         self.desk.write(LANGUAGE, " " * 5000 + '"selectedLanguage":"zh"')
         arguments = ["Title", "Lines"]
