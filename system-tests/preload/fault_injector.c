@@ -5,10 +5,11 @@
  * test: it says what is to fail, and tells what was called and struck. Nothing is allocated or
  * locked, so that a forked child may be struck as well. Comes first in LD_PRELOAD. */
 #define _GNU_SOURCE
+#include "own_code.h"
+
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <link.h>
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
@@ -25,15 +26,16 @@
 #include <time.h>
 #include <unistd.h>
 
-#define EACH_FUNCTION(X)                                                                           \
-    X(bind)                                                                                        \
-    X(chdir) X(close) X(dup2) X(eventfd) X(eventfd_write) X(execve) X(fcntl) X(fflush) X(fopen64)  \
-        X(fork) X(getcwd) X(gettimeofday) X(inotify_add_watch) X(inotify_init) X(inotify_rm_watch) \
-            X(ioctl) X(isatty) X(kill) X(mmap) X(munmap) X(nanosleep) X(open) X(__open_2)          \
-                X(pathconf) X(pipe2) X(poll) X(prctl) X(pread64) X(pthread_create)                 \
-                    X(pthread_sigmask) X(read) X(recv) X(sched_yield) X(sem_wait) X(shutdown)      \
-                        X(sigaction) X(signal) X(sigprocmask) X(socket) X(statx) X(syscall)        \
-                            X(sysconf) X(unlink) X(waitpid) X(write)
+/* clang-format off */
+#define EACH_FUNCTION(X) \
+    X(bind) X(chdir) X(close) X(dup2) X(eventfd) X(eventfd_write) X(execve) X(fcntl) X(fflush) \
+    X(fopen64) X(fork) X(getcwd) X(gettimeofday) X(inotify_add_watch) X(inotify_init) \
+    X(inotify_rm_watch) X(ioctl) X(isatty) X(kill) X(mmap) X(munmap) X(nanosleep) X(open) \
+    X(__open_2) X(pathconf) X(pipe2) X(poll) X(prctl) X(pread64) X(pthread_create) \
+    X(pthread_sigmask) X(read) X(recv) X(sched_yield) X(sem_wait) X(shutdown) X(sigaction) \
+    X(signal) X(sigprocmask) X(socket) X(statx) X(syscall) X(sysconf) X(unlink) X(waitpid) \
+    X(write)
+/* clang-format on */
 
 enum function {
 #define NAME(function) F_##function,
@@ -61,32 +63,7 @@ struct control {
 
 static struct control idle = {.function = -1};
 static struct control* control = &idle;
-static uintptr_t ranges[2][2]; /* the program, the C++ library */
 static void* real[FUNCTIONS];
-
-static int note_object(struct dl_phdr_info* object, size_t size, void* data) {
-    (void)size;
-    (void)data;
-    const int own = object->dlpi_name[0] == '\0';
-    const int library = strstr(object->dlpi_name, "libstdc++") != NULL;
-    if (!own && !library)
-        return 0;
-    uintptr_t* range = ranges[own ? 0 : 1];
-    if (range[1] != 0)
-        return 0; /* the kernel's object has no name, either, and comes after the program */
-    range[0] = UINTPTR_MAX;
-    for (int i = 0; i < object->dlpi_phnum; ++i) {
-        const ElfW(Phdr)* part = &object->dlpi_phdr[i];
-        if (part->p_type != PT_LOAD)
-            continue;
-        const uintptr_t begin = object->dlpi_addr + part->p_vaddr;
-        if (begin < range[0])
-            range[0] = begin;
-        if (begin + part->p_memsz > range[1])
-            range[1] = begin + part->p_memsz;
-    }
-    return 0;
-}
 
 /* Other libraries' constructors call before this one's set-up. */
 static void* next_of(enum function function) {
@@ -98,7 +75,7 @@ static void* next_of(enum function function) {
 __attribute__((constructor)) static void set_up(void) {
     for (int i = 0; i < FUNCTIONS; ++i)
         next_of((enum function)i);
-    dl_iterate_phdr(note_object, NULL);
+    find_own_code();
     const char* path = getenv("FAULT_CONTROL");
     if (path == NULL)
         return;
@@ -117,8 +94,7 @@ __attribute__((constructor)) static void set_up(void) {
 }
 
 static int strikes(enum function function, const void* caller) {
-    const uintptr_t at = (uintptr_t)caller;
-    if (!(at >= ranges[0][0] && at < ranges[0][1]) && !(at >= ranges[1][0] && at < ranges[1][1]))
+    if (!is_own_code(caller))
         return 0;
     __atomic_add_fetch(&control->calls[function], 1, __ATOMIC_RELAXED);
     if (__atomic_load_n(&control->function, __ATOMIC_ACQUIRE) != (int32_t)function)
