@@ -1,7 +1,6 @@
 """A desk with the program on it, and the client beside it."""
 
 import os
-import socket
 import subprocess
 import sys
 from pathlib import Path
@@ -12,6 +11,7 @@ REPOSITORY = Path(__file__).resolve().parents[3]
 sys.path.insert(0, str(REPOSITORY / "system-tests"))
 
 import virtual_device  # noqa: E402
+from lines import listens  # noqa: E402
 
 BUILD = REPOSITORY / "build" / os.environ.get("BOOTLUME_PRESET", "release")
 SECONDS = 30
@@ -37,16 +37,5 @@ def ctl(desk):
 def wait_for_answer(splash):
     """Waits until the splash has its socket bound; sends nothing."""
     path = splash.desk.path(virtual_device.SOCKET)
-
-    def answers():
-        try:
-            folder = os.open(path.parent, os.O_PATH)
-            with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as probe:
-                probe.connect(f"/proc/self/fd/{folder}/{path.name}")
-            return True
-        except (FileNotFoundError, ConnectionRefusedError):
-            return False
-        finally:
-            os.close(folder)
-    virtual_device.wait_until(answers, f"an answer at {path}")
+    virtual_device.wait_until(lambda: listens(path), f"an answer at {path}")
     return splash
