@@ -40,8 +40,9 @@ def environment(configuration):
 
 def families(changes):
     made = {k: v for k, v in {**os.environ, **changes}.items() if v is not None}
-    return [subprocess.run(["fc-match", "--format=%{family} | %{file} | %{hintstyle}", name], env=made, capture_output=True, text=True,
-                           check=True).stdout for name in FAMILIES]
+    return [subprocess.run(["fc-match", "--format=%{family} | %{file} | %{hintstyle}", name],
+                           env=made, capture_output=True, text=True, check=True).stdout
+            for name in FAMILIES]
 
 
 def desk(build, language, **options):
