@@ -3,8 +3,9 @@
 //
 //   bare_splash [-a] {en|zh} TITLE [LINE]...
 //
-// With -a it does as well what is asked of the splash besides: it reads the settings for every frame,
-// and other threads look around as often as the splash's do. It takes no notice of what they see.
+// With -a it does as well what is asked of the splash besides: it reads the settings for every
+// frame, and other threads look around as often as the splash's do. It takes no notice of what they
+// see.
 #include <cairo.h>
 #include <fcntl.h>
 #include <linux/videodev2.h>
@@ -24,8 +25,7 @@
 namespace {
 
 constexpr const char* DEVICE = "/dev/v4l/by-path/platform-imx-ipuv3-ovl.5-video-index0";
-constexpr const char* SETTINGS =
-    "/opt/userdata/devicestack/appData/confd/GeneratorConfiguration";
+constexpr const char* SETTINGS = "/opt/userdata/devicestack/appData/confd/GeneratorConfiguration";
 constexpr int LOOKS_MS[] = {100, 1000, 2000}; // trace configuration, messages, commands
 constexpr const char* LATIN = "Univers Next W1G Medium";
 constexpr const char* CHINESE = "Droid Sans Fallback";
