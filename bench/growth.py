@@ -10,7 +10,7 @@ from math import log10
 from pathlib import Path
 
 from . import callgrind
-from .programs import DEADLINE, LANGUAGE, PAGES, SOCKET, Page, wait_until, wait_until_quiet
+from .programs import COUNTED, DEADLINE, LANGUAGE, PAGES, SOCKET, Page, wait_until, wait_until_quiet
 
 POWERS = (1, 10, 100, 1000)
 
@@ -66,8 +66,8 @@ def _with_datagrams(programs, datagrams):
         prefix = ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}"]
         with programs.desk(programs.splash, run_prefix=prefix) as desk:
             page = PAGES["Latin"]
-            splash = desk.start(*page.arguments, env=programs.fonts("package"), refresh=0,
-                                faults="VIDIOC_DQBUF@1=block")
+            splash = desk.start(*page.arguments, env={**programs.fonts("package"), **COUNTED},
+                                refresh=0, faults="VIDIOC_DQBUF@1=block")
             splash.wait_for_record(lambda record: record["kind"] == "fault", "the first flip",
                                    DEADLINE)
             wait_until(desk.path(SOCKET).is_socket, "the socket", DEADLINE)
