@@ -352,7 +352,7 @@ def write_table(path, results):
         file.write(
             "# Faults and what comes of them\n\n"
             "Each call that the program makes to the system fails once, with each error that its\n"
-            "manual lists. The device's own calls are in the system tests of the device.\n"
+            "manual lists. Each call to the display fails by its name in the system tests, too.\n"
             "Written by `scripts/faults`.\n\n"
             f"{len(struck)} faults, {len(struck) - len(broken)} survived as they should be.\n\n"
             "| phase | call | its calls | errors | outcome | first line |\n|---|---|---|---|---|---|\n")
