@@ -82,7 +82,8 @@ def test_memory_descriptors_and_threads_stay_as_they_are(splash, board, bench, d
     assert len({(one.threads, one.descriptors) for one in settled}) == 1, "descriptors and threads"
     for size in ("resident", "proportional"):
         sizes = [getattr(one, size) for one in settled]
-        assert max(sizes[-5:]) - sizes[0] <= 128, (size, sizes)
+        # The most of some: what another program shares at the moment lowers the proportional size.
+        assert max(sizes[-5:]) - max(sizes[:5]) <= 128, (size, sizes)
     last = desk.page(f"Number {sent}", f"of many\nlines: {sent}")
     board.output("wait_for drawn")
     steps(running.screens(4)[-2:], last, folder=bench.workshop.work)
