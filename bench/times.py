@@ -64,17 +64,18 @@ def _memory(pid, root):
     return whole, own
 
 
-def minute(programs, seconds, sets=4):
-    """A minute of splash: some of each kind at the same time for the CPU time, for a set that meets
-    its neighbours at a bad moment does so for the whole minute; then one of each alone."""
+def minute(programs, seconds, sets=6):
+    """A minute of splash: some of each kind at the same time for the CPU time, each kind as often in
+    each place of the order, for what one program finds warm or cold is left to it by the one before
+    it, and that for the whole minute; then one of each alone."""
     ours = (programs.splash, PAGE.arguments)
     bare = (programs.bare, PAGE.bare_arguments)
     asked = (programs.bare, ["-a", *PAGE.bare_arguments])
     kinds = (ours, bare, asked)
     used = [0.0] * len(kinds)
     with ExitStack() as stack:
-        started = [(kind, _start(programs, stack, *kinds[kind]).pid)
-                   for _ in range(sets) for kind in range(len(kinds))]
+        order = [(place + turn) % len(kinds) for turn in range(sets) for place in range(len(kinds))]
+        started = [(kind, _start(programs, stack, *kinds[kind]).pid) for kind in order]
         time.sleep(seconds)
         for kind, pid in started:
             used[kind] += _cpu_ns(pid) / 1e6 / sets
