@@ -182,7 +182,7 @@ def ending(programs, runs):
 def all_times(programs, runs, seconds):
     few = max(3, runs // 4)
     measures = []
-    for part in (start(programs, runs), minute(programs, seconds), tracing(programs, few),
+    for part in (start(programs, runs), minute(programs, seconds), tracing(programs, runs),
                  dispatcher(programs, few), launch(programs, 10 * runs), ending(programs, runs)):
         measures += part
     return measures
