@@ -84,6 +84,8 @@ private:
     std::array<Handle, MOST_HANDLES> m_handles;
     std::vector<Mapping> m_mappings;
     std::atomic<unsigned> m_mappingCount{0};
+    std::atomic<std::uintptr_t> m_lowestMapping{UINTPTR_MAX}; ///< of all that ever were
+    std::atomic<std::uintptr_t> m_highestMapping{0};
     int m_owner = NOBODY;
     bool m_streaming = false;
     unsigned m_waiters = 0; ///< calls in VIDIOC_DQBUF

@@ -32,8 +32,11 @@ int Device::map(unsigned handle, void* hint, std::size_t bytes, int protection, 
                           static_cast<off64_t>(offset));
     if (start == MAP_FAILED)
         return errno;
-    m_mappings.push_back(
-        {address(start), address(start) + roundUp(bytes), handle, buffer, m_queue.memory()});
+    const Mapping mapping{address(start), address(start) + roundUp(bytes), handle, buffer,
+                          m_queue.memory()};
+    m_mappings.push_back(mapping);
+    m_lowestMapping = std::min(m_lowestMapping.load(), mapping.start);
+    m_highestMapping = std::max(m_highestMapping.load(), mapping.end);
     m_mappingCount = static_cast<unsigned>(m_mappings.size());
     m_queue.countMapping(buffer, true);
     ++m_handles[handle].mappings;
@@ -41,11 +44,12 @@ int Device::map(unsigned handle, void* hint, std::size_t bytes, int protection, 
 }
 
 bool Device::isMapped(const void* start, std::size_t bytes) {
-    // Without a mapping there is nothing to look for, and no lock to take.
-    if (m_mappingCount == 0)
+    const std::uintptr_t from = address(start);
+    // Elsewhere there is nothing to look for, and no lock to take: a sanitizer unmaps its own
+    // memory with a lock held that a call on the device may be waiting for.
+    if (m_mappingCount == 0 || from >= m_highestMapping || from + bytes <= m_lowestMapping)
         return false;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const std::uintptr_t from = address(start);
     return std::any_of(m_mappings.begin(), m_mappings.end(), [&](const Mapping& mapping) {
         return from < mapping.end && from + bytes > mapping.start;
     });
