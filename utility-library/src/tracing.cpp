@@ -1,7 +1,5 @@
 #include "tracing.h"
 
-#include "standard_output.h"
-
 #include <sys/prctl.h>
 #include <sys/time.h>
 #include <syslog.h>
@@ -69,6 +67,12 @@ void appendRight(LineBuffer& line, const char* text, std::size_t columns) {
         line.append(' ', columns - length);
     }
     line.append(text, length);
+}
+
+/// An error is not reported: a line that cannot be written is lost.
+void writeToStandardOutput(const char* text, std::size_t length) {
+    std::fwrite(text, 1, length, stdout);
+    std::fflush(stdout);
 }
 
 void writeToSyslog(std::int32_t level, const char* text) {
@@ -214,8 +218,7 @@ Log& Log::operator<<(const BaseSnippet& snippet) {
                 << " for message: " << snippet.str() << "\n";
         const std::string text = warning.str();
         // Outside the log's format and lock, as it says nothing that a line would say.
-        std::fwrite(text.data(), 1, text.size(), stdout);
-        std::fflush(stdout);
+        writeToStandardOutput(text.data(), text.size());
     }
     if (snippet.level() <= level()) {
         m_head << snippet.str();

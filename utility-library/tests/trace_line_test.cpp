@@ -107,6 +107,12 @@ TEST_F(ATraceLine, KeepsAPercentSignOnTheConsole) {
               prefix() + "   INFO:\t| 100 %s %n %| folder/file.cpp:41\n");
 }
 
+TEST_F(ATraceLine, OfAnyLengthIsWrittenWhole) {
+    const std::string text(3'000'000, 'x');
+    // Compared with == : a difference of megabytes is no help to anybody.
+    EXPECT_TRUE(lineOf(4, 0, text) == prefix() + "   INFO:\t| " + text + "| folder/file.cpp:41\n");
+}
+
 TEST_F(ATraceLine, WithoutAFileNameLosesTheRestOfItsTrailer) {
     const StdoutCapture output;
     Log(4, nullptr, 41, 0) << "text";

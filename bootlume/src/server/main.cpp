@@ -6,7 +6,6 @@
 #include "server/globals.h"
 #include "server/standard_descriptors.h"
 #include "server/startup_watchdog.h"
-#include "standard_output.h"
 #include "thread_name.h"
 #include "tracing.h"
 
@@ -33,8 +32,6 @@ namespace {
 
 constexpr int DEFAULT_SOFT_LIMIT_S = 180;
 constexpr int DEFAULT_HARD_LIMIT_S = 200;
-// An armed splash must reboot the device although nobody takes its lines.
-constexpr std::chrono::seconds LONGEST_WAIT_FOR_READER(3);
 
 void logParseFailure(const char* name, int defaultValue, const std::exception& error) {
     TRACE(Trace::LEVEL_ERROR, "failed to parse environment value: " + std::string(name) + ", using "
@@ -141,9 +138,6 @@ int getEnvParameter(const char* name, int defaultValue) {
 int main(int argc, char* argv[]) {
     openStandardDescriptors();
     signal(SIGCHLD, SIG_DFL); // ignored by whoever started it, a reboot would have no result
-    if (asksForWatchdog(argc, argv)) {
-        Trace::limitWaitForReader(LONGEST_WAIT_FOR_READER);
-    }
     signal(SIGHUP, shutdown);
     signal(SIGINT, shutdown);
     unblockEndingSignals();
