@@ -7,9 +7,11 @@ import sys
 import time
 from pathlib import Path
 
+from desk import SOURCE
+
 from . import baseline, counts
 from .measure import text_table
-from .programs import SOURCE, Programs, plain_environment
+from .programs import Programs, plain_environment
 
 
 def options():

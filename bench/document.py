@@ -2,8 +2,9 @@
 
 import re
 
+from desk import SOURCE
+
 from .measure import markdown_table
-from .programs import SOURCE
 
 PATH = SOURCE / "docs/performance.md"
 LEAST_SHARE = 0.005

@@ -9,8 +9,10 @@ from concurrent.futures import ThreadPoolExecutor
 from math import log10
 from pathlib import Path
 
+from desk import COUNTED, LANGUAGE, SOCKET, wait_until
+
 from . import callgrind
-from .programs import COUNTED, DEADLINE, LANGUAGE, PAGES, SOCKET, Page, wait_until, wait_until_quiet
+from .programs import DEADLINE, PAGES, Page, wait_until_quiet
 
 POWERS = (1, 10, 100, 1000)
 

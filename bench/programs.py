@@ -3,18 +3,14 @@
 import os
 import signal
 import subprocess
-import sys
 import tempfile
 import time
 from dataclasses import dataclass
 from pathlib import Path
 
+from desk import COUNTED, SOURCE, Desk, wait_until
+
 from . import callgrind
-
-SOURCE = Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(SOURCE / "system-tests"))
-
-from virtual_device import COUNTED, LANGUAGE, SOCKET, Desk, wait_until  # noqa: E402,F401
 
 FONT_TREE = SOURCE / "packaging/fontconfig"
 DEADLINE = 60

@@ -4,7 +4,9 @@ import sys
 import termios
 import time
 
-from . import boards, pictures
+from desk import SOCKET, pictures
+
+from . import boards
 
 
 def write_picture(workshop, pixels):
@@ -15,7 +17,7 @@ def write_picture(workshop, pixels):
 
 def start(board, texts):
     arguments = " ".join(shlex.quote(text) for text in texts)
-    board.output(f"splash {arguments} && wait_for test -S {boards.SOCKET} && wait_for drawn")
+    board.output(f"splash {arguments} && wait_for test -S {SOCKET} && wait_for drawn")
 
 
 def show(workshop, texts):
@@ -26,7 +28,7 @@ def show(workshop, texts):
         start(board, texts)
         picture = board.output("screen 1 /run/picture && cat /run/picture")
         print(f"its screen: {write_picture(workshop, picture)}")
-        board.output(f"board-tool send {boards.SOCKET} QUIT && wait_for test -e /run/splash.status")
+        board.output(f"board-tool send {SOCKET} QUIT && wait_for test -e /run/splash.status")
         print("the splash wrote:\n" + board.text("cat /run/splash.log")
               + "and ended with status " + board.text("cat /run/splash.status").strip())
 

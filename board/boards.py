@@ -2,10 +2,9 @@
 import os
 import pathlib
 
-from . import emulated, image, machines, reference
-from virtual_device import DEVICE, LANGUAGE, SOCKET, TRACE_CONFIG  # noqa: F401  (found by reference)
+from desk import SOURCE
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+from . import emulated, image, machines, reference
 
 
 def trees():
@@ -19,8 +18,8 @@ class Workshop:
 
     def __init__(self, name):
         self.machine = machines.MACHINES[name]
-        self.build = ROOT / "build" / self.machine.preset
-        self.work = ROOT / "build" / "board" / name
+        self.build = SOURCE / "build" / self.machine.preset
+        self.work = SOURCE / "build" / "board" / name
         self.work.mkdir(parents=True, exist_ok=True)
         self._trees = trees()
         self.image = image.Image(self.machine, self.build, self._trees, self.work)

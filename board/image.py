@@ -4,9 +4,10 @@ import re
 import shutil
 import subprocess
 
+from desk import DEVICE
+
 from . import machines
 from .cpio import Archive
-from .reference import DEVICE
 
 HERE = pathlib.Path(__file__).parent
 FONTS = ("usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",

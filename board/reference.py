@@ -1,17 +1,11 @@
 """The pages that the board's own program draws on the virtual device, with the board's libraries
 and fonts: what the kernel's screen is compared with."""
-import pathlib
 import signal
-import sys
 
-from . import pictures
+from desk import Desk
+from desk.pictures import WHITE
 
-sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "system-tests"))
-from virtual_device import DEVICE, Desk  # noqa: E402  (the path comes first)
-
-__all__ = ["DEVICE", "STEPS", "WHITE", "Reference"]
 STEPS = 66
-WHITE = b"\xff" * pictures.SIZE
 
 _known = {}
 

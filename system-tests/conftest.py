@@ -6,10 +6,8 @@ from pathlib import Path
 
 import pytest
 
+from desk import SOURCE, Desk
 from unprivileged import User
-from virtual_device import Desk
-
-SOURCE = Path(__file__).resolve().parent.parent
 
 # Only a build with sanitizers looks at these.
 os.environ.setdefault("LSAN_OPTIONS",
@@ -19,8 +17,6 @@ os.environ.setdefault("TSAN_OPTIONS", f"suppressions={SOURCE / 'cmake/races.supp
 
 def pytest_addoption(parser):
     group = parser.getgroup("bootlume")
-    group.addoption("--build-dir", default="build/release",
-                    help="folder with bin/bootlume and lib/libvirtual-device.so (%(default)s)")
     group.addoption("--run-prefix", default="",
                     help="words before the program, for example 'qemu-arm-static -L SYSROOT'")
     group.addoption("--run-prefix-env", default=None,
@@ -28,17 +24,6 @@ def pytest_addoption(parser):
     group.addoption("--preload-dir", default=None,
                     help="where the program's loader finds the build's libraries; $LIB in it is the"
                          " loader's own word for its architecture (BUILD_DIR/lib)")
-
-
-@pytest.fixture(scope="session")
-def build_dir(pytestconfig):
-    """The absolute path of the build; the tests end at once where the program is not built."""
-    folder = (SOURCE / pytestconfig.getoption("--build-dir")).resolve()
-    for product in ("bin/bootlume", "lib/libvirtual-device.so"):
-        if not (folder / product).exists():
-            pytest.exit(f"{folder / product} is not there: build it, or name another --build-dir",
-                        returncode=2)
-    return folder
 
 
 @pytest.fixture(scope="session")

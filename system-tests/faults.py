@@ -15,7 +15,7 @@ from collections import Counter, namedtuple
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-from virtual_device import LANGUAGE, Desk, Late, wait_until
+from desk import LANGUAGE, Desk, Late, wait_until
 
 SOURCE = Path(__file__).resolve().parent.parent
 HANG = 5

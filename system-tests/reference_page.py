@@ -9,7 +9,8 @@ from dataclasses import dataclass
 
 import cairo
 import numpy
-from PIL import Image
+
+from desk import pictures
 
 WIDTH, HEIGHT = 480, 800
 STRIDE = 960
@@ -95,30 +96,10 @@ def page(title=DEFAULT_TITLE, lines=(), frame=0, chinese=False, taller=0):
     return bytes(memory)
 
 
-WHITE = b"\xff" * (STRIDE * HEIGHT)
-
-
-def picture(pixels):
-    """RGB565 bytes as a picture with 8 bits a colour."""
-    words = numpy.frombuffer(pixels, "<u2").reshape(HEIGHT, WIDTH).astype(numpy.uint32)
-    red, green, blue = words >> 11, words >> 5 & 63, words & 31
-    colours = (red * 255 + 15) // 31, (green * 255 + 31) // 63, (blue * 255 + 15) // 31
-    return Image.fromarray(numpy.dstack(colours).astype(numpy.uint8), "RGB")
-
-
-def difference(expected, actual):
-    """A picture with the differing pixels in red over the pale expected page; how many they are."""
-    differs = numpy.frombuffer(expected, "<u2") != numpy.frombuffer(actual, "<u2")
-    differs = differs.reshape(HEIGHT, WIDTH)
-    pale = 170 + numpy.asarray(picture(expected)) // 3
-    pale[differs] = (255, 0, 0)
-    return Image.fromarray(pale.astype(numpy.uint8), "RGB"), int(differs.sum())
-
-
 def rounded_otherwise(expected, actual):
     """How many pixels differ by one step of one colour; None where any differs by more."""
     def colours(pixels):
-        words = numpy.frombuffer(pixels, "<u2").astype(int)
+        words = pictures.values(pixels).astype(int)
         return numpy.stack([words >> 11, words >> 5 & 63, words & 31])
     steps = abs(colours(expected) - colours(actual)).sum(axis=0)
     return None if steps.max() > 1 else int(steps.sum())
@@ -133,10 +114,7 @@ def assert_same(expected, actual, folder, name, rounding=0):
     steps = rounded_otherwise(expected, actual)
     if steps is not None and steps <= rounding:
         return
-    shown, count = difference(expected, actual)
-    folder.mkdir(parents=True, exist_ok=True)
-    for kind, image in (("expected", picture(expected)), ("actual", picture(actual)),
-                        ("difference", shown)):
-        image.save(folder / f"{name}-{kind}.png")
+    pictures.save_difference(folder, name, expected, actual)
+    count, _ = pictures.different_pixels(expected, actual)
     raise AssertionError(f"{name}: {count} pixels differ; see {folder}/{name}-expected.png, "
                          "-actual.png and -difference.png")

@@ -9,8 +9,7 @@ from pathlib import Path
 
 import pytest
 
-from lines import is_dispatching, wait_until_running
-from virtual_device import sanitizer_runtimes, wait_until
+from desk import is_dispatching, sanitizer_runtimes, wait_until, wait_until_running
 
 HOUR = 3600
 LIMIT_S = 2

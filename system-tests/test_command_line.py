@@ -2,8 +2,8 @@
 
 import pytest
 
-from lines import (LOOP, MAIN_FILE, OWN_LINES, SERVER, lines_of, still_page, traced,
-                   wait_until_running)
+from desk import LOOP, wait_until_running
+from desk.lines import MAIN_FILE, OWN_LINES, SERVER, lines_of, still_page, traced
 
 MAIN = SERVER  # main's own thread, before the loop names it
 USAGE = traced("ERROR", "Usage: bootlume [-c] Text1 Text2", MAIN_FILE, MAIN)

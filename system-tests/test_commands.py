@@ -6,9 +6,9 @@ import socket
 
 import pytest
 
-from lines import (ALL_LINES, ENDING, FIRST_RING_ROW, OWN_LINES, SERVER, UNIX_SERVER,
-                   is_dispatching, lines_of, still_page, traced, wait_until_running)
-from virtual_device import SOCKET, wait_until
+from desk import SOCKET, is_dispatching, wait_until, wait_until_running
+from desk.lines import (ALL_LINES, ENDING, FIRST_RING_ROW, OWN_LINES, SERVER, UNIX_SERVER,
+                        lines_of, still_page, traced)
 
 def got(text):
     return traced("DEBUG", f"Got Message from socket, command = {text}", UNIX_SERVER, SERVER)

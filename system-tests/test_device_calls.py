@@ -5,7 +5,7 @@ import os
 
 import pytest
 
-from virtual_device import DEVICE
+from desk import DEVICE
 
 OUTPUT, MMAP, RGB565, ANY_FIELD, SRGB = 2, 1, 0x50424752, 0, 8
 READ_WRITE, SHARED = 3, 1

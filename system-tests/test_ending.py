@@ -10,9 +10,8 @@ from pathlib import Path
 
 import pytest
 
-from lines import (ALL_LINES, DISPATCHER, ENDING, LOOP, OWN_LINES, SERVER, WATCHER,
-                   lines_of, listens, traced, wait_until_running)
-from virtual_device import DEVICE, SOCKET, TRACE_CONFIG
+from desk import DEVICE, LOOP, SOCKET, TRACE_CONFIG, listens, wait_until_running
+from desk.lines import ALL_LINES, DISPATCHER, ENDING, OWN_LINES, SERVER, WATCHER, lines_of, traced
 
 LONGEST_TO_CLOSE_MS = 60
 LONGEST_TO_END_MS = 80

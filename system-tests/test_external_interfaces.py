@@ -9,12 +9,10 @@ from pathlib import Path
 
 import pytest
 
-from lines import (ALL_LINES, LOOP, MAIN_FILE, OWN_LINES, WATCHER, is_dispatching, lines_of,
-                   listens, still_page, traced, wait_until_running)
-from virtual_device import (DEVICE, HEIGHT, LANGUAGE, SOCKET, TRACE_CONFIG, WIDTH, Desk,
-                            send_datagram, wait_until)
+from desk import (DEVICE, HEIGHT, LANGUAGE, LOOP, SHELL, SOCKET, TRACE_CONFIG, WIDTH, Desk,
+                  is_dispatching, listens, send_datagram, wait_until, wait_until_running)
+from desk.lines import ALL_LINES, MAIN_FILE, OWN_LINES, WATCHER, lines_of, still_page, traced
 
-SHELL = "#!/usr/bin/env -S -u LD_PRELOAD /bin/sh\n"
 LOG_LOCAL1 = 17 << 3
 
 

@@ -7,8 +7,8 @@ import subprocess
 
 import pytest
 
+from desk import sanitizer_runtimes
 from faults import ERRORS, NOT_MADE, OTHERS, RARE, Bench, outcomes
-from virtual_device import sanitizer_runtimes
 
 LONG = bool(os.environ.get("BOOTLUME_LONG"))
 

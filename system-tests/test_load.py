@@ -8,8 +8,8 @@ import subprocess
 import sys
 import threading
 
-from lines import ALL_LINES, wait_until_running
-from virtual_device import SOCKET
+from desk import SOCKET, wait_until_running
+from desk.lines import ALL_LINES
 
 LONG = bool(os.environ.get("BOOTLUME_LONG"))
 DATAGRAMS = 1_000_000 if LONG else 20_000

@@ -10,7 +10,7 @@ import signal
 
 import pytest
 
-from virtual_device import LANGUAGE, wait_until
+from desk import LANGUAGE, wait_until
 
 PERIOD = 30_000_000
 MS = 1_000_000

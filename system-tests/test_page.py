@@ -4,8 +4,9 @@ import re
 
 import pytest
 
-from reference_page import DEFAULT_TITLE, WHITE, assert_same, difference, page
-from virtual_device import LANGUAGE
+from desk import LANGUAGE
+from desk.pictures import WHITE, different_pixels
+from reference_page import DEFAULT_TITLE, assert_same, page
 
 # The first picture on the screen is the white one of the set-up; the ring begins with the second.
 FIRST = 2
@@ -199,7 +200,7 @@ def test_the_language_can_be_switched_while_the_splash_runs(desk, splash, same):
         changed = screen.frame_number
         under_way, *others = screen.frames(4, first=changed + 1)
         one_of_the_two = [shown(under_way.number - FIRST) for shown in (before, after)]
-        same(min(one_of_the_two, key=lambda shown: difference(shown, under_way.pixels)[1]), under_way)
+        same(min(one_of_the_two, key=lambda shown: different_pixels(shown, under_way.pixels)[0]), under_way)
         for frame in others:
             same(after(frame.number - FIRST), frame)
 

@@ -13,9 +13,8 @@ from pathlib import Path
 
 import pytest
 
-from lines import (ENDING, OWN_LINES, SERVER, is_dispatching, lines_of, listens, traced,
-                   wait_until_running)
-from virtual_device import SOCKET, sanitizer_runtimes, wait_until
+from desk import SOCKET, end_by_signal, is_dispatching, listens, sanitizer_runtimes, wait_until, wait_until_running
+from desk.lines import ENDING, OWN_LINES, SERVER, lines_of, traced
 
 LONG = bool(os.environ.get("BOOTLUME_LONG"))
 LONGEST_S = 10
@@ -31,16 +30,6 @@ def close_all(*descriptors):
         for descriptor in descriptors:
             os.close(descriptor)
     return close
-
-
-def end_by_signal(splash):
-    """For a splash that no command reaches."""
-    def ended():
-        if is_dispatching(splash):
-            splash.signal(signal.SIGINT)
-        return splash.process.poll() is not None
-    wait_until(ended, "the end by a signal", LONGEST_S)
-    return splash.wait()
 
 
 def connected(desk):
@@ -185,7 +174,7 @@ def test_too_few_descriptors_at_the_start_never_hang_it(desk, build_dir, run_pre
                 is_dispatching(splash) and splash.screen.streaming)
         wait_until(known, f"a page or an end with {limit} descriptors", LONGEST_S)
         if splash.process.poll() is None:
-            assert end_by_signal(splash) == 0
+            assert end_by_signal(splash, LONGEST_S) == 0
         # 3 is the virtual device's: it refuses to be without its log. 127 is the loader's.
         assert splash.wait() in (0, 255, 3, 127), (limit, splash.stderr)
         if splash.wait() == 255:
@@ -320,7 +309,7 @@ def assert_serves_no_command(desk, splash, reason):
     splash.wait_for_stderr(f"bind error: {reason}")
     turns_on(splash)
     assert not desk.path(SOCKET).is_socket()
-    assert end_by_signal(splash) == 0
+    assert end_by_signal(splash, LONGEST_S) == 0
 
 
 def test_a_folder_in_the_sockets_place_costs_the_commands_only(desk):
@@ -346,7 +335,7 @@ def test_a_removed_socket_costs_further_commands_only(desk):
     splash = wait_until_running(desk.start())
     desk.path(SOCKET).unlink()
     turns_on(splash)
-    assert end_by_signal(splash) == 0
+    assert end_by_signal(splash, LONGEST_S) == 0
     assert splash.stderr == ""
 
 

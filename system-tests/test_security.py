@@ -7,8 +7,9 @@ import stat
 
 import pytest
 
-from lines import ENDING, OWN_LINES, SOURCE, is_dispatching, lines_of, wait_until_running
-from virtual_device import LANGUAGE, SOCKET, TRACE_CONFIG, sanitizer_runtimes, wait_until
+from desk import (LANGUAGE, SOCKET, SOURCE, TRACE_CONFIG, end_by_signal, sanitizer_runtimes,
+                  wait_until, wait_until_running)
+from desk.lines import ENDING, OWN_LINES, lines_of
 
 UNIT = SOURCE / "packaging/systemd/bootlume.service"
 USUAL_MASK = 0o022
@@ -113,14 +114,7 @@ def test_a_folder_that_somebody_put_there_costs_the_commands(open_desk, unprivil
     splash = open_desk.start()
     splash.wait_for_stderr("bind error: ")
     splash.screen.wait_for_frame(3)
-    wait_until(lambda: is_dispatching(splash), "the loop")
-
-    def ended():
-        if splash.process.poll() is None:
-            splash.signal(signal.SIGINT)
-        return splash.process.poll() is not None
-    wait_until(ended, "the end")
-    assert splash.wait() == 0
+    assert end_by_signal(splash) == 0
 
 
 # -- the process -------------------------------------------------------------------------------

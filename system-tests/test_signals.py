@@ -1,18 +1,15 @@
 """Storms of signals: the program always ends, with status 0, however many come and whenever."""
 
 import os
-import re
-import signal
 import subprocess
 import sys
 import threading
 import time
-from pathlib import Path
 
 import pytest
 
-from lines import ALL_LINES, ENDING, is_dispatching, lines_of, wait_until_running
-from virtual_device import wait_until
+from desk import end_by_signal, handles_signals, wait_until, wait_until_running
+from desk.lines import ALL_LINES, ENDING, lines_of
 
 LONG = bool(os.environ.get("BOOTLUME_LONG"))
 STORM = 10_000
@@ -62,24 +59,6 @@ def storm():
     return Storm()
 
 
-def handles_signals(splash):
-    """Whether main has come so far: before that a signal ends any program."""
-    assert splash.process.poll() is None, f"ended by {splash.process.returncode}"
-    status = Path(f"/proc/{splash.pid}/status").read_text()
-    caught = int(re.search(r"^SigCgt:\s*(\w+)", status, re.MULTILINE)[1], 16)
-    return caught & 3 == 3
-
-
-def end(splash):
-    """A stop that came before the loop is lost: signals until it has gone."""
-    def gone():
-        if splash.process.poll() is None and is_dispatching(splash):
-            splash.signal(signal.SIGINT)
-        return splash.process.poll() is not None
-    wait_until(gone, "the end", LONGEST_S)
-    return splash.wait()
-
-
 def by_signal(splash):
     return [line for line in lines_of(splash, ENDING) if "End splash-screen with SIG." in line]
 
@@ -93,7 +72,7 @@ def test_a_storm_from_the_start_on_ends_it_with_status_0(desk, run_prefix, storm
     splash = desk.start("Title", "Lines")
     wait_until(lambda: handles_signals(splash), "the handlers")
     storm.break_loose(splash)
-    assert end(splash) == 0
+    assert end_by_signal(splash, LONGEST_S) == 0
     assert storm.sent() > 0
     assert by_signal(splash) and splash.stderr == ""
 
@@ -112,7 +91,7 @@ def test_a_storm_during_a_long_start_is_swallowed_whole(desk, storm, run):
     assert sent == STORM
     if held:
         assert by_signal(splash) == []
-    assert end(splash) == 0
+    assert end_by_signal(splash, LONGEST_S) == 0
 
 
 @pytest.mark.parametrize("run", range(RUNS))

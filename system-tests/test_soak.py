@@ -9,8 +9,7 @@ from pathlib import Path
 
 import pytest
 
-from lines import is_dispatching, listens
-from virtual_device import SOCKET, sanitizer_runtimes, wait_until
+from desk import SOCKET, handles_signals, is_dispatching, listens, sanitizer_runtimes, wait_until
 
 LONG = bool(os.environ.get("BOOTLUME_LONG"))
 FRAMES = 1_000_000 if LONG else 3_000
@@ -71,11 +70,6 @@ def test_a_long_life_takes_no_more_than_a_short_one(desk, build_dir, run_prefix,
     assert after.mappings <= before.mappings + 2
 
 
-def handles_signals(pid):
-    caught = re.search(r"^SigCgt:\s*(\w+)", Path(f"/proc/{pid}/status").read_text(), re.MULTILINE)
-    return int(caught[1], 16) & 3 == 3
-
-
 def end_at_random(splash, chance):
     """From a random moment on it is asked to end, again and again: what comes too early is lost."""
     try:
@@ -107,7 +101,7 @@ def test_every_one_of_many_short_lives_ends_and_leaves_nothing(desk, run_prefix,
     for life in range(STARTS):
         armed = life % 3 == 0
         splash = desk.start(*(["-c"] if armed else []), "Title", "Lines")
-        wait_until(lambda: handles_signals(splash.pid), "the handlers")
+        wait_until(lambda: handles_signals(splash), "the handlers")
         end_at_random(splash, chance)
         assert splash.wait() == 0, (life, splash.stderr)
         assert splash.stderr == "" and not splash.screen.streaming

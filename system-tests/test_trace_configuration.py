@@ -5,9 +5,9 @@ import time
 
 import pytest
 
-from lines import (ALL_LINES, DISPATCHER, ENDING, LOOP, OWN_LINES, SERVER, TRACE_FILE,
-                   TRACE_WATCHER, WATCHER, lines_of, traced, wait_until_running)
-from virtual_device import TRACE_CONFIG, wait_until
+from desk import LOOP, TRACE_CONFIG, wait_until, wait_until_running
+from desk.lines import (ALL_LINES, DISPATCHER, ENDING, OWN_LINES, SERVER, TRACE_FILE,
+                        TRACE_WATCHER, WATCHER, lines_of, traced)
 
 LONGEST_TO_FOLLOW_S = 0.2
 CHANGES = 10
@@ -52,7 +52,7 @@ def test_without_a_file_only_important_lines_are_written(desk):
     ("bootlume\t6\t0\t0", {"WARN", "DEBUG", "VERBOSE"}), ("bootlume  6 0 0", set()),
     (" bootlume 6 0 0", {"WARN"}), ("bootlume 6 0", {"WARN"}), ("other 6 0 0", {"WARN"}),
     ("bootlume five 0 0", set()),
-], ids=repr)
+], ids=lambda given: repr(given) if isinstance(given, str) else " ".join(sorted(given)))
 def test_the_level_of_the_entry_is_in_force_from_the_start(desk, line, seen):
     if line == "bootlume  6 0 0":
         line = "bootlume  6 0 0 0"  # the doubled blank shifts the tokens: no level, and no syslog

@@ -15,13 +15,10 @@ from dataclasses import dataclass, field
 
 import pytest
 
-from lines import (ALL_LINES, LOOP, MAIN_FILE, OWN_LINES, PROCESS, WATCHDOG, WORKER, lines_of,
-                   traced, wait_until_running)
-from virtual_device import Desk, wait_until
+from desk import LOOP, SHELL, Desk, wait_until, wait_until_running
+from desk.lines import ALL_LINES, MAIN_FILE, OWN_LINES, PROCESS, WATCHDOG, WORKER, lines_of, traced
 
 VRX, PLAIN = "/sbin/vrx_reboot", "/sbin/reboot"
-# Without the preload: the shell would be looked at for leaks, too.
-SHELL = "#!/usr/bin/env -S -u LD_PRELOAD /bin/sh\n"
 NEVER = 7777
 
 SOFT_LIMIT = traced("WARN", "startup timeout: rebooting via VRX", WATCHDOG)

@@ -1,13 +1,9 @@
 """What the tests on the board share: the machines asked for, one boot of each, the splash on it."""
-import pathlib
-import shlex
-import sys
-
 import pytest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
-
-from board import boards, pictures  # noqa: E402  (the path comes first)
+from board import boards
+from board_splash import Splash
+from desk import LANGUAGE, SOCKET, TRACE_CONFIG
 
 
 def pytest_addoption(parser):
@@ -67,37 +63,6 @@ def board(bench):
     return bench.usual()
 
 
-class Splash:
-    """The splash on a board, driven from outside."""
-
-    def __init__(self, board, *arguments, **environment):
-        self.board = board
-        settings = " ".join(f"{name}={shlex.quote(value)}" for name, value in environment.items())
-        self.board.output(f"{settings} splash {shlex.join(arguments)}")
-        self.pid = int(self.board.text("cat /run/splash.pid"))
-
-    def wait_until_drawn(self):
-        self.board.output(f"wait_for test -S {boards.SOCKET} && wait_for drawn")
-        return self
-
-    def send(self, text):
-        self.board.output(f"board-tool send {boards.SOCKET} {shlex.quote(text)}")
-
-    def signal(self, name):
-        self.board.output(f"kill -{name} {self.pid}")
-
-    def wait_for_end(self):
-        """The program's exit status, as a shell sees it."""
-        return int(self.board.text("wait_for test -e /run/splash.status && cat /run/splash.status"))
-
-    def log(self):
-        return self.board.text("cat /run/splash.log")
-
-    def screens(self, count):
-        """That many pictures of the screen, one after the other."""
-        return pictures.split(self.board.output(f"screen {count} /run/picture && cat /run/picture"))
-
-
 @pytest.fixture
 def splash(board):
     """Starts a splash, and ends it with the test. Traces and language are as the test left them
@@ -113,7 +78,7 @@ def splash(board):
         return
     for one in started:
         board.run(f"kill -KILL {one.pid}; wait_for test ! -d /proc/{one.pid}")
-    board.output(f"rm -f {boards.TRACE_CONFIG} {boards.LANGUAGE} {boards.SOCKET}")
+    board.output(f"rm -f {TRACE_CONFIG} {LANGUAGE} {SOCKET}")
 
 
 @pytest.fixture

@@ -1,5 +1,5 @@
 """Compares what the screen showed with the pages of one turn of the ring."""
-from board import pictures, reference
+from desk import pictures
 
 
 def nearest(shown, turn):
@@ -8,7 +8,7 @@ def nearest(shown, turn):
                key=lambda found: found[1])
 
 
-def steps(screens, turn, before=(reference.WHITE,), folder=None):
+def steps(screens, turn, before=(pictures.WHITE,), folder=None):
     """The ring's step on each screen. Screens that still show a page of `before` may come first;
     from then on every pixel of every screen must be a page of the turn."""
     known = {page: step for step, page in enumerate(turn)}
@@ -20,9 +20,7 @@ def steps(screens, turn, before=(reference.WHITE,), folder=None):
     if None in found:
         screen = screens[start + found.index(None)]
         page, count, first = nearest(screen, turn)
-        for name, picture in (("shown", screen), ("expected", page),
-                              ("difference", pictures.difference(screen, page))):
-            (folder / f"{name}.png").write_bytes(pictures.png(picture))
+        pictures.save_difference(folder, "screen", page, screen)
         raise AssertionError(f"a screen differs from the nearest page in {count} pixels, first at"
                              f" {first}; the pictures lie in {folder}")
     return found

@@ -4,7 +4,7 @@ import re
 import pytest
 from kernel_log import calls, flips, recording
 
-from board import boards
+from desk import DEVICE
 
 
 def test_flips_alternate_between_the_two_buffers(splash, board):
@@ -67,13 +67,13 @@ def test_an_ended_splash_leaves_the_device_free(splash, board, end):
 
 
 def test_a_board_without_the_device_ends_the_splash_with_255(splash, board):
-    board.output(f"mv {boards.DEVICE} /dev/elsewhere")
+    board.output(f"mv {DEVICE} /dev/elsewhere")
     try:
         running = splash("A", "B")
         assert running.wait_for_end() == 255
         assert "Couldn't open v4l2 overlay device." in running.log()
     finally:
-        board.output(f"mv /dev/elsewhere {boards.DEVICE}")
+        board.output(f"mv /dev/elsewhere {DEVICE}")
 
 
 def test_a_driver_that_refuses_to_stream_ends_the_splash_with_255(splash, board):
@@ -88,7 +88,7 @@ def test_the_driver_keeps_the_surface_contract(bench, board):
     if not (bench.workshop.image.root / "usr/lib/board/surface-contract-test").exists():
         pytest.skip("the build has no surface-contract-test")
     try:
-        status, output = board.run(f"BOOTLUME_CONTRACT_DEVICE={boards.DEVICE} surface-contract-test")
+        status, output = board.run(f"BOOTLUME_CONTRACT_DEVICE={DEVICE} surface-contract-test")
     finally:
         board.output("screen-setup")
     text = output.decode(errors="replace")

@@ -6,14 +6,14 @@ import pytest
 from kernel_log import flips
 from pages import steps
 
-from board import boards
+from desk import SOCKET
 
 SHORT, LONG = 120, 30 * 60
 SENDER = f"""
 count=0
 while [ ! -e /run/stop-sending ]; do
   count=$((count + 1))
-  board-tool send {boards.SOCKET} "Number $count;of many
+  board-tool send {SOCKET} "Number $count;of many
 lines: $count" || break
   echo $count >/run/sending.new
   mv /run/sending.new /run/sending

@@ -2,7 +2,7 @@
 import pytest
 from pages import steps
 
-from board import boards
+from desk import LANGUAGE
 
 CHINESE = '{"selectedLanguage":"zh"}'
 
@@ -24,7 +24,7 @@ def test_two_texts(splash, desk, bench, texts):
 def test_a_chinese_page(splash, desk, bench, board):
     texts = ("Brem K5 配置", "正在启动\nBrem K5 请稍候")
     turn = desk.page(*texts, language="zh")
-    board.output(f"echo '{CHINESE}' >{boards.LANGUAGE}")
+    board.output(f"echo '{CHINESE}' >{LANGUAGE}")
     shows(splash(*texts), bench, turn)
     assert turn[0] != desk.page(*texts, language="de")[0], "the language makes a difference"
 

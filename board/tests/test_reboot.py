@@ -2,9 +2,9 @@
 import re
 
 import pytest
-from conftest import Splash
+from board_splash import Splash
 
-from board import boards
+from desk import SOCKET
 
 CALLED = r"\[ *([\d.]+)\] vrx_reboot: called"
 RESTART = r"\[ *([\d.]+)\] reboot: Restarting system"
@@ -60,7 +60,7 @@ def test_a_splash_that_is_ended_in_time_restarts_nothing(bench):
     board = bench.usual()
     # A board on a busy host comes up slowly, and ends a splash slowly, too.
     limit = 8 + int(board.boot_seconds)
-    for end in (f"board-tool send {boards.SOCKET} QUIT", "kill -INT $(cat /run/splash.pid)"):
+    for end in (f"board-tool send {SOCKET} QUIT", "kill -INT $(cat /run/splash.pid)"):
         begin, ended, status = (int(word) for word in board.text(f"""
             cut -d. -f1 /proc/uptime
             {armed(limit, limit + 1)}

@@ -1,11 +1,11 @@
 """What the splash tells: its trace configuration at the real path, and a real syslog daemon."""
 import re
 
-from board import boards
+from desk import TRACE_CONFIG
 
 
 def configure(board, line):
-    board.output(f"echo '{line}' >{boards.TRACE_CONFIG}")
+    board.output(f"echo '{line}' >{TRACE_CONFIG}")
 
 
 def messages(board, text):

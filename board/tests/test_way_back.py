@@ -4,7 +4,7 @@ import struct
 import pytest
 from pages import steps
 
-from board import boards, pictures
+from desk import DEVICE, pictures
 from board.channel import parse_frames
 
 PATTERN = struct.pack(f"<{pictures.WIDTH * pictures.HEIGHT}H",
@@ -13,7 +13,7 @@ PATTERN = struct.pack(f"<{pictures.WIDTH * pictures.HEIGHT}H",
 
 
 def test_a_picture_shown_by_the_driver_comes_back_pixel_for_pixel(board):
-    board.output(f"board-tool pattern {boards.DEVICE} >/run/pattern.log 2>&1 & echo $! >/run/pattern.pid")
+    board.output(f"board-tool pattern {DEVICE} >/run/pattern.log 2>&1 & echo $! >/run/pattern.pid")
     try:
         shown = pictures.split(board.output("screen 4 /run/picture && cat /run/picture"))
     finally:
@@ -46,4 +46,4 @@ def test_one_wrong_pixel_on_one_screen_is_found(tmp_path):
     wrong[2 * (5 * pictures.WIDTH + 7)] ^= 1
     with pytest.raises(AssertionError, match=r"in 1 pixels, first at \(7, 5\)"):
         steps([PATTERN, bytes(wrong)], [PATTERN], folder=tmp_path)
-    assert (tmp_path / "difference.png").exists()
+    assert (tmp_path / "screen-difference.png").exists()

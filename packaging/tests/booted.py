@@ -5,17 +5,14 @@ memory disk; the kernel, the emulator and the line to it are those of the board'
 """
 
 import dataclasses
-import os
 import shutil
 import subprocess
-import sys
 from pathlib import Path
 
-SOURCE = Path(__file__).resolve().parent.parent.parent
-HERE = Path(__file__).resolve().parent
-sys.path.insert(0, str(SOURCE))
+from board import emulated, machines
+from desk import SOURCE, python_environment
 
-from board import emulated, machines  # noqa: E402  (the path comes first)
+HERE = Path(__file__).resolve().parent
 
 MODULE = "vivid"
 MEMORY_MB = 1536
@@ -113,7 +110,7 @@ class Installed:
         self.disk = folder / "initramfs"
         subprocess.run(["unshare", "--mount", "--propagation", "private", "sh", "-euc", ARCHIVE, "-",
                         root.path, root.folder, self.disk],
-                       check=True, cwd=SOURCE, env={**os.environ, "PYTHONPATH": str(SOURCE)})
+                       check=True, cwd=SOURCE, env=python_environment())
 
     def boot(self, *words):
         """A machine, to be used with "with"; the words are on the kernel's command line."""

@@ -15,10 +15,7 @@ import sys
 import tempfile
 from pathlib import Path
 
-SOURCE = Path(__file__).resolve().parent.parent.parent
-sys.path.insert(0, str(SOURCE / "system-tests"))
-
-from virtual_device import COUNTED, LANGUAGE, Desk, wait_until  # noqa: E402
+from desk import COUNTED, LANGUAGE, SOURCE, Desk
 
 TREE = os.environ.get("BOOTLUME_FONT_TREE", str(SOURCE / "packaging/fontconfig"))
 FAMILIES = ("Univers Next W1G Medium", "Droid Sans Fallback")

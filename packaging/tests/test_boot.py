@@ -6,16 +6,14 @@ Each machine is booted once for several tests, which therefore run in their orde
 import os
 import re
 import shutil
-import sys
 
 import pytest
 
 import booted
+from board.reference import Reference
+from desk import pictures
 from test_documented_commands import command_blocks
 from test_installation import INSTALL, CleanRoot
-
-from board import pictures
-from board.reference import Reference
 
 pytestmark = [
     pytest.mark.skipif(os.geteuid() != 0, reason="only root may make the machine's root"),

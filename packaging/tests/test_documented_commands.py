@@ -13,9 +13,9 @@ from pathlib import Path
 
 import pytest
 
+from desk import SOURCE
 from test_installation import INSTALL, START, WAIT_FOR_FRAMES, CleanRoot
 
-SOURCE = Path(__file__).resolve().parent.parent.parent
 HERE = Path(__file__).resolve().parent
 
 # Commands that this test cannot run itself, and who runs them.

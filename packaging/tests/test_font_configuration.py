@@ -5,7 +5,6 @@ page; a family that is installed by its own name is put beside them where a test
 """
 
 import json
-import os
 import shutil
 import struct
 import subprocess
@@ -13,6 +12,8 @@ import sys
 from pathlib import Path
 
 import pytest
+
+from desk import python_environment
 
 HERE = Path(__file__).resolve().parent
 LATIN = "Univers Next W1G Medium"
@@ -31,7 +32,7 @@ pytestmark = pytest.mark.skipif(not can_isolate(), reason="no mount namespace ma
 def measure(build_dir, configuration, language, *options, **env):
     done = subprocess.run(
         [HERE / "device_fonts.sh", sys.executable, HERE / "first_page.py", build_dir, configuration,
-         language, *options], capture_output=True, text=True, check=False, env={**os.environ, **env})
+         language, *options], capture_output=True, text=True, check=False, env={**python_environment(), **env})
     assert done.returncode == 0, done.stderr
     return json.loads(done.stdout)
 

@@ -9,9 +9,10 @@ import shutil
 import subprocess
 from pathlib import Path
 
-import numpy
 import pytest
 from PIL import Image
+
+from desk import Screen, pictures, python_environment
 
 HERE = Path(__file__).resolve().parent
 # The package manager's own memory, and nothing of the packages.
@@ -91,25 +92,17 @@ def root(request, source, tmp_path):
 
 def reference_page(build_dir, number):
     """The same page drawn by this build: the ring stands there where it stood in frame `number`."""
-    script = (f"import sys; sys.path.insert(0, '{HERE.parent.parent}/system-tests')\n"
-              "from virtual_device import Desk\n"
+    script = ("import sys\n"
+              "from desk import Desk\n"
               f"with Desk('{build_dir}/bin/bootlume', '{build_dir}/lib/libvirtual-device.so') as desk:\n"
               "    splash = desk.start('Brem K5 Start', 'first line\\\\nsecond line', refresh=20)\n"
               f"    frame = splash.screen.wait_for_frame({number})\n"
               f"    assert frame.number == {number}\n"
               "    sys.stdout.buffer.write(frame.pixels)\n")
     done = subprocess.run([HERE / "device_fonts.sh", "/usr/bin/python3", "-c", script],
-                          capture_output=True, check=False)
+                          capture_output=True, check=False, env=python_environment())
     assert done.returncode == 0, done.stderr.decode()
-    return done.stdout[-480 * 800 * 2:]
-
-
-def as_rgb(pixels):
-    """RGB565 as the preview writes it: the brightest of each colour is 255."""
-    wide = numpy.frombuffer(pixels, "<u2").astype(numpy.uint32)
-    red, green, blue = wide >> 11, wide >> 5 & 63, wide & 31
-    return numpy.stack([red << 3 | red >> 2, green << 2 | green >> 4, blue << 3 | blue >> 2],
-                       axis=-1).astype(numpy.uint8).tobytes()
+    return done.stdout[-pictures.SIZE:]
 
 
 def test_installed_splash_shows_its_page_and_answers(root, build_dir):
@@ -127,7 +120,6 @@ wait $splash; echo $? >/answers/splash-status
     assert root.answer("refused-status") == "3\n" and "no splash" in root.answer("refused")
     assert root.answer("version").startswith("bootlumectl ")
 
-    from virtual_device import Screen
     screen = Screen(root.changes / "answers/screen")
     assert screen.frame_number >= 12 and not screen.streaming
     frame = screen.frame()
@@ -144,7 +136,7 @@ ls -A /tmp >/answers/temporary
     assert root.answer("table").splitlines()[-1] == "36 pages, no findings"
     assert root.answer("temporary") == ""
     with Image.open(root.changes / "answers/page.png") as picture:
-        assert picture.convert("RGB").tobytes() == as_rgb(reference_page(build_dir, 2))
+        assert picture.convert("RGB").tobytes() == pictures.image(reference_page(build_dir, 2)).tobytes()
 
 
 def test_service_is_enabled_and_its_fonts_are_found(root):

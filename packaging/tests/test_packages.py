@@ -7,6 +7,8 @@ import subprocess
 
 import pytest
 
+from desk import DEVICE
+
 MOST_EXPOSURE = 3.0
 UNITS = ("bootlume.service", "bootlume-quit.service", "bootlume-quit@.service")
 
@@ -112,7 +114,6 @@ def test_unit_is_closed_enough(source, unit, capsys):
 
 
 def test_service_waits_for_the_device_that_the_program_opens(source):
-    from virtual_device import DEVICE
     unit = (source / "packaging/systemd/bootlume.service").read_text()
     escaped = subprocess.run(["systemd-escape", "--path", "--suffix=device", DEVICE],
                              capture_output=True, text=True, check=True).stdout.strip()

@@ -1,7 +1,7 @@
 # Sourced by scripts/test: runs one stage after the other, goes on after a failure, and sums up.
 # shellcheck shell=bash
-# shellcheck source=scripts/lib/pytest.sh
-. scripts/lib/pytest.sh
+# shellcheck source=scripts/lib/python.sh
+. scripts/lib/python.sh
 # shellcheck source=scripts/lib/roots.sh
 . scripts/lib/roots.sh
 

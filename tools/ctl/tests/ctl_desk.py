@@ -1,25 +1,17 @@
 """A desk with the program on it, and the client beside it."""
 
-import os
 import subprocess
-import sys
-from pathlib import Path
 
 import pytest
 
-REPOSITORY = Path(__file__).resolve().parents[3]
-sys.path.insert(0, str(REPOSITORY / "system-tests"))
+from desk import BUILD, SOCKET, Desk, listens, wait_until
 
-import virtual_device  # noqa: E402
-from lines import listens  # noqa: E402
-
-BUILD = REPOSITORY / "build" / os.environ.get("BOOTLUME_PRESET", "release")
 SECONDS = 30
 
 
 @pytest.fixture
 def desk():
-    with virtual_device.Desk() as made:
+    with Desk() as made:
         yield made
 
 
@@ -36,6 +28,6 @@ def ctl(desk):
 
 def wait_for_answer(splash):
     """Waits until the splash has its socket bound; sends nothing."""
-    path = splash.desk.path(virtual_device.SOCKET)
-    virtual_device.wait_until(lambda: listens(path), f"an answer at {path}")
+    path = splash.desk.path(SOCKET)
+    wait_until(lambda: listens(path), f"an answer at {path}")
     return splash

@@ -4,9 +4,10 @@ import re
 import subprocess
 
 import pytest
-from ctl_desk import BUILD, REPOSITORY
 
-COMPLETION = REPOSITORY / "tools/ctl/completion/bootlumectl"
+from desk import BUILD, SOURCE
+
+COMPLETION = SOURCE / "tools/ctl/completion/bootlumectl"
 
 
 def complete(*words):

@@ -8,8 +8,9 @@ import sys
 import threading
 
 import pytest
-import virtual_device as vd
-from ctl_desk import BUILD, SECONDS, wait_for_answer
+
+from ctl_desk import SECONDS, wait_for_answer
+from desk import BUILD, SOCKET, Desk, wait_until
 
 
 def test_the_splash_has_gone_when_it_returns(desk, ctl):
@@ -36,7 +37,7 @@ def test_the_message_is_repeated_until_it_is_heard(desk, ctl):
             "s.bind(sys.argv[1])\n"
             "print('up', flush=True)\n"
             "sys.exit({s.recv(100) for _ in range(3)} != {b'QUIT'})\n")
-    with subprocess.Popen([sys.executable, "-c", code, desk.path(vd.SOCKET)],
+    with subprocess.Popen([sys.executable, "-c", code, desk.path(SOCKET)],
                           stdout=subprocess.PIPE, text=True) as deaf:
         assert deaf.stdout.readline() == "up\n"
         try:
@@ -49,13 +50,13 @@ def test_the_message_is_repeated_until_it_is_heard(desk, ctl):
 def test_without_a_splash_it_says_so(desk, ctl):
     done = ctl("quit")
     assert done.returncode == 3
-    assert done.stderr == f"bootlumectl: no splash answers at {desk.path(vd.SOCKET)}\n"
+    assert done.stderr == f"bootlumectl: no splash answers at {desk.path(SOCKET)}\n"
 
 
 def test_a_file_that_a_splash_left_behind_counts_as_no_splash(desk, ctl):
     splash = wait_for_answer(desk.start())
     assert splash.quit() == 0
-    assert desk.path(vd.SOCKET).is_socket()
+    assert desk.path(SOCKET).is_socket()
     assert ctl("quit").returncode == 3
 
 
@@ -81,9 +82,9 @@ def test_it_ends_only_the_splash_that_was_there(desk, ctl):
     client = threading.Thread(target=lambda: results.append(ctl("quit")))
     client.start()
     # The first one is on its way out; another takes its path.
-    path = desk.path(vd.SOCKET)
+    path = desk.path(SOCKET)
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as second:
-        vd.wait_until(lambda: ctl("status").returncode == 3, "the first one's socket to be closed")
+        wait_until(lambda: ctl("status").returncode == 3, "the first one's socket to be closed")
         path.unlink()
         second.bind(str(path))
         second.setblocking(False)
@@ -95,16 +96,16 @@ def test_it_ends_only_the_splash_that_was_there(desk, ctl):
 
 
 def test_a_folder_in_the_sockets_place_counts_as_no_splash(desk, ctl):
-    desk.path(vd.SOCKET).mkdir(parents=True)
+    desk.path(SOCKET).mkdir(parents=True)
     done = ctl("quit")
     assert done.returncode == 3
-    assert done.stderr == f"bootlumectl: no splash answers at {desk.path(vd.SOCKET)}\n"
+    assert done.stderr == f"bootlumectl: no splash answers at {desk.path(SOCKET)}\n"
 
 
 def test_a_root_too_long_for_a_socket_address_works(tmp_path):
     root = tmp_path / ("long" * 40)
     root.mkdir()
-    with vd.Desk(root=root) as desk:
+    with Desk(root=root) as desk:
         splash = wait_for_answer(desk.start())
         client = [BUILD / "bin/bootlumectl", "--root", root]
         told = subprocess.run([*client, "status"], capture_output=True, text=True, check=False)
@@ -129,7 +130,7 @@ def as_nobody(desk):
 
 def test_another_user_s_splash_is_told_by_its_socket(desk, as_nobody):
     splash = wait_for_answer(desk.start())
-    desk.path(vd.SOCKET).chmod(0o777)
+    desk.path(SOCKET).chmod(0o777)
     told = as_nobody("status")
     assert told.returncode == 0
     assert "another user" in told.stdout
@@ -139,8 +140,8 @@ def test_another_user_s_splash_is_told_by_its_socket(desk, as_nobody):
 
 def test_a_socket_that_may_not_be_written_gives_the_reason(desk, as_nobody):
     splash = wait_for_answer(desk.start())
-    desk.path(vd.SOCKET).chmod(0o600)
+    desk.path(SOCKET).chmod(0o600)
     done = as_nobody("quit")
     assert done.returncode == 1
-    assert done.stderr == f"bootlumectl: {desk.path(vd.SOCKET)}: Permission denied\n"
+    assert done.stderr == f"bootlumectl: {desk.path(SOCKET)}: Permission denied\n"
     assert splash.process.poll() is None

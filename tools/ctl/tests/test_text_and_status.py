@@ -6,8 +6,9 @@ import subprocess
 import time
 
 import pytest
-import virtual_device as vd
-from ctl_desk import BUILD, wait_for_answer
+
+from ctl_desk import wait_for_answer
+from desk import BUILD, DEADLINE, SOCKET
 
 REFUSED = [
     (["A;B", "line"], "the title holds a semicolon"),
@@ -90,19 +91,19 @@ def test_a_text_too_long_for_one_message_is_refused(desk, splash):
 def test_a_text_without_a_splash_says_so(desk, ctl):
     done = ctl("text", "Title", "line")
     assert done.returncode == 3
-    assert done.stderr == f"bootlumectl: no splash answers at {desk.path(vd.SOCKET)}\n"
+    assert done.stderr == f"bootlumectl: no splash answers at {desk.path(SOCKET)}\n"
 
 
 def test_status_tells_the_process_and_its_start(desk, ctl, splash):
     done = ctl("status")
     assert done.returncode == 0
     found = re.fullmatch(
-        rf"a splash answers at {re.escape(str(desk.path(vd.SOCKET)))}: process {splash.pid}, "
+        rf"a splash answers at {re.escape(str(desk.path(SOCKET)))}: process {splash.pid}, "
         r"since (\d{4}-\d\d-\d\d \d\d:\d\d:\d\d) \((\d+\.\d) s\)\n", done.stdout)
     assert found, done.stdout
     since = datetime.datetime.strptime(found[1], "%Y-%m-%d %H:%M:%S").timestamp()
     assert abs(time.time() - float(found[2]) - since) < 3
-    assert float(found[2]) < vd.DEADLINE
+    assert float(found[2]) < DEADLINE
 
 
 def test_status_sends_nothing(ctl, splash):
@@ -117,4 +118,4 @@ def test_status_of_a_splash_that_has_ended_says_none(desk, ctl, splash):
     assert splash.quit() == 0
     done = ctl("status")
     assert (done.returncode, done.stdout) == \
-        (3, f"no splash answers at {desk.path(vd.SOCKET)}\n")
+        (3, f"no splash answers at {desk.path(SOCKET)}\n")

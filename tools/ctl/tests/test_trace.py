@@ -6,14 +6,14 @@ import subprocess
 import threading
 
 import pytest
-import virtual_device as vd
-from ctl_desk import BUILD
+
+from desk import BUILD, TRACE_CONFIG
 
 OTHERS = "# levels\nOther 4 0 1\n\nbootlume-helper 3 80002 0\n"
 
 
 def config(desk):
-    return desk.path(vd.TRACE_CONFIG)
+    return desk.path(TRACE_CONFIG)
 
 
 @pytest.mark.parametrize("before,arguments,after", [
@@ -38,7 +38,7 @@ def config(desk):
     ("\xff\xfe broken\n", ["5"], "\xff\xfe broken\nbootlume 5 0 0\n"),
 ])
 def test_only_the_splash_s_entry_changes(desk, ctl, before, arguments, after):
-    desk.write(vd.TRACE_CONFIG, before.encode("latin-1"))
+    desk.write(TRACE_CONFIG, before.encode("latin-1"))
     done = ctl("trace", *arguments)
     assert done.returncode == 0, done.stderr
     assert config(desk).read_bytes() == after.encode("latin-1")
@@ -81,7 +81,7 @@ def test_a_running_splash_follows_at_once(desk, ctl):
 @pytest.mark.parametrize("content", [b"bootlume 5 \0 0\n" * 3, b"x 1 0 0\n" * 200_000],
                          ids=["zero bytes", "1.6 MB"])
 def test_what_is_no_trace_configuration_is_left_as_it_is(desk, ctl, content):
-    desk.write(vd.TRACE_CONFIG, content)
+    desk.write(TRACE_CONFIG, content)
     done = ctl("trace", "5")
     assert done.returncode == 1
     assert "it is left as it is" in done.stderr
@@ -121,7 +121,7 @@ def test_a_link_is_followed_and_stays_a_link(desk, ctl):
 
 def test_a_full_disk_leaves_the_entries_as_they_were(desk):
     before = "bootlume 4 0 0\nother 1 0 0\n"
-    desk.write(vd.TRACE_CONFIG, before)
+    desk.write(TRACE_CONFIG, before)
     done = subprocess.run(
         ["bash", "-c", 'ulimit -f 0; trap "" XFSZ; exec "$@"', "-", BUILD / "bin/bootlumectl",
          "--root", desk.root, "trace", "5", "--mask", "80002,80004"],
@@ -134,7 +134,7 @@ def test_a_full_disk_leaves_the_entries_as_they_were(desk):
 def test_a_file_that_gets_shorter_never_ends_in_a_piece_of_an_old_line(desk):
     """Caught in the moment between the write and the cut: what is left over is empty lines."""
     before = "bootlume 6 0x80002,0x80004 0\nother 1 0 0\nxbootlume 6 0 1\n"
-    desk.write(vd.TRACE_CONFIG, before)
+    desk.write(TRACE_CONFIG, before)
     done = subprocess.run(
         ["strace", "-qq", "-o", desk.root / "strace", "-e", "inject=ftruncate:error=EIO",
          BUILD / "bin/bootlumectl", "--root", desk.root, "trace", "5", "--mask", "NONE"],
@@ -147,7 +147,7 @@ def test_a_file_that_gets_shorter_never_ends_in_a_piece_of_an_old_line(desk):
 def test_no_moment_shows_half_an_entry(desk, ctl):
     """A reader that reads the whole file over and over sees only whole files."""
     others = "a 1 0 0\n" * 50 + "xbootlume 6 0 1\n"
-    desk.write(vd.TRACE_CONFIG, "bootlume 4 0 0\n" + others)
+    desk.write(TRACE_CONFIG, "bootlume 4 0 0\n" + others)
     allowed = {b"a 1 0 0", b"xbootlume 6 0 1", b"", b"bootlume 4 0 0", b"bootlume 5 0 0",
                b"bootlume 6 0x80002,0x80004,0xffffffff 0"}
     strange, done = set(), threading.Event()

@@ -4,9 +4,11 @@ import json
 
 import numpy
 import pytest
-from preview_desk import REPOSITORY, drawn, read_png
 
-CATALOGUE = REPOSITORY / "tools/preview/catalogue.tsv"
+from desk import SOURCE
+from preview_desk import drawn, read_png
+
+CATALOGUE = SOURCE / "tools/preview/catalogue.tsv"
 RING = (240, 364, 69)
 HIGH = "\\n".join("12345")  # the five lines above the ring
 BAD = [

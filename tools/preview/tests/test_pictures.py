@@ -7,10 +7,11 @@ import subprocess
 
 import numpy
 import pytest
-import virtual_device as vd
 from PIL import Image
-from preview_desk import (PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, expanded,
-                          processes_with, read_png)
+
+from desk import wait_until
+from desk.pictures import rgb
+from preview_desk import PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, processes_with, read_png
 
 SERIF = "/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf"
 
@@ -32,7 +33,7 @@ def test_a_picture_is_the_frame_that_was_asked_for(preview, tmp_path, arguments,
     done = preview("--png", file, *arguments)
     assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
     expected = drawn(texts, first=frame, chinese=chinese)[0]
-    assert numpy.array_equal(read_png(file), expanded(expected))
+    assert numpy.array_equal(read_png(file), rgb(expected))
 
 
 def test_an_animation_is_one_turn_of_the_ring_at_its_true_speed(preview, tmp_path):
@@ -46,7 +47,7 @@ def test_an_animation_is_one_turn_of_the_ring_at_its_true_speed(preview, tmp_pat
         for index, frame in enumerate(frames):
             animation.seek(index)
             shown = numpy.asarray(animation.convert("RGB"))
-            assert numpy.array_equal(shown, expanded(frame)), f"frame {index}"
+            assert numpy.array_equal(shown, rgb(frame)), f"frame {index}"
             assert animation.info["timestamp"] + animation.info["duration"] - last == 30
             last += 30
 
@@ -60,18 +61,18 @@ def test_a_font_file_that_is_not_installed_takes_the_family_s_place(preview, tmp
                     '<match target="pattern"><test name="family"><string>Univers Next W1G Medium'
                     '</string></test><edit name="family" mode="assign" binding="strong"><string>'
                     'DejaVu Serif</string></edit></match></fontconfig>')
-    expected = expanded(drawn(TEXTS, env={"FONTCONFIG_FILE": conf})[0])
+    expected = rgb(drawn(TEXTS, env={"FONTCONFIG_FILE": conf})[0])
     assert numpy.array_equal(read_png(page), expected)
-    assert not numpy.array_equal(expected, expanded(drawn(TEXTS)[0]))
+    assert not numpy.array_equal(expected, rgb(drawn(TEXTS)[0]))
 
 
 def test_a_chinese_font_file_is_used_for_chinese_alone(preview, tmp_path):
     page = tmp_path / "page.png"
     latin = ("Title", "Latin")
     assert preview("--font-chinese", SERIF, "--png", page, *latin).returncode == 0
-    assert numpy.array_equal(read_png(page), expanded(drawn(latin)[0]))
+    assert numpy.array_equal(read_png(page), rgb(drawn(latin)[0]))
     assert preview("--font-chinese", SERIF, "--chinese", "--png", page, *latin).returncode == 0
-    assert not numpy.array_equal(read_png(page), expanded(drawn(latin, chinese=True)[0]))
+    assert not numpy.array_equal(read_png(page), rgb(drawn(latin, chinese=True)[0]))
 
 
 @pytest.mark.parametrize("font,reason", [(__file__, "holds no font"), ("/nowhere", "no such file")])
@@ -88,7 +89,7 @@ def test_without_a_display_and_a_terminal_the_picture_is_written_and_named(previ
     assert "no display" in done.stdout
     assert f"picture of the page: {file}\n" in done.stdout
     shown = read_png(file)
-    assert any(numpy.array_equal(shown, expanded(frame)) for frame in drawn(TEXTS, count=TURN))
+    assert any(numpy.array_equal(shown, rgb(frame)) for frame in drawn(TEXTS, count=TURN))
 
 
 @pytest.mark.parametrize("arguments,status,reason", [
@@ -125,11 +126,11 @@ def test_a_signal_ends_all_of_it(scratch, tmp_path, number):
     """The folder and the processes are looked for when the test is over, as after every test."""
     running = subprocess.Popen([PREVIEW, "--animation", tmp_path / "page.webp", *TEXTS],
                                env=environment(scratch), stderr=subprocess.DEVNULL)
-    vd.wait_until(lambda: list(scratch.glob("*/tmp/.bootlume")), "the splash")
+    wait_until(lambda: list(scratch.glob("*/tmp/.bootlume")), "the splash")
     assert len(processes_with(str(scratch))) >= 3
     running.send_signal(number)
     assert running.wait(SECONDS) == -number
-    vd.wait_until(lambda: not processes_with(str(scratch)), "the end of all processes")
+    wait_until(lambda: not processes_with(str(scratch)), "the end of all processes")
 
 
 def test_a_splash_that_hangs_is_ended_by_force(preview, tmp_path):
@@ -139,7 +140,7 @@ def test_a_splash_that_hangs_is_ended_by_force(preview, tmp_path):
     note = tmp_path / "pid"
     running = subprocess.Popen([PREVIEW, "--bootlume", script, "--png", tmp_path / "x.png", note,
                                 "x"], env=dict(os.environ, TMPDIR=str(tmp_path)))
-    vd.wait_until(lambda: note.exists() and note.read_text().strip(), "the script")
+    wait_until(lambda: note.exists() and note.read_text().strip(), "the script")
     running.send_signal(signal.SIGTERM)
     assert running.wait(SECONDS) == -signal.SIGTERM
     assert not os.path.exists(f"/proc/{note.read_text().strip()}")
@@ -155,5 +156,5 @@ def test_an_orderly_end_is_asked_for(scratch, tmp_path):
     done = subprocess.run([PREVIEW, "--bootlume", script, "--png", tmp_path / "x.png"],
                           env=environment(scratch), timeout=SECONDS, check=False)
     assert done.returncode == 0
-    vd.wait_until(note.exists, "the end of the splash")
-    vd.wait_until(lambda: note.read_text() == "0\n", "status 0")
+    wait_until(note.exists, "the end of the splash")
+    wait_until(lambda: note.read_text() == "0\n", "status 0")

@@ -6,8 +6,10 @@ import subprocess
 
 import numpy
 import pytest
-import virtual_device as vd
-from preview_desk import PREVIEW, TEXTS, TURN, drawn, environment, expanded, read_png
+
+from desk import wait_until
+from desk.pictures import rgb
+from preview_desk import PREVIEW, TEXTS, TURN, drawn, environment, read_png
 
 
 class Terminal:
@@ -34,7 +36,7 @@ class Terminal:
         return self.tmux("capture-pane", "-p", *options).split("\n")
 
     def wait_for(self, text):
-        vd.wait_until(lambda: any(text in line for line in self.lines()), repr(text))
+        wait_until(lambda: any(text in line for line in self.lines()), repr(text))
 
     def close(self):
         self.tmux("kill-server")
@@ -58,7 +60,7 @@ def test_it_says_why_and_shows_the_texts_and_a_turning_ring(terminal):
     terminal.wait_for("Das Gerät wird gestartet")
     terminal.wait_for("Bitte warten")
     first = picture_in(terminal)
-    vd.wait_until(lambda: picture_in(terminal) != first, "the ring to turn")
+    wait_until(lambda: picture_in(terminal) != first, "the ring to turn")
     # White paper.
     assert re.search(r"\x1b\[[0-9;]*(255;255;255|48;5;231|48;5;15|107|47|7)m", "\n".join(first))
     terminal.type("q")
@@ -82,7 +84,7 @@ def test_ctrl_c_ends_it_and_gives_the_terminal_back(terminal):
     terminal.run(PREVIEW, *TEXTS)
     terminal.wait_for("q quit")
     terminal.tmux("send-keys", "C-c")
-    vd.wait_until(lambda: terminal.tmux("display-message", "-p", "#{alternate_on}") == "0\n",
+    wait_until(lambda: terminal.tmux("display-message", "-p", "#{alternate_on}") == "0\n",
                   "the terminal back")
 
 
@@ -93,14 +95,14 @@ def test_p_writes_a_picture_and_says_where(terminal, tmp_path):
     terminal.wait_for("bootlume-1.png")
     assert terminal.lines()[29].startswith("q quit"), "the keys are still told"
     shown = read_png(tmp_path / "bootlume-1.png")
-    assert any(numpy.array_equal(shown, expanded(f)) for f in drawn(TEXTS, count=TURN))
+    assert any(numpy.array_equal(shown, rgb(f)) for f in drawn(TEXTS, count=TURN))
     terminal.type("q")
     terminal.wait_for("status 0.")
 
 
 def test_l_switches_the_language(terminal, tmp_path):
     texts = ("Brem K5 配置", "请稍候")
-    chinese = [expanded(frame) for frame in drawn(texts, count=TURN, chinese=True)]
+    chinese = [rgb(frame) for frame in drawn(texts, count=TURN, chinese=True)]
     terminal.run(PREVIEW, *texts)
     terminal.wait_for("q quit")
     terminal.type("l")
@@ -113,7 +115,7 @@ def test_l_switches_the_language(terminal, tmp_path):
         file = tmp_path / f"bootlume-{number}.png"
         terminal.wait_for(file.name)
         return any(numpy.array_equal(read_png(file), frame) for frame in chinese)
-    vd.wait_until(shows_chinese, "the Chinese page")
+    wait_until(shows_chinese, "the Chinese page")
     terminal.type("q")
     terminal.wait_for("status 0.")
 
@@ -130,7 +132,7 @@ def test_it_fits_itself_to_a_new_size(terminal):
     terminal.run(PREVIEW, *TEXTS)
     terminal.wait_for("Bitte warten")
     terminal.tmux("resize-window", "-x", "40", "-y", "20")
-    vd.wait_until(lambda: not any("Bitte warten" in line for line in terminal.lines())
+    wait_until(lambda: not any("Bitte warten" in line for line in terminal.lines())
                   and terminal.lines()[19].startswith("q quit"), "the narrow view")
     terminal.type("q")
     terminal.wait_for("status 0.")

@@ -6,9 +6,11 @@ import subprocess
 
 import numpy
 import pytest
-import virtual_device as vd
-from preview_desk import (PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, expanded,
-                          processes_with, read_png, reduced)
+
+from desk import wait_until
+from desk.pictures import rgb
+from preview_desk import (PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, processes_with,
+                          read_png, reduced)
 
 
 class ClientMessage(ctypes.Structure):
@@ -90,9 +92,9 @@ class Shown:
         self.id = None
 
     def wait_for_page(self):
-        vd.wait_until(self._is_there, "the window")
+        wait_until(self._is_there, "the window")
         divider = (150, 240)
-        vd.wait_until(lambda: self.page()[divider] != self.page()[0, 0] == 0xFFFF, "the page")
+        wait_until(lambda: self.page()[divider] != self.page()[0, 0] == 0xFFFF, "the page")
 
     def _is_there(self):
         """The first window of a program may be a passing one: only what has a place counts."""
@@ -145,7 +147,7 @@ def test_the_window_shows_the_page_with_its_ring_turning(show):
     def several():
         seen.add(index_in(shown.page(), frames))
         return len(seen - {None}) >= 5
-    vd.wait_until(several, "five different frames in the window")
+    wait_until(several, "five different frames in the window")
     shown.key("q")
     assert shown.wait() == (0, "")
 
@@ -172,7 +174,7 @@ def test_closing_the_window_ends_the_splash_in_order(show, scratch, tmp_path):
 
 
 def test_p_takes_a_picture_and_says_where(show, tmp_path):
-    frames = [expanded(frame) for frame in drawn(TEXTS, count=TURN)]
+    frames = [rgb(frame) for frame in drawn(TEXTS, count=TURN)]
     shown = show(*TEXTS)
     for number in (1, 2):
         shown.key("p")
@@ -188,11 +190,11 @@ def test_l_switches_the_language_and_back(show):
     chinese = drawn(texts, count=TURN, chinese=True)
     latin = drawn(texts, count=TURN)
     shown = show(*texts)
-    vd.wait_until(lambda: index_in(shown.page(), latin) is not None, "the Latin page")
+    wait_until(lambda: index_in(shown.page(), latin) is not None, "the Latin page")
     shown.key("l")
-    vd.wait_until(lambda: index_in(shown.page(), chinese) is not None, "the Chinese page")
+    wait_until(lambda: index_in(shown.page(), chinese) is not None, "the Chinese page")
     shown.key("l")
-    vd.wait_until(lambda: index_in(shown.page(), latin) is not None, "the Latin page again")
+    wait_until(lambda: index_in(shown.page(), latin) is not None, "the Latin page again")
     shown.key("q")
     assert shown.wait()[0] == 0
 
@@ -202,7 +204,7 @@ def test_the_picture_that_was_asked_for_is_written_while_it_is_shown(show, tmp_p
     shown = show("--picture", file, *TEXTS)
     assert shown.process.stdout.readline() == f"picture of the page: {file}\n"
     assert shown.process.poll() is None
-    assert index_in(read_png(file), [expanded(f) for f in drawn(TEXTS, count=TURN)]) is not None
+    assert index_in(read_png(file), [rgb(f) for f in drawn(TEXTS, count=TURN)]) is not None
     shown.key("q")
     assert shown.wait()[0] == 0
 

@@ -1,5 +1,6 @@
-# Sourced by the scripts that run Python tests.
+# Sourced by the scripts that run Python: where the project's packages lie, and how tests are run.
 # shellcheck shell=bash
+export PYTHONPATH=$PWD/tools PYTHONDONTWRITEBYTECODE=1
 
 # python_tests NAME WORDS...: pytest over the words, a few tests at a time. What fails is tried a second
 # time, alone: the tests wait for real programs, and a machine that is busy for a moment proves nothing.
@@ -8,7 +9,7 @@
 python_tests() {
   local cache=$PWD/build/pytest/$1
   shift
-  local words=(env PYTHONDONTWRITEBYTECODE=1 PYTHONHASHSEED=0 /usr/bin/python3 -m pytest -q -o "cache_dir=$cache")
+  local words=(/usr/bin/python3 -m pytest -q -p cacheprovider -o "cache_dir=$cache")
   rm -rf "$cache"
   "${words[@]}" -n 3 --dist loadgroup "$@" && return 0
   # Run a few at a time, a test bears its group's name behind its own.

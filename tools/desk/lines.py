@@ -6,15 +6,11 @@ What differs from run to run is replaced: the time by TIME and the program's pro
 line's number is taken off once it is known to lie on a trace call of the file that it names.
 """
 
-import os
 import re
-import socket
 from functools import lru_cache
-from pathlib import Path
 
-from virtual_device import SOCKET, wait_until
-
-SOURCE = Path(__file__).resolve().parent.parent
+from .places import SOURCE
+from .splash import LOOP
 
 MAIN_FILE = "bootlume/src/server/main.cpp"
 ENDING = "bootlume/src/server/ending.cpp"
@@ -26,7 +22,6 @@ PROCESS = "utility-library/src/process.cpp"
 TRACE_FILE = "utility-library/src/trace_config.cpp"
 TRACE_WATCHER = "utility-library/src/trace_watcher.cpp"
 
-LOOP = "bl-dispatcher"  # the main thread, once the loop runs
 SERVER = "bootlume"     # the threads that main starts before that have the program's own name
 WORKER = "generator"
 WATCHER = "trace_config"
@@ -46,7 +41,7 @@ def traced(level, text, file, thread=LOOP, tag=""):
 
 @lru_cache
 def _source(file):
-    return (SOURCE / file).read_text().splitlines()
+    return (SOURCE / file).read_text(encoding="utf-8").splitlines()
 
 
 def whole(line, pid):
@@ -65,38 +60,6 @@ def whole(line, pid):
 def lines_of(splash, *files):
     """All whole lines so far, oldest first; with `files` those of the named sources."""
     return [whole(line, splash.pid) for line in splash.trace() if not files or line.file in files]
-
-
-def listens(path):
-    """Whether a program serves the datagram socket at `path`, however long the path is."""
-    folder = os.open(path.parent, os.O_PATH | os.O_DIRECTORY)
-    try:
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as probe:
-            probe.connect(f"/proc/self/fd/{folder}/{path.name}")
-            return True
-    except (FileNotFoundError, ConnectionRefusedError):
-        return False
-    finally:
-        os.close(folder)
-
-
-def is_dispatching(splash):
-    """Whether the program's loop runs: its first message names the thread."""
-    try:
-        return Path(f"/proc/{splash.pid}/comm").read_text().strip() == LOOP
-    except FileNotFoundError:
-        return False
-
-
-def wait_until_running(splash):
-    """Returns once a command or a signal cannot get lost any more; the splash itself."""
-    path = splash.desk.path(SOCKET)
-
-    def runs():
-        assert splash.process.poll() is None, f"ended early: {splash.stdout}{splash.stderr}"
-        return is_dispatching(splash) and listens(path)
-    wait_until(runs, "the splash to run")
-    return splash
 
 
 def still_page(splash):

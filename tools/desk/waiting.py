@@ -1,0 +1,23 @@
+"""Waiting for an event, with a deadline."""
+
+import os
+import time
+
+DEADLINE = float(os.environ.get("VIRTUAL_DEVICE_TEST_DEADLINE", "20"))
+POLL = 0.001
+
+
+class Late(AssertionError):
+    """What was waited for did not come before the deadline."""
+
+
+def wait_until(look, what, deadline=None):
+    """Calls look() until it returns something true, and returns that."""
+    end = time.monotonic() + (DEADLINE if deadline is None else deadline)
+    while True:
+        seen = look()
+        if seen:
+            return seen
+        if time.monotonic() > end:
+            raise Late(f"waited in vain for {what}")
+        time.sleep(POLL)
