@@ -7,8 +7,10 @@ from desk import SOURCE
 
 def pytest_addoption(parser):
     parser.getgroup("bootlume").addoption(
-        "--build-dir", default="build/release",
-        help="folder with bin/bootlume and lib/libvirtual-device.so (%(default)s)")
+        "--build-dir",
+        default="build/release",
+        help="folder with bin/bootlume and lib/libvirtual-device.so (%(default)s)",
+    )
 
 
 @pytest.fixture(scope="session")
@@ -17,6 +19,5 @@ def build_dir(pytestconfig):
     folder = (SOURCE / pytestconfig.getoption("--build-dir")).resolve()
     for product in ("bin/bootlume", "lib/libvirtual-device.so"):
         if not (folder / product).exists():
-            pytest.exit(f"{folder / product} is not there: build it, or name another --build-dir",
-                        returncode=2)
+            pytest.exit(f"{folder / product} is not there: build it, or name another --build-dir", returncode=2)
     return folder

@@ -36,6 +36,7 @@ def main():
     plain_environment()
     if chosen.armhf:
         from . import emulated
+
         print(text_table(list(emulated.measures(chosen.build))))
         return 0
     programs = Programs(chosen.build)
@@ -43,6 +44,7 @@ def main():
     begin, load_before = time.monotonic(), load()
     if chosen.plot:
         from . import growth
+
         growth.plot(programs, SOURCE / "docs/images")
         return 0
     measures, profiles = counts.all_counts(programs, os.cpu_count() or 1)
@@ -52,13 +54,15 @@ def main():
         print(f"{wrong} wrong, {len(measures)} measured in {time.monotonic() - begin:.0f} s")
         return 1 if wrong else 0
     from . import document, times
+
     measures += times.all_times(programs, chosen.runs, chosen.seconds)
     loads = f"{load_before} at the start, {load()} at the end"
     print(text_table(measures) + "\n" + loads)
     result = chosen.build / "bench.json"
-    result.write_text(json.dumps({"surroundings": where, "load": loads,
-                                  "measures": [m.record() for m in measures]}, indent=1) + "\n",
-                      encoding="utf-8")
+    result.write_text(
+        json.dumps({"surroundings": where, "load": loads, "measures": [m.record() for m in measures]}, indent=1) + "\n",
+        encoding="utf-8",
+    )
     print(f"the same as JSON: {result}")
     if chosen.update:
         baseline.write(measures, where)

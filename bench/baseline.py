@@ -9,15 +9,27 @@ PATH = Path(__file__).resolve().parent / "baseline.json"
 MOST_GROWTH = 1.05
 # What grows by no more than this has not grown: a handful of instructions comes and goes.
 LEAST_GROWTH = 4
-PACKAGES = ("libc6", "libstdc++6", "libcairo2", "libpixman-1-0", "libfreetype6", "libfontconfig1",
-            "libexpat1", "fonts-dejavu-core", "fonts-droid-fallback", "valgrind", "g++-12")
+PACKAGES = (
+    "libc6",
+    "libstdc++6",
+    "libcairo2",
+    "libpixman-1-0",
+    "libfreetype6",
+    "libfontconfig1",
+    "libexpat1",
+    "fonts-dejavu-core",
+    "fonts-droid-fallback",
+    "valgrind",
+    "g++-12",
+)
 # What the libraries choose their fast paths by.
 PROCESSOR_FLAGS = ("ssse3", "sse4_2", "avx2", "bmi2", "avx512vl")
 
 
 def _version(package):
-    done = subprocess.run(["dpkg-query", "-W", "-f", "${Version}", package], capture_output=True,
-                          text=True, check=False)
+    done = subprocess.run(
+        ["dpkg-query", "-W", "-f", "${Version}", package], capture_output=True, text=True, check=False
+    )
     return done.stdout if done.returncode == 0 else "-"
 
 
@@ -27,24 +39,29 @@ def surroundings(fonts):
     for line in Path("/proc/cpuinfo").read_text(encoding="utf-8").splitlines():
         if line.startswith("flags"):
             flags.update(line.split())
-    return {"machine": platform.machine(), "fonts": fonts,
-            "processor": [flag for flag in PROCESSOR_FLAGS if flag in flags],
-            "packages": {package: _version(package) for package in PACKAGES}}
+    return {
+        "machine": platform.machine(),
+        "fonts": fonts,
+        "processor": [flag for flag in PROCESSOR_FLAGS if flag in flags],
+        "packages": {package: _version(package) for package in PACKAGES},
+    }
 
 
 def write(measures, where):
     counts = {m.key: {"value": m.value, "ratio": m.ratio} for m in measures if m.counted}
-    PATH.write_text(json.dumps({"surroundings": where, "counts": counts}, indent=1) + "\n",
-                    encoding="utf-8")
+    PATH.write_text(json.dumps({"surroundings": where, "counts": counts}, indent=1) + "\n", encoding="utf-8")
 
 
 def differences(then, now):
     """In words, what is not as it was when the baseline was made."""
-    told = [f"{key} is {now[key]}, was {then[key]}" for key in ("machine", "fonts", "processor")
-            if then[key] != now[key]]
-    return told + [f"{name} is {version}, was {then['packages'].get(name, '-')}"
-                   for name, version in now["packages"].items()
-                   if version != then["packages"].get(name, "-")]
+    told = [
+        f"{key} is {now[key]}, was {then[key]}" for key in ("machine", "fonts", "processor") if then[key] != now[key]
+    ]
+    return told + [
+        f"{name} is {version}, was {then['packages'].get(name, '-')}"
+        for name, version in now["packages"].items()
+        if version != then["packages"].get(name, "-")
+    ]
 
 
 def _has_grown(before, now):

@@ -25,10 +25,10 @@ class Profile:
 
     def per_step(self, earlier, steps):
         """What one of so many steps cost between an earlier run and this one."""
-        libraries = Counter({name: (count - earlier.libraries[name]) / steps
-                             for name, count in self.libraries.items()})
-        return Profile(libraries, round((self.device - earlier.device) / steps),
-                       (self.allocations - earlier.allocations) / steps)
+        libraries = Counter({name: (count - earlier.libraries[name]) / steps for name, count in self.libraries.items()})
+        return Profile(
+            libraries, round((self.device - earlier.device) / steps), (self.allocations - earlier.allocations) / steps
+        )
 
 
 class _Names:

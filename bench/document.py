@@ -27,8 +27,7 @@ def _breakdown(profiles, keys, heads):
             shares.setdefault(name, [0.0] * len(keys))[column] += share
     rows = sorted(shares.items(), key=lambda row: (row[0] == "others", -row[1][0]))
     lines = ["| instructions in | " + " | ".join(heads) + " |", "|---" * (len(heads) + 1) + "|"]
-    lines += ["| " + " | ".join([name] + [f"{100 * share:.2f} %" for share in row]) + " |"
-              for name, row in rows]
+    lines += ["| " + " | ".join([name] + [f"{100 * share:.2f} %" for share in row]) + " |" for name, row in rows]
     lines.append("| all, in millions | " + " | ".join(f"{total / 1e6:.2f}" for total in totals) + " |")
     return "\n".join(lines)
 
@@ -43,10 +42,19 @@ def write(measures, profiles, where, loads):
     packages = ", ".join(f"{name} {version}" for name, version in where["packages"].items())
     notes = "".join(f"\n\n**{m.name}**: {m.note}" for m in measures if not m.ok and m.note)
     text = PATH.read_text(encoding="utf-8")
-    text = _replace(text, "table", f"{markdown_table(measures)}\n\nMeasured with {loads}; fonts: "
-                    f"{where['fonts']}; processor: {' '.join(where['processor'])}; {packages}.{notes}")
-    text = _replace(text, "breakdown",
-                    _breakdown(profiles, ["start.Latin", "start.Chinese", "frame.Latin",
-                                          "frame.Chinese"],
-                               ["start, Latin", "start, Chinese", "frame, Latin", "frame, Chinese"]))
+    text = _replace(
+        text,
+        "table",
+        f"{markdown_table(measures)}\n\nMeasured with {loads}; fonts: "
+        f"{where['fonts']}; processor: {' '.join(where['processor'])}; {packages}.{notes}",
+    )
+    text = _replace(
+        text,
+        "breakdown",
+        _breakdown(
+            profiles,
+            ["start.Latin", "start.Chinese", "frame.Latin", "frame.Chinese"],
+            ["start, Latin", "start, Chinese", "frame, Latin", "frame, Chinese"],
+        ),
+    )
     PATH.write_text(text, encoding="utf-8")

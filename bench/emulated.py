@@ -36,7 +36,7 @@ class Counter(threading.Thread):
                     block = None
                 elif line.startswith(b"0x"):
                     if block is None:
-                        block = int(line[:line.index(b":")], 16)
+                        block = int(line[: line.index(b":")], 16)
                         lengths[block] = 0
                     lengths[block] += 1
 
@@ -63,8 +63,14 @@ class EmulatedPrograms(Programs):
             os.mkfifo(pipe)
             counter = Counter(pipe)
             counter.start()
-            emulator = [str(self.emulation / "bootlume"), *EACH_BLOCK, "-D", str(pipe),
-                        "-L", str(self.emulation / "root")]
+            emulator = [
+                str(self.emulation / "bootlume"),
+                *EACH_BLOCK,
+                "-D",
+                str(pipe),
+                "-L",
+                str(self.emulation / "root"),
+            ]
             self._until_frame(program, PAGES[page], frame, emulator, configuration)
             counter.join()
             return counter.count
@@ -81,16 +87,42 @@ def measures(build):
         programs.total(programs.splash, "Latin", 1, configuration)
     for page in ("Latin", "Chinese"):
         ours = programs.total(programs.splash, page, 1)
-        yield Measure(f"start.{page}", f"start to the first page, {page}", ours, "instructions",
-                      BARE, programs.total(programs.bare, page, 1), 1.10)
-        yield Measure(f"start.fonts.{page}", f"the same with the package's fonts.conf, {page}",
-                      ours, "instructions", "the distribution's",
-                      programs.total(programs.splash, page, 1, "distribution"), 0.36)
+        yield Measure(
+            f"start.{page}",
+            f"start to the first page, {page}",
+            ours,
+            "instructions",
+            BARE,
+            programs.total(programs.bare, page, 1),
+            1.10,
+        )
+        yield Measure(
+            f"start.fonts.{page}",
+            f"the same with the package's fonts.conf, {page}",
+            ours,
+            "instructions",
+            "the distribution's",
+            programs.total(programs.splash, page, 1, "distribution"),
+            0.36,
+        )
     frames = {name: programs.frame(programs.splash, name) for name in PAGES}
     for name, ours in frames.items():
-        yield Measure(f"frame.{name}", f"one steady frame, {name}", ours, "instructions", BARE,
-                      programs.frame(programs.bare, name), 1.02)
-    yield Measure("frame.mixed", "one steady frame, alternating fonts", frames["alternating"],
-                  "instructions", "Latin only", frames["Latin"], 1.25)
-    yield Measure("size", "the program's file, not stripped",
-                  programs.splash.stat().st_size, "bytes", "-")
+        yield Measure(
+            f"frame.{name}",
+            f"one steady frame, {name}",
+            ours,
+            "instructions",
+            BARE,
+            programs.frame(programs.bare, name),
+            1.02,
+        )
+    yield Measure(
+        "frame.mixed",
+        "one steady frame, alternating fonts",
+        frames["alternating"],
+        "instructions",
+        "Latin only",
+        frames["Latin"],
+        1.25,
+    )
+    yield Measure("size", "the program's file, not stripped", programs.splash.stat().st_size, "bytes", "-")

@@ -68,10 +68,10 @@ def _with_datagrams(programs, datagrams):
         prefix = ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}"]
         with programs.desk(programs.splash, run_prefix=prefix) as desk:
             page = PAGES["Latin"]
-            splash = desk.start(*page.arguments, env={**programs.fonts("package"), **COUNTED},
-                                refresh=0, faults="VIDIOC_DQBUF@1=block")
-            splash.wait_for_record(lambda record: record["kind"] == "fault", "the first flip",
-                                   DEADLINE)
+            splash = desk.start(
+                *page.arguments, env={**programs.fonts("package"), **COUNTED}, refresh=0, faults="VIDIOC_DQBUF@1=block"
+            )
+            splash.wait_for_record(lambda record: record["kind"] == "fault", "the first flip", DEADLINE)
             wait_until(desk.path(SOCKET).is_socket, "the socket", DEADLINE)
             wait_until_quiet(splash.pid)
             threads = _threads(splash.pid)
@@ -97,33 +97,37 @@ CURVES = (
 
 def steepest(points):
     """The steepest step of a curve: 1 is linear."""
-    return max(log10(high / low) / log10(after / before)
-               for (before, low), (after, high) in zip(points, points[1:]))
+    return max(log10(high / low) / log10(after / before) for (before, low), (after, high) in zip(points, points[1:]))
 
 
 def measure(programs, workers):
     with ThreadPoolExecutor(workers) as pool:
-        runs = [(name, [(size, pool.submit(cost, programs, size)) for size in sizes])
-                for name, cost, sizes in CURVES]
+        runs = [(name, [(size, pool.submit(cost, programs, size)) for size in sizes]) for name, cost, sizes in CURVES]
         return {name: [(size, run.result()) for size, run in points] for name, points in runs}
 
 
 def plot(programs, folder):
     """Measures the curves, prints them, and draws them into the folder."""
     curves = measure(programs, os.cpu_count() or 1)
-    commands = ["set terminal svg size 900,640 font 'sans-serif,13' background 'white'",
-                "set output '" + str(folder / "growth.svg") + "'", "set logscale xy", "set grid",
-                "set key outside right top", "set xlabel 'size'", "set format xy '10^{%T}'",
-                "set ylabel 'instructions'"]
+    commands = [
+        "set terminal svg size 900,640 font 'sans-serif,13' background 'white'",
+        "set output '" + str(folder / "growth.svg") + "'",
+        "set logscale xy",
+        "set grid",
+        "set key outside right top",
+        "set xlabel 'size'",
+        "set format xy '10^{%T}'",
+        "set ylabel 'instructions'",
+    ]
     data, drawn = [], []
     for number, (name, points) in enumerate(curves.items()):
         block = "\n".join(f"{size} {cost}" for size, cost in points)
         data.append(f"$curve{number} << end\n{block}\nend")
         drawn.append(f"$curve{number} using 1:2 with linespoints title '{name}'")
-        print(f"{name}: steepest step {steepest(points):.2f}; "
-              + ", ".join(f"{size:,}: {cost:,.0f}" for size, cost in points))
+        print(
+            f"{name}: steepest step {steepest(points):.2f}; "
+            + ", ".join(f"{size:,}: {cost:,.0f}" for size, cost in points)
+        )
     drawn.append("x*1000 with lines dashtype 2 linecolor 'gray' title 'linear'")
-    subprocess.run(["gnuplot"], input="\n".join([*data, *commands, "plot " + ", ".join(drawn)]),
-                   text=True, check=True)
-    (programs.build / "growth.json").write_text(json.dumps(curves, indent=1) + "\n",
-                                                encoding="utf-8")
+    subprocess.run(["gnuplot"], input="\n".join([*data, *commands, "plot " + ", ".join(drawn)]), text=True, check=True)
+    (programs.build / "growth.json").write_text(json.dumps(curves, indent=1) + "\n", encoding="utf-8")

@@ -65,8 +65,15 @@ def cells(measure):
     held = "" if measure.ratio is None else f"{measure.ratio:{sign}.3f}".rstrip("0").rstrip(".")
     limit = "" if measure.limit is None else sign + f"{measure.limit:g}"
     verdict = "" if measure.limit is None else ("yes" if measure.ok else "no, see below" if measure.floor else "NO")
-    return [measure.name, f"{number(measure.value)} {measure.unit}".strip(), measure.against_name,
-            number(measure.against), held, limit, verdict]
+    return [
+        measure.name,
+        f"{number(measure.value)} {measure.unit}".strip(),
+        measure.against_name,
+        number(measure.against),
+        held,
+        limit,
+        verdict,
+    ]
 
 
 HEAD = ["measure", "value", "against", "its value", "ratio", "limit", "ok"]
@@ -75,8 +82,7 @@ HEAD = ["measure", "value", "against", "its value", "ratio", "limit", "ok"]
 def text_table(measures):
     rows = [HEAD] + [cells(measure) for measure in measures]
     widths = [max(len(row[column]) for row in rows) for column in range(len(HEAD))]
-    return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip()
-                     for row in rows)
+    return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip() for row in rows)
 
 
 def markdown_table(measures):

@@ -35,11 +35,9 @@ class Page:
 
 
 PAGES = {
-    "Latin": Page("en", "Brem K5 Start", ("System is starting", "Please wait for it",
-                                          "Until it is ready")),
+    "Latin": Page("en", "Brem K5 Start", ("System is starting", "Please wait for it", "Until it is ready")),
     "Chinese": Page("zh", "系统启动", ("系统正在启动", "请稍候", "准备就绪")),
-    "alternating": Page("zh", "Brem K5 启动", ("Brem K5 系统正在启动", "Brem K5 请稍候",
-                                              "Brem K5 准备就绪")),
+    "alternating": Page("zh", "Brem K5 启动", ("Brem K5 系统正在启动", "Brem K5 请稍候", "Brem K5 准备就绪")),
 }
 
 
@@ -96,11 +94,15 @@ class Programs:
     def _until_frame(self, program, page, frame, prefix, configuration="package", prefix_env=None):
         """Runs a program up to its frame-th flip, where the display holds it, and ends it there."""
         with self.desk(program, page, run_prefix=prefix, prefix_env=prefix_env) as desk:
-            splash = desk.start(*self.arguments(program, page), refresh=0,
-                                env={**self.fonts(configuration), **COUNTED},
-                                faults=f"VIDIOC_DQBUF@{frame}=block")
-            held = splash.wait_for_record(lambda record: record["kind"] == "fault",
-                                          f"flip {frame} of {program.name}", DEADLINE)
+            splash = desk.start(
+                *self.arguments(program, page),
+                refresh=0,
+                env={**self.fonts(configuration), **COUNTED},
+                faults=f"VIDIOC_DQBUF@{frame}=block",
+            )
+            held = splash.wait_for_record(
+                lambda record: record["kind"] == "fault", f"flip {frame} of {program.name}", DEADLINE
+            )
             wait_until_quiet(held["pid"])
             os.kill(held["pid"], signal.SIGTERM)
             splash.wait(DEADLINE)
@@ -109,9 +111,13 @@ class Programs:
         """Instructions from exec to the moment when page number `frame` has been queued."""
         with tempfile.TemporaryDirectory() as scratch:
             out = Path(scratch) / "profile"
-            self._until_frame(program, page, frame,
-                              ["valgrind", "--quiet", "--tool=callgrind",
-                               f"--callgrind-out-file={out}"], configuration)
+            self._until_frame(
+                program,
+                page,
+                frame,
+                ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}"],
+                configuration,
+            )
             return callgrind.read(out)
 
     def frame_profile(self, program, page, first=10, last=30):
@@ -123,9 +129,9 @@ class Programs:
         """Files that the splash opened up to its first page."""
         with tempfile.TemporaryDirectory() as scratch:
             out = Path(scratch) / "files"
-            self._until_frame(self.splash, page, 1,
-                              ["strace", "-f", "-o", str(out), "-e", "trace=open,openat"],
-                              configuration, "-E")
+            self._until_frame(
+                self.splash, page, 1, ["strace", "-f", "-o", str(out), "-e", "trace=open,openat"], configuration, "-E"
+            )
             lines = out.read_text(encoding="utf-8", errors="replace").splitlines()
         return sum(line.rstrip()[-1:].isdigit() and " = -1 " not in line for line in lines)
 
@@ -134,9 +140,20 @@ class Programs:
         with tempfile.TemporaryDirectory() as scratch:
             out = Path(scratch) / "profile"
             subprocess.run(
-                ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}",
-                 str(self.bench("counted")), operation, str(count), str(size)],
-                stdout=subprocess.DEVNULL, check=True, env={**os.environ, **COUNTED, **(environment or {})})
+                [
+                    "valgrind",
+                    "--quiet",
+                    "--tool=callgrind",
+                    f"--callgrind-out-file={out}",
+                    str(self.bench("counted")),
+                    operation,
+                    str(count),
+                    str(size),
+                ],
+                stdout=subprocess.DEVNULL,
+                check=True,
+                env={**os.environ, **COUNTED, **(environment or {})},
+            )
             return callgrind.read(out)
 
     def operation(self, name, size=0, low=1000, high=3000, environment=None):

@@ -25,9 +25,13 @@ LATENESS_RUNS = 5  # one moment that the machine does not give decides a run's 9
 def _stamped_start(programs, program):
     """Milliseconds from exec to the end of the call that queues the first page."""
     with programs.desk(programs.bench("stamped"), PAGE, run_prefix=REAL_TIME) as desk:
-        splash = desk.start(program, *programs.arguments(program, PAGE),
-                            env=programs.fonts("package"), refresh=0,
-                            faults="VIDIOC_DQBUF@1=block")
+        splash = desk.start(
+            program,
+            *programs.arguments(program, PAGE),
+            env=programs.fonts("package"),
+            refresh=0,
+            faults="VIDIOC_DQBUF@1=block",
+        )
         splash.wait_for_record(lambda record: record["kind"] == "fault", "the first flip")
         queued = splash.records(call="VIDIOC_QBUF")[1]
         begin = int(splash.stdout.split("\n", 1)[0])
@@ -39,8 +43,7 @@ def start(programs, runs):
     for _ in range(runs):
         ours.append(_stamped_start(programs, programs.splash))
         bare.append(_stamped_start(programs, programs.bare))
-    yield Measure("start.time", "start to the first page", median(ours), "ms", BARE, median(bare),
-                  1.10)
+    yield Measure("start.time", "start to the first page", median(ours), "ms", BARE, median(bare), 1.10)
 
 
 def _cpu_ns(pid):
@@ -81,12 +84,20 @@ def minute(programs, seconds, sets=6):
         for kind, pid in started:
             used[kind] += _cpu_ns(pid) / 1e6 / sets
     name = f"CPU time of {seconds:g} s of splash"
-    yield Measure("minute.cpu", name, used[0], "ms", BARE, used[1], 1.05, floor=used[2] / used[1],
-                  note=f"The bare program, made to read the settings for every frame and to wake its "
-                  f"threads as often as is asked, takes {used[2] / used[1]:.3f} times what it takes "
-                  f"without. Less takes a setting that is watched and not read, or a longer poll.")
-    yield Measure("minute.cpu.asked", "the same", used[0], "ms",
-                  BARE + ", with what is asked besides", used[2], 1.05)
+    yield Measure(
+        "minute.cpu",
+        name,
+        used[0],
+        "ms",
+        BARE,
+        used[1],
+        1.05,
+        floor=used[2] / used[1],
+        note=f"The bare program, made to read the settings for every frame and to wake its "
+        f"threads as often as is asked, takes {used[2] / used[1]:.3f} times what it takes "
+        f"without. Less takes a setting that is watched and not read, or a longer poll.",
+    )
+    yield Measure("minute.cpu.asked", "the same", used[0], "ms", BARE + ", with what is asked besides", used[2], 1.05)
     memory = []
     for kind in (ours, bare):
         with ExitStack() as stack:
@@ -94,8 +105,15 @@ def minute(programs, seconds, sets=6):
             time.sleep(seconds)
             memory.append(_memory(splash.pid, splash.desk.root))
     for index, what in enumerate(("", ", without the virtual device")):
-        yield Measure(f"memory.{index}", f"memory (proportional share){what}",
-                      memory[0][index] / 1024, "KiB", BARE, memory[1][index] / 1024, 1.15)
+        yield Measure(
+            f"memory.{index}",
+            f"memory (proportional share){what}",
+            memory[0][index] / 1024,
+            "KiB",
+            BARE,
+            memory[1][index] / 1024,
+            1.15,
+        )
 
 
 def _start(programs, stack, program, arguments):
@@ -108,11 +126,20 @@ def _google(programs, name, pattern, repetitions=1):
     """Results of a Google Benchmark program: by name, a list of one object a repetition."""
     with tempfile.TemporaryDirectory() as scratch:
         out = Path(scratch) / "out.json"
-        subprocess.run([*REAL_TIME, str(programs.bench(name)), f"--benchmark_filter={pattern}",
-                        f"--benchmark_repetitions={repetitions}",
-                        "--benchmark_enable_random_interleaving=true",
-                        f"--benchmark_out={out}", "--benchmark_out_format=json"],
-                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
+        subprocess.run(
+            [
+                *REAL_TIME,
+                str(programs.bench(name)),
+                f"--benchmark_filter={pattern}",
+                f"--benchmark_repetitions={repetitions}",
+                "--benchmark_enable_random_interleaving=true",
+                f"--benchmark_out={out}",
+                "--benchmark_out_format=json",
+            ],
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+            check=True,
+        )
         found = json.loads(out.read_text(encoding="utf-8"))
     results = {}
     for one in found["benchmarks"]:
@@ -127,34 +154,56 @@ def _median(results, name, field):
 
 def tracing(programs, repetitions):
     found = _google(programs, "trace_bench", "emptyLoop|disabledStatement|writtenLine", repetitions)
-    yield Measure("trace.disabled.time", "a disabled trace statement, CPU time",
-                  _median(found, "disabledStatement", "cpu_time"), "ns", "an empty loop",
-                  _median(found, "emptyLoop", "cpu_time"), 1.0, difference=True)
-    yield Measure("trace.written.time", "a written trace line, CPU time",
-                  _median(found, "writtenLine", "cpu_time"), "ns", "spdlog",
-                  _median(found, "writtenLineSpdlog", "cpu_time"), 1.5)
+    yield Measure(
+        "trace.disabled.time",
+        "a disabled trace statement, CPU time",
+        _median(found, "disabledStatement", "cpu_time"),
+        "ns",
+        "an empty loop",
+        _median(found, "emptyLoop", "cpu_time"),
+        1.0,
+        difference=True,
+    )
+    yield Measure(
+        "trace.written.time",
+        "a written trace line, CPU time",
+        _median(found, "writtenLine", "cpu_time"),
+        "ns",
+        "spdlog",
+        _median(found, "writtenLineSpdlog", "cpu_time"),
+        1.5,
+    )
 
 
 def dispatcher(programs, repetitions):
-    found = _google(programs, "dispatcher_bench",
-                    "postToRun/1000000|postToRunGlib|postToRunAsio", repetitions)
-    ours, glib, asio = (_median(found, name, "real_time") / 1e6
-                        for name in ("postToRun", "postToRunGlib", "postToRunAsio"))
+    found = _google(programs, "dispatcher_bench", "postToRun/1000000|postToRunGlib|postToRunAsio", repetitions)
+    ours, glib, asio = (
+        _median(found, name, "real_time") / 1e6 for name in ("postToRun", "postToRunGlib", "postToRunAsio")
+    )
     yield Measure("post.time", "post to run of 1,000,000 messages", ours, "ms", "GLib", glib, 1.0)
     yield Measure("post.time.asio", "the same", ours, "ms", "Boost.Asio", asio)
     late = _google(programs, "dispatcher_bench", "Lateness", LATENESS_RUNS)
     for field, name in (("late_median_us", "median"), ("late_p999_us", "99.9th percentile")):
-        yield Measure(f"late.{field}", f"a delayed message's lateness, {name}",
-                      _median(late, "delayedLateness", field) / 1000, "ms", "a timerfd",
-                      _median(late, "timerfdLateness", field) / 1000, 1.0, difference=True)
+        yield Measure(
+            f"late.{field}",
+            f"a delayed message's lateness, {name}",
+            _median(late, "delayedLateness", field) / 1000,
+            "ms",
+            "a timerfd",
+            _median(late, "timerfdLateness", field) / 1000,
+            1.0,
+            difference=True,
+        )
 
 
 def launch(programs, runs):
-    done = subprocess.run([*REAL_TIME, str(programs.bench("first_line_bench")), str(runs)], check=True,
-                          capture_output=True, text=True)
+    done = subprocess.run(
+        [*REAL_TIME, str(programs.bench("first_line_bench")), str(runs)], check=True, capture_output=True, text=True
+    )
     found = json.loads(done.stdout)
-    yield Measure("launch", "launch to the first line logged", found["launch_us"], "us",
-                  "posix_spawn", found["spawn_us"], 1.5)
+    yield Measure(
+        "launch", "launch to the first line logged", found["launch_us"], "us", "posix_spawn", found["spawn_us"], 1.5
+    )
 
 
 def _quit_times(programs):
@@ -173,16 +222,22 @@ def _quit_times(programs):
 
 def ending(programs, runs):
     closes, ends = zip(*(_quit_times(programs) for _ in range(runs)))
-    yield Measure("quit.close", "QUIT to the close of the overlay", median(closes), "ms",
-                  "a frame period", FRAME_MS, 1.2)
-    yield Measure("quit.end", "QUIT to the end of the process", median(ends), "ms",
-                  "a frame period", FRAME_MS, 1.5)
+    yield Measure(
+        "quit.close", "QUIT to the close of the overlay", median(closes), "ms", "a frame period", FRAME_MS, 1.2
+    )
+    yield Measure("quit.end", "QUIT to the end of the process", median(ends), "ms", "a frame period", FRAME_MS, 1.5)
 
 
 def all_times(programs, runs, seconds):
     few = max(3, runs // 4)
     measures = []
-    for part in (start(programs, runs), minute(programs, seconds), tracing(programs, runs),
-                 dispatcher(programs, few), launch(programs, 10 * runs), ending(programs, runs)):
+    for part in (
+        start(programs, runs),
+        minute(programs, seconds),
+        tracing(programs, runs),
+        dispatcher(programs, few),
+        launch(programs, 10 * runs),
+        ending(programs, runs),
+    ):
         measures += part
     return measures

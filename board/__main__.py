@@ -29,8 +29,12 @@ def show(workshop, texts):
         picture = board.output("screen 1 /run/picture && cat /run/picture")
         print(f"its screen: {write_picture(workshop, picture)}")
         board.output(f"board-tool send {SOCKET} QUIT && wait_for test -e /run/splash.status")
-        print("the splash wrote:\n" + board.text("cat /run/splash.log")
-              + "and ended with status " + board.text("cat /run/splash.status").strip())
+        print(
+            "the splash wrote:\n"
+            + board.text("cat /run/splash.log")
+            + "and ended with status "
+            + board.text("cat /run/splash.status").strip()
+        )
 
 
 def shell(workshop, texts):
@@ -40,8 +44,8 @@ def shell(workshop, texts):
         with workshop.boot(shell=True) as board:
             start(board, texts)
             board.channel.on_frame = lambda name, status, content: print(
-                f"\r\n{write_picture(workshop, content)}\r" if content else "\r\nthe picture came damaged\r",
-                flush=True)
+                f"\r\n{write_picture(workshop, content)}\r" if content else "\r\nthe picture came damaged\r", flush=True
+            )
             while not board.ended():
                 time.sleep(0.2)
     finally:

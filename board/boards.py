@@ -27,8 +27,9 @@ class Workshop:
 
     def boot(self, variant="vrx", shell=False):
         """A board, to be used with "with"."""
-        return emulated.Board(self.machine, self._trees[self.machine.tree],
-                              self.image.initramfs(variant), self.work, shell)
+        return emulated.Board(
+            self.machine, self._trees[self.machine.tree], self.image.initramfs(variant), self.work, shell
+        )
 
     def reference(self):
         """The pages that the same program draws on the virtual device."""

@@ -11,6 +11,7 @@ import time
 # and a busy host makes a board many times slower.
 PATIENCE = 400
 
+
 class BoardSilent(Exception):
     """The board did not answer in time, or cannot any more."""
 

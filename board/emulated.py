@@ -36,14 +36,33 @@ class Board:
 
     def _command(self):
         machine = self.machine
-        command = [*machine.emulator, "-accel", "tcg", "-m", str(machine.memory), "-display", "none", "-no-reboot",
-                   "-nodefaults", "-nic", "none", "-kernel", machines.kernel(self._tree),
-                   "-initrd", self._initramfs]
+        command = [
+            *machine.emulator,
+            "-accel",
+            "tcg",
+            "-m",
+            str(machine.memory),
+            "-display",
+            "none",
+            "-no-reboot",
+            "-nodefaults",
+            "-nic",
+            "none",
+            "-kernel",
+            machines.kernel(self._tree),
+            "-initrd",
+            self._initramfs,
+        ]
         if machine.device_tree:
             command += ["-dtb", machines.device_tree(machine, self._tree, self.console.parent)]
         console = "stdio,signal=off" if self._shell else "null"
-        command += ["-chardev", f"{console},id=console,logfile={self.console},logappend=off",
-                    "-chardev", f"socket,id=channel,path={self._socket()}", *machine.serial]
+        command += [
+            "-chardev",
+            f"{console},id=console,logfile={self.console},logappend=off",
+            "-chardev",
+            f"socket,id=channel,path={self._socket()}",
+            *machine.serial,
+        ]
         kernel_line = f"console={machine.console},115200 quiet board.channel={machine.channel}"
         words = [kernel_line, *machine.words, *(["board.shell"] if self._shell else [])]
         return command + ["-append", " ".join(words)]
@@ -52,18 +71,21 @@ class Board:
         self.console.unlink(missing_ok=True)
         start = time.monotonic()
         with open(self.console.with_name("emulator.log"), "wb") as log:
-            self._process = subprocess.Popen(self._command(), stderr=log,
-                                             stdin=None if self._shell else subprocess.DEVNULL)
+            self._process = subprocess.Popen(
+                self._command(), stderr=log, stdin=None if self._shell else subprocess.DEVNULL
+            )
         try:
             self.channel.accept(60)
             status, log = self.channel.wait_for("ready")
             if status != 0:
-                raise BoardSilent("its screen could not be set up: "
-                                  + (log or b"(damaged log)").decode(errors="replace"))
+                raise BoardSilent(
+                    "its screen could not be set up: " + (log or b"(damaged log)").decode(errors="replace")
+                )
         except (BoardSilent, OSError) as error:
             self.__exit__()
-            raise BoardSilent(f"{self.machine.name} did not come up: {error}; its console:\n"
-                              + self.console_text()[-4000:]) from None
+            raise BoardSilent(
+                f"{self.machine.name} did not come up: {error}; its console:\n" + self.console_text()[-4000:]
+            ) from None
         self.boot_seconds = time.monotonic() - start
         return self
 

@@ -10,8 +10,7 @@ from . import machines
 from .cpio import Archive
 
 HERE = pathlib.Path(__file__).parent
-FONTS = ("usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
-         "usr/share/fonts/truetype/droid/DroidSansFallbackFull.ttf")
+FONTS = ("usr/share/fonts/truetype/dejavu/DejaVuSans.ttf", "usr/share/fonts/truetype/droid/DroidSansFallbackFull.ttf")
 MODULES = ("vivid",)
 # Programs that only tests start; an image without them is an image all the same.
 TEST_PROGRAMS = ("surface-contract-test", "launch_test", "process_test", "after_fork_test", "launch_report")
@@ -32,8 +31,7 @@ class MissingProgram(Exception):
 
 def needed_libraries(program):
     """The names that the dynamic linker would look for."""
-    text = subprocess.run(["readelf", "-d", "-l", program], check=True, capture_output=True,
-                          text=True).stdout
+    text = subprocess.run(["readelf", "-d", "-l", program], check=True, capture_output=True, text=True).stdout
     loader = re.findall(r"program interpreter: (.*)\]", text)
     return re.findall(r"\(NEEDED\).*\[(.*)\]", text), loader
 
@@ -53,8 +51,21 @@ class Image:
     def make(self):
         """Lays the folder out and returns it."""
         shutil.rmtree(self.root, ignore_errors=True)
-        for folder in ("dev", "proc", "sys", "tmp", "run", "root", "opt/userdata", "var/cache/fontconfig",
-                       "opt/userdata/devicestack/appData/confd", "bin", "sbin", "usr/lib/board", "etc"):
+        for folder in (
+            "dev",
+            "proc",
+            "sys",
+            "tmp",
+            "run",
+            "root",
+            "opt/userdata",
+            "var/cache/fontconfig",
+            "opt/userdata/devicestack/appData/confd",
+            "bin",
+            "sbin",
+            "usr/lib/board",
+            "etc",
+        ):
             (self.root / folder).mkdir(parents=True)
         self._busybox()
         self._scripts()
@@ -84,8 +95,9 @@ class Image:
     def _busybox(self):
         shutil.copy2(self._tree / "bin/busybox", self.root / "bin/busybox")
         emulator = ["qemu-arm-static"] if self.machine.preset == "armhf" else []
-        applets = subprocess.run(emulator + [self.root / "bin/busybox", "--list"], check=True,
-                                 capture_output=True, text=True).stdout.split()
+        applets = subprocess.run(
+            emulator + [self.root / "bin/busybox", "--list"], check=True, capture_output=True, text=True
+        ).stdout.split()
         for applet in applets:
             if applet != "busybox":
                 (self.root / "bin" / applet).symlink_to("/bin/busybox")
@@ -100,23 +112,27 @@ class Image:
         (etc / "overlay-device").write_text(DEVICE + "\n")
         (etc / "passwd").write_text("root::0:0:root:/root:/bin/sh\n")
         (etc / "group").write_text("root:x:0:\n")
-        (etc / "motd").write_text("The splash is running. 'screenshot' writes its picture to the host;"
-                                  " 'poweroff -f' ends the board.\n")
+        (etc / "motd").write_text(
+            "The splash is running. 'screenshot' writes its picture to the host;" " 'poweroff -f' ends the board.\n"
+        )
 
     def _fonts(self):
         for font in FONTS:
             target = self.root / font
             target.parent.mkdir(parents=True, exist_ok=True)
             shutil.copy2(self._tree / font, target)
-        shutil.copytree(self._tree / "etc/fonts", self.root / "etc/fonts", symlinks=False,
-                        ignore=shutil.ignore_patterns("conf.avail"))
+        shutil.copytree(
+            self._tree / "etc/fonts",
+            self.root / "etc/fonts",
+            symlinks=False,
+            ignore=shutil.ignore_patterns("conf.avail"),
+        )
 
     def _modules(self):
         version = machines.version(self._kernel_tree)
         source = self._kernel_tree / "lib/modules" / version
         target = self.root / "lib/modules" / version
-        depends = dict(line.split(":", 1) for line in
-                       (source / "modules.dep").read_text().splitlines())
+        depends = dict(line.split(":", 1) for line in (source / "modules.dep").read_text().splitlines())
         target.mkdir(parents=True)
         lines = []
         for path, others in depends.items():

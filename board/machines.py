@@ -14,6 +14,7 @@ class Machine:
     is true where a restart of the kernel ends the emulator, and false where the machine then stands
     still. memory is in megabytes; words are added to the kernel's command line.
     """
+
     name: str
     preset: str
     tree: str
@@ -29,21 +30,46 @@ class Machine:
     words: tuple = ()
 
 
-MACHINES = {machine.name: machine for machine in (
-    Machine("sabrelite", "armhf", "armmp", "sysroot",
+MACHINES = {
+    machine.name: machine
+    for machine in (
+        Machine(
+            "sabrelite",
+            "armhf",
+            "armmp",
+            "sysroot",
             ("qemu-system-arm", "-M", "sabrelite", "-smp", "1"),
-            "ttymxc1", "/dev/ttymxc0",
-            ("-serial", "chardev:channel", "-serial", "chardev:console"), False,
-            "imx6q-sabrelite.dtb", "/soc/bus@2000000/spba-bus@2000000/serial@2020000"),
-    Machine("virt", "armhf", "armmp", "sysroot",
+            "ttymxc1",
+            "/dev/ttymxc0",
+            ("-serial", "chardev:channel", "-serial", "chardev:console"),
+            False,
+            "imx6q-sabrelite.dtb",
+            "/soc/bus@2000000/spba-bus@2000000/serial@2020000",
+        ),
+        Machine(
+            "virt",
+            "armhf",
+            "armmp",
+            "sysroot",
             ("qemu-system-arm", "-M", "virt,highmem=off", "-cpu", "cortex-a15"),
-            "ttyAMA0", "/dev/ttyS0",
-            ("-serial", "chardev:console", "-device", "pci-serial,chardev=channel"), True),
-    Machine("amd64", "release", "amd64", "amd64",
+            "ttyAMA0",
+            "/dev/ttyS0",
+            ("-serial", "chardev:console", "-device", "pci-serial,chardev=channel"),
+            True,
+        ),
+        Machine(
+            "amd64",
+            "release",
+            "amd64",
+            "amd64",
             ("qemu-system-x86_64", "-cpu", "max"),
-            "ttyS0", "/dev/ttyS1",
-            ("-serial", "chardev:console", "-serial", "chardev:channel"), True),
-)}
+            "ttyS0",
+            "/dev/ttyS1",
+            ("-serial", "chardev:console", "-serial", "chardev:channel"),
+            True,
+        ),
+    )
+}
 
 
 def kernel(tree: pathlib.Path) -> pathlib.Path:

@@ -16,8 +16,7 @@ class Reference:
     def __init__(self, build, root, emulated):
         self._root = root
         self._key = str(build)
-        self._products = {"bootlume": build / "bin/bootlume",
-                          "library": build / "lib/libvirtual-device.so"}
+        self._products = {"bootlume": build / "bin/bootlume", "library": build / "lib/libvirtual-device.so"}
         if emulated:
             self._products |= {"run_prefix": ["qemu-arm-static", "-L", str(root)]}
 
@@ -47,7 +46,10 @@ class Reference:
     def _fonts(self, desk):
         """A font configuration with the board's fonts and rules and no others."""
         if "run_prefix" in self._products:
-            return None   # the emulation looks into the board's folder first
-        return desk.write("fonts.conf", "<?xml version='1.0'?><fontconfig>"
-                          f"<dir>{self._root}/usr/share/fonts</dir>"
-                          f"<include>{self._root}/etc/fonts/conf.d</include></fontconfig>")
+            return None  # the emulation looks into the board's folder first
+        return desk.write(
+            "fonts.conf",
+            "<?xml version='1.0'?><fontconfig>"
+            f"<dir>{self._root}/usr/share/fonts</dir>"
+            f"<include>{self._root}/etc/fonts/conf.d</include></fontconfig>",
+        )

@@ -10,20 +10,24 @@ from desk import SOURCE, Desk
 from unprivileged import User
 
 # Only a build with sanitizers looks at these.
-os.environ.setdefault("LSAN_OPTIONS",
-                      f"suppressions={SOURCE / 'cmake/leaks.supp'}:print_suppressions=0")
+os.environ.setdefault("LSAN_OPTIONS", f"suppressions={SOURCE / 'cmake/leaks.supp'}:print_suppressions=0")
 os.environ.setdefault("TSAN_OPTIONS", f"suppressions={SOURCE / 'cmake/races.supp'}")
 
 
 def pytest_addoption(parser):
     group = parser.getgroup("bootlume")
-    group.addoption("--run-prefix", default="",
-                    help="words before the program, for example 'qemu-arm-static -L SYSROOT'")
-    group.addoption("--run-prefix-env", default=None,
-                    help="how the prefix takes a variable that it must not see itself")
-    group.addoption("--preload-dir", default=None,
-                    help="where the program's loader finds the build's libraries; $LIB in it is the"
-                         " loader's own word for its architecture (BUILD_DIR/lib)")
+    group.addoption(
+        "--run-prefix", default="", help="words before the program, for example 'qemu-arm-static -L SYSROOT'"
+    )
+    group.addoption(
+        "--run-prefix-env", default=None, help="how the prefix takes a variable that it must not see itself"
+    )
+    group.addoption(
+        "--preload-dir",
+        default=None,
+        help="where the program's loader finds the build's libraries; $LIB in it is the"
+        " loader's own word for its architecture (BUILD_DIR/lib)",
+    )
 
 
 @pytest.fixture(scope="session")
@@ -40,9 +44,12 @@ def preload_dir(build_dir, pytestconfig):
 @pytest.fixture(scope="session")
 def products(build_dir, preload_dir, run_prefix, pytestconfig):
     """What a Desk needs to know of the build and of how its program is run."""
-    return {"bootlume": build_dir / "bin/bootlume", "library": preload_dir / "libvirtual-device.so",
-            "run_prefix": run_prefix,
-            "prefix_env": pytestconfig.getoption("--run-prefix-env")}
+    return {
+        "bootlume": build_dir / "bin/bootlume",
+        "library": preload_dir / "libvirtual-device.so",
+        "run_prefix": run_prefix,
+        "prefix_env": pytestconfig.getoption("--run-prefix-env"),
+    }
 
 
 @pytest.fixture
@@ -74,9 +81,11 @@ def unprivileged(build_dir, run_prefix):
 def preload(build_dir, preload_dir, desk):
     """preload("cairo-recorder"): the environment that loads the build's libraries of these names
     behind the virtual device."""
+
     def environment(*names):
         missing = [name for name in names if not (build_dir / f"lib/lib{name}.so").exists()]
         assert not missing, f"not built: {missing}"
         libraries = [str(preload_dir / f"lib{name}.so") for name in names]
         return {"LD_PRELOAD": ":".join([desk.environment()["LD_PRELOAD"], *libraries])}
+
     return environment

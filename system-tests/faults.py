@@ -108,10 +108,16 @@ PHASES = ("start", "steady", "reboot", "end")
 
 class Control(ctypes.Structure):
     """The injector's file, mapped."""
-    _fields_ = [("function", ctypes.c_int32), ("countdown", ctypes.c_int32),
-                ("error", ctypes.c_int32), ("struck", ctypes.c_int32),
-                ("functions", ctypes.c_int32), ("calls", ctypes.c_int32 * FUNCTIONS_AT_MOST),
-                ("name", (ctypes.c_char * NAME_LENGTH) * FUNCTIONS_AT_MOST)]
+
+    _fields_ = [
+        ("function", ctypes.c_int32),
+        ("countdown", ctypes.c_int32),
+        ("error", ctypes.c_int32),
+        ("struck", ctypes.c_int32),
+        ("functions", ctypes.c_int32),
+        ("calls", ctypes.c_int32 * FUNCTIONS_AT_MOST),
+        ("name", (ctypes.c_char * NAME_LENGTH) * FUNCTIONS_AT_MOST),
+    ]
 
 
 class Injector:
@@ -139,8 +145,9 @@ class Injector:
     def calls(self):
         """How often each function was called so far, by name."""
         control = self.control
-        return Counter({bytes(control.name[i]).split(b"\0")[0].decode(): control.calls[i]
-                        for i in range(control.functions)})
+        return Counter(
+            {bytes(control.name[i]).split(b"\0")[0].decode(): control.calls[i] for i in range(control.functions)}
+        )
 
     def close(self):
         self.control = None
@@ -244,8 +251,10 @@ class Run:
         return said + self.splash.other_output() + self.splash.stderr.splitlines()
 
     def _start(self):
-        environment = {"LD_PRELOAD": f"{self.library}:{self.desk.environment()['LD_PRELOAD']}",
-                       "FAULT_CONTROL": self.injector.path}
+        environment = {
+            "LD_PRELOAD": f"{self.library}:{self.desk.environment()['LD_PRELOAD']}",
+            "FAULT_CONTROL": self.injector.path,
+        }
         self.desk.trace_config("bootlume 4 0 0")
         # Long enough to be read in two pieces, and so to be looked at in between.
         self.desk.write(LANGUAGE, " " * 5000 + '"selectedLanguage":"zh"')
@@ -311,6 +320,7 @@ class Run:
             except (Late, OSError):
                 pass
             return False
+
         self._until(gone, "the end")
 
     def _word_of_end(self):
@@ -335,11 +345,16 @@ def table(results):
     """Rows of the documentation: phase, call, errors, outcome; alike ones together."""
     rows = {}
     for outcome in results:
-        key = (outcome.case.phase, outcome.case.function, outcome.word,
-               outcome.lines[0] if outcome.lines and outcome.word != TERMINATED else "")
+        key = (
+            outcome.case.phase,
+            outcome.case.function,
+            outcome.word,
+            outcome.lines[0] if outcome.lines and outcome.word != TERMINATED else "",
+        )
         rows.setdefault(key, []).append(outcome.case)
     for (phase, function, word, line), cases in sorted(
-            rows.items(), key=lambda row: (PHASES.index(row[0][0]), row[0][1:])):
+        rows.items(), key=lambda row: (PHASES.index(row[0][0]), row[0][1:])
+    ):
         errors = sorted({case.error for case in cases})
         calls = sorted({case.nth for case in cases})
         yield phase, function, calls, errors, word, line
@@ -355,11 +370,14 @@ def write_table(path, results):
             "manual lists. Each call to the display fails by its name in the system tests, too.\n"
             "Written by `scripts/faults`.\n\n"
             f"{len(struck)} faults, {len(struck) - len(broken)} survived as they should be.\n\n"
-            "| phase | call | its calls | errors | outcome | first line |\n|---|---|---|---|---|---|\n")
+            "| phase | call | its calls | errors | outcome | first line |\n|---|---|---|---|---|---|\n"
+        )
         for phase, function, calls, errors, word, line in table(struck):
             quoted = line.replace("|", "\\|")
-            file.write(f"| {phase} | `{function}` | {', '.join(map(str, calls))} | "
-                       f"{' '.join(errors)} | {word} | {quoted} |\n")
+            file.write(
+                f"| {phase} | `{function}` | {', '.join(map(str, calls))} | "
+                f"{' '.join(errors)} | {word} | {quoted} |\n"
+            )
     return broken
 
 

@@ -26,8 +26,8 @@ class Style:
     """How one kind of text is set."""
 
     size: int
-    step: int           # pixels a byte, from the prefix to the rest
-    shift: int          # of the rest against the prefix, downwards
+    step: int  # pixels a byte, from the prefix to the rest
+    shift: int  # of the rest against the prefix, downwards
     always_whole: bool  # the baseline is cut to a whole pixel also without a prefix
 
 
@@ -40,7 +40,7 @@ def runs(text, chinese):
     if not chinese:
         return [(text, LATIN)]
     if text.startswith(PREFIX):
-        return [(PREFIX, LATIN), (text[len(PREFIX):], CHINESE)]
+        return [(PREFIX, LATIN), (text[len(PREFIX) :], CHINESE)]
     return [(text, CHINESE)]
 
 
@@ -89,8 +89,7 @@ def draw_page(context, title, lines, frame, chinese, taller):
 def page(title=DEFAULT_TITLE, lines=(), frame=0, chinese=False, taller=0):
     """The bytes of the frame buffer: rows of RGB565. `taller`: see the cairo recorder."""
     memory = bytearray(STRIDE * HEIGHT)
-    surface = cairo.ImageSurface.create_for_data(memory, cairo.Format.RGB16_565, WIDTH, HEIGHT,
-                                                 STRIDE)
+    surface = cairo.ImageSurface.create_for_data(memory, cairo.Format.RGB16_565, WIDTH, HEIGHT, STRIDE)
     draw_page(cairo.Context(surface), title, lines, frame, chinese, taller)
     surface.finish()
     return bytes(memory)
@@ -98,9 +97,11 @@ def page(title=DEFAULT_TITLE, lines=(), frame=0, chinese=False, taller=0):
 
 def rounded_otherwise(expected, actual):
     """How many pixels differ by one step of one colour; None where any differs by more."""
+
     def colours(pixels):
         words = pictures.values(pixels).astype(int)
         return numpy.stack([words >> 11, words >> 5 & 63, words & 31])
+
     steps = abs(colours(expected) - colours(actual)).sum(axis=0)
     return None if steps.max() > 1 else int(steps.sum())
 
@@ -116,5 +117,6 @@ def assert_same(expected, actual, folder, name, rounding=0):
         return
     pictures.save_difference(folder, name, expected, actual)
     count, _ = pictures.different_pixels(expected, actual)
-    raise AssertionError(f"{name}: {count} pixels differ; see {folder}/{name}-expected.png, "
-                         "-actual.png and -difference.png")
+    raise AssertionError(
+        f"{name}: {count} pixels differ; see {folder}/{name}-expected.png, " "-actual.png and -difference.png"
+    )

@@ -16,19 +16,26 @@ RGB16_565 = 4
 @pytest.fixture
 def record(desk, preload):
     """record(*texts, frames=n): the cairo calls of a whole run, and what it did to its device."""
+
     def run(*texts, frames=3, taller=0, **options):
         path = desk.root / "cairo"
-        running = desk.start(*texts, refresh=0, **options, env={
-            **preload("cairo-recorder"), "CAIRO_RECORDER_LOG": path,
-            "CAIRO_RECORDER_TALLER": taller})
+        running = desk.start(
+            *texts,
+            refresh=0,
+            **options,
+            env={**preload("cairo-recorder"), "CAIRO_RECORDER_LOG": path, "CAIRO_RECORDER_TALLER": taller},
+        )
         running.screen.wait_for_frame(frames + 1)
         assert running.quit() == 0
         calls = [json.loads(line) for line in path.read_text().splitlines()]
         return SimpleNamespace(
             calls=[(call["call"], *call["arguments"]) for call in calls],
-            threads=[call["thread"] for call in calls], pid=running.pid,
+            threads=[call["thread"] for call in calls],
+            pid=running.pid,
             mapped=[one["address"] for one in running.records(call="mmap")],
-            flips=running.records(call="VIDIOC_QBUF")[1:])
+            flips=running.records(call="VIDIOC_QBUF")[1:],
+        )
+
     return run
 
 
@@ -41,32 +48,38 @@ def height(font, size):
 
 
 def run_of_text(text, font, size, x, y, taller=0):
-    return [("cairo_select_font_face", font, 0, 0),
-            ("cairo_set_font_size", size),
-            ("cairo_text_extents", "cairo", height(font, size) + taller),
-            ("cairo_move_to", x, y),
-            ("cairo_show_text", text)]
+    return [
+        ("cairo_select_font_face", font, 0, 0),
+        ("cairo_set_font_size", size),
+        ("cairo_text_extents", "cairo", height(font, size) + taller),
+        ("cairo_move_to", x, y),
+        ("cairo_show_text", text),
+    ]
 
 
 def ring(frame):
     a = (2 * (frame % 66)) * math.pi / 66
-    return [("cairo_set_line_width", 6),
-            ("cairo_set_source_rgba", 0, 0, 0, 0.21),
-            ("cairo_arc", 240, 364, 66, a, a + math.pi),
-            ("cairo_stroke",),
-            ("cairo_set_line_width", 6),
-            ("cairo_set_source_rgba", 0, 0, 0, 0.76),
-            ("cairo_arc", 240, 364, 66, a + math.pi, a),
-            ("cairo_stroke",)]
+    return [
+        ("cairo_set_line_width", 6),
+        ("cairo_set_source_rgba", 0, 0, 0, 0.21),
+        ("cairo_arc", 240, 364, 66, a, a + math.pi),
+        ("cairo_stroke",),
+        ("cairo_set_line_width", 6),
+        ("cairo_set_source_rgba", 0, 0, 0, 0.76),
+        ("cairo_arc", 240, 364, 66, a + math.pi, a),
+        ("cairo_stroke",),
+    ]
 
 
 BACKGROUND = [("cairo_set_source_rgb", 1, 1, 1), ("cairo_paint",)]
 TEXT_COLOUR = [("cairo_set_source_rgb", 0.1, 0.1, 0.1)]
-DIVIDER = [("cairo_set_line_width", 0.5),
-           ("cairo_set_source_rgb", 0, 0, 0),
-           ("cairo_move_to", 18.5, 150.5),
-           ("cairo_line_to", 462.5, 150.5),
-           ("cairo_stroke",)]
+DIVIDER = [
+    ("cairo_set_line_width", 0.5),
+    ("cairo_set_source_rgb", 0, 0, 0),
+    ("cairo_move_to", 18.5, 150.5),
+    ("cairo_line_to", 462.5, 150.5),
+    ("cairo_stroke",),
+]
 
 
 def assert_whole_run(run, *texts):
@@ -78,10 +91,11 @@ def assert_whole_run(run, *texts):
     contexts = [call[-1] for call in run.calls[3:5]]
     assert len(set(surfaces + contexts)) == 4
     expected = [("cairo_format_stride_for_width", RGB16_565, 480, 960)]
-    expected += [("cairo_image_surface_create_for_data", start, RGB16_565, 480, 800, 960, surface)
-                 for start, surface in zip(run.mapped, surfaces)]
-    expected += [("cairo_create", surface, context)
-                 for surface, context in zip(surfaces, contexts)]
+    expected += [
+        ("cairo_image_surface_create_for_data", start, RGB16_565, 480, 800, 960, surface)
+        for start, surface in zip(run.mapped, surfaces)
+    ]
+    expected += [("cairo_create", surface, context) for surface, context in zip(surfaces, contexts)]
     drawn = BACKGROUND + TEXT_COLOUR + [call for text in texts for call in text] + DIVIDER
     for frame in range(frames):
         expected += [(call[0], contexts[frame % 2], *call[1:]) for call in drawn + ring(frame)]
@@ -96,7 +110,8 @@ def test_a_latin_page_with_one_line(record):
     assert_whole_run(
         run,
         run_of_text("Brem K5", LATIN, 15, 18, math.trunc(127 + height(LATIN, 15))),
-        run_of_text("Das Gerät wird gestartet", LATIN, 21, 18, 163 + height(LATIN, 21)))
+        run_of_text("Das Gerät wird gestartet", LATIN, 21, 18, 163 + height(LATIN, 21)),
+    )
 
 
 def test_a_latin_page_with_two_lines_and_an_empty_one(record):
@@ -107,13 +122,12 @@ def test_a_latin_page_with_two_lines_and_an_empty_one(record):
         run_of_text("Brem K5 Konfiguration", LATIN, 15, 18, math.trunc(127 + height(LATIN, 15))),
         run_of_text("eins", LATIN, 21, 18, 163 + top),
         run_of_text("", LATIN, 21, 18, 190 + top),
-        run_of_text("Brem K5 drei", LATIN, 21, 18, 217 + top))
+        run_of_text("Brem K5 drei", LATIN, 21, 18, 217 + top),
+    )
 
 
 def test_the_default_page(record):
-    assert_whole_run(
-        record(),
-        run_of_text("Brem K5 Konfiguration", LATIN, 15, 18, math.trunc(127 + height(LATIN, 15))))
+    assert_whole_run(record(), run_of_text("Brem K5 Konfiguration", LATIN, 15, 18, math.trunc(127 + height(LATIN, 15))))
 
 
 def test_a_chinese_page_with_the_product_name_in_front(desk, record):
@@ -127,7 +141,8 @@ def test_a_chinese_page_with_the_product_name_in_front(desk, record):
         run_of_text("配置", CHINESE, 15, 74, title - 1),
         run_of_text("Brem K5 ", LATIN, 21, 18, line),
         run_of_text("启动", CHINESE, 21, 98, line - 2),
-        run_of_text("请稍候", CHINESE, 21, 18, 190 + height(CHINESE, 21)))
+        run_of_text("请稍候", CHINESE, 21, 18, 190 + height(CHINESE, 21)),
+    )
 
 
 def test_a_chinese_page_with_nothing_behind_the_product_name(desk, record):
@@ -138,11 +153,11 @@ def test_a_chinese_page_with_nothing_behind_the_product_name(desk, record):
         run,
         run_of_text("Brem K5 ", LATIN, 15, 18, title),
         run_of_text("", CHINESE, 15, 74, title - 1),
-        run_of_text("Der Brem K5 startet", CHINESE, 21, 18, 163 + height(CHINESE, 21)))
+        run_of_text("Der Brem K5 startet", CHINESE, 21, 18, 163 + height(CHINESE, 21)),
+    )
 
 
-def test_the_title_and_a_line_of_two_runs_stand_on_whole_pixels_and_other_lines_do_not(desk,
-                                                                                       record):
+def test_the_title_and_a_line_of_two_runs_stand_on_whole_pixels_and_other_lines_do_not(desk, record):
     desk.language("zh")
     run = record("启动", "Brem K5 启动\n请稍候\nBitte warten", taller=0.75)
     title = 127 + height(CHINESE, 15)
@@ -155,7 +170,8 @@ def test_the_title_and_a_line_of_two_runs_stand_on_whole_pixels_and_other_lines_
         run_of_text("Brem K5 ", LATIN, 21, 18, split, 0.75),
         run_of_text("启动", CHINESE, 21, 98, split - 2, 0.75),
         run_of_text("请稍候", CHINESE, 21, 18, whole, 0.75),
-        run_of_text("Bitte warten", CHINESE, 21, 18, whole + 27, 0.75))
+        run_of_text("Bitte warten", CHINESE, 21, 18, whole + 27, 0.75),
+    )
 
 
 def test_in_latin_only_the_title_stands_on_a_whole_pixel(record):
@@ -163,7 +179,8 @@ def test_in_latin_only_the_title_stands_on_a_whole_pixel(record):
     assert_whole_run(
         run,
         run_of_text("Brem K5 Titel", LATIN, 15, 18, 127 + height(LATIN, 15), 0.75),
-        run_of_text("Brem K5 Zeile", LATIN, 21, 18, 163 + height(LATIN, 21) + 0.75, 0.75))
+        run_of_text("Brem K5 Zeile", LATIN, 21, 18, 163 + height(LATIN, 21) + 0.75, 0.75),
+    )
 
 
 def test_the_ring_begins_its_second_turn_with_the_first_angle(record):
@@ -179,10 +196,12 @@ def test_the_page_is_built_and_released_on_the_main_thread_and_drawn_on_one_othe
     run = record()
     threads = dict.fromkeys(run.threads)
     assert len(threads) == 2
-    painters = {thread for thread, call in zip(run.threads, run.calls)
-                if call[0] in ("cairo_paint", "cairo_stroke", "cairo_show_text")}
-    others = {thread for thread, call in zip(run.threads, run.calls)
-              if "create" in call[0] or "destroy" in call[0]}
+    painters = {
+        thread
+        for thread, call in zip(run.threads, run.calls)
+        if call[0] in ("cairo_paint", "cairo_stroke", "cairo_show_text")
+    }
+    others = {thread for thread, call in zip(run.threads, run.calls) if "create" in call[0] or "destroy" in call[0]}
     assert others == {run.pid}
     assert len(painters) == 1 and painters != others
 
@@ -199,9 +218,9 @@ def test_a_failed_flip_draws_the_next_step_of_the_ring_into_the_same_buffer(reco
 
 def test_the_recorder_knows_every_cairo_call_of_the_program(build_dir):
     def symbols(which, path):
-        listed = subprocess.run(["nm", "-D", which, path], capture_output=True, text=True,
-                                check=True).stdout
+        listed = subprocess.run(["nm", "-D", which, path], capture_output=True, text=True, check=True).stdout
         return {name for name in listed.split() if name.startswith("cairo_")}
+
     used = symbols("--undefined-only", build_dir / "bin/bootlume")
     assert "cairo_show_text" in used
     assert used <= symbols("--defined-only", build_dir / "lib/libcairo-recorder.so")

@@ -35,6 +35,7 @@ class Clocks:
 
 def wait_until_waiting(splash):
     """Returns once the loop is in its wait, which the shifted clock cuts into many short ones."""
+
     def sleeps():
         status = Path(f"/proc/{splash.pid}/task/{splash.pid}/status").read_text(encoding="ascii")
         return int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", status, re.MULTILINE)[1])
@@ -55,11 +56,21 @@ def clocked(desk, build_dir, preload):
         desk.reboot_script("/sbin/vrx_reboot", "exit 0")
         launched = time.monotonic()
         # The display waits for nothing: its own waits would see a clock that they are not meant to.
-        splash = desk.start("-c", "Title", "Lines", refresh=0, env={
-            **preload("shifted-clock"), "SHIFTED_CLOCK": desk.root / "clocks",
-            "SPLASH_TIMEOUT": limit, "SPLASH_TIMEOUT_HARD": NEVER_S})
+        splash = desk.start(
+            "-c",
+            "Title",
+            "Lines",
+            refresh=0,
+            env={
+                **preload("shifted-clock"),
+                "SHIFTED_CLOCK": desk.root / "clocks",
+                "SPLASH_TIMEOUT": limit,
+                "SPLASH_TIMEOUT_HARD": NEVER_S,
+            },
+        )
         wait_until_waiting(wait_until_running(splash))
         return splash, clocks, launched
+
     return start
 
 
@@ -115,8 +126,7 @@ def test_a_wall_clock_set_back_by_hours_does_not_stop_texts_and_the_ring(clocked
     before = splash.screen.wait_for_frame()
     splash.send("Another title;Another line")
     head = before.width * 2 * 280
-    splash.screen.wait_for_picture(lambda frame: frame.pixels[:head] != before.pixels[:head],
-                                   "the new texts")
+    splash.screen.wait_for_picture(lambda frame: frame.pixels[:head] != before.pixels[:head], "the new texts")
     assert splash.quit() == 0
 
 
@@ -141,6 +151,7 @@ def test_a_wall_clock_set_back_and_forth_all_the_time_changes_no_limit(clocked):
         turns += 1
         clocks.set(wall=(turns % 7 - 3) * HOUR)
         return splash.trace(FIRED)
+
     wait_until(fired, "the limit")
     assert LIMIT_S <= time.monotonic() - began <= LIMIT_S + LONGEST_LATE_S
     assert splash.quit() == 0

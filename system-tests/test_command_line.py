@@ -15,15 +15,17 @@ def parameter(name, value):
 
 
 def failure(name, default):
-    return traced("ERROR", f"failed to parse environment value: {name}, using , "
-                           f"defaultValue = {default}, stoi", MAIN_FILE, MAIN)
+    return traced(
+        "ERROR",
+        f"failed to parse environment value: {name}, using , " f"defaultValue = {default}, stoi",
+        MAIN_FILE,
+        MAIN,
+    )
 
 
-COMMANDS = [parameter("VRX_REBOOT_COMMAND", "/sbin/vrx_reboot"),
-            parameter("REBOOT_COMMAND", "/sbin/reboot")]
+COMMANDS = [parameter("VRX_REBOOT_COMMAND", "/sbin/vrx_reboot"), parameter("REBOOT_COMMAND", "/sbin/reboot")]
 LIMITS = [parameter("SPLASH_TIMEOUT", 180), parameter("SPLASH_TIMEOUT_HARD", 200)]
-CLEAN = {name: None for name in
-         ("VRX_REBOOT_COMMAND", "REBOOT_COMMAND", "SPLASH_TIMEOUT", "SPLASH_TIMEOUT_HARD")}
+CLEAN = {name: None for name in ("VRX_REBOOT_COMMAND", "REBOOT_COMMAND", "SPLASH_TIMEOUT", "SPLASH_TIMEOUT_HARD")}
 
 
 @pytest.fixture
@@ -33,33 +35,55 @@ def start(desk):
 
     def run(*arguments, **variables):
         return wait_until_running(desk.start(*arguments, env={**CLEAN, **variables}))
+
     return run
 
 
-@pytest.mark.parametrize("arguments, armed", [
-    ([], False), (["-c"], True), (["A", "B"], False), (["-c", "A", "B"], True),
-    (["-cabc", "A", "B"], True), (["A", "-c"], False), (["-c", "-c", "-c"], True),
-    (["-", "c"], False), (["", ""], False), (["-C", "B"], False), (["--", "B"], False),
-], ids=str)
+@pytest.mark.parametrize(
+    "arguments, armed",
+    [
+        ([], False),
+        (["-c"], True),
+        (["A", "B"], False),
+        (["-c", "A", "B"], True),
+        (["-cabc", "A", "B"], True),
+        (["A", "-c"], False),
+        (["-c", "-c", "-c"], True),
+        (["-", "c"], False),
+        (["", ""], False),
+        (["-C", "B"], False),
+        (["--", "B"], False),
+    ],
+    ids=str,
+)
 def test_a_good_command_line_starts_the_splash(start, arguments, armed):
     splash = start(*arguments)
     splash.screen.wait_for_frame()
     assert splash.quit() == 0
-    assert lines_of(splash, MAIN_FILE) == \
-        ([STARTUP_CHECK] if armed else []) + COMMANDS + (LIMITS if armed else [])
+    assert lines_of(splash, MAIN_FILE) == ([STARTUP_CHECK] if armed else []) + COMMANDS + (LIMITS if armed else [])
     assert splash.stderr == "" and splash.other_output() == []
 
 
-@pytest.mark.parametrize("arguments", [
-    ["A"], ["-c", "A"], ["A", "B", "C"], ["-c", "A", "B", "C"], [""], ["-x"],
-    ["-c", "A", "B", "-c"], ["A", "-c", "B"], ["Title"] * 500,
-], ids=lambda arguments: " ".join(arguments)[:20])
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        ["A"],
+        ["-c", "A"],
+        ["A", "B", "C"],
+        ["-c", "A", "B", "C"],
+        [""],
+        ["-x"],
+        ["-c", "A", "B", "-c"],
+        ["A", "-c", "B"],
+        ["Title"] * 500,
+    ],
+    ids=lambda arguments: " ".join(arguments)[:20],
+)
 def test_a_wrong_number_of_texts_ends_with_the_usage_and_status_255(desk, arguments):
     desk.trace_config(OWN_LINES)
     splash = desk.run(*arguments, env=CLEAN)
     assert splash.process.returncode == 255
-    assert lines_of(splash, MAIN_FILE) == \
-        ([STARTUP_CHECK] if arguments[0].startswith("-c") else []) + [USAGE]
+    assert lines_of(splash, MAIN_FILE) == ([STARTUP_CHECK] if arguments[0].startswith("-c") else []) + [USAGE]
     device = [record["call"] for record in splash.records(kind="device")]
     assert device[0] == "open", "the overlay is opened first"
     assert "VIDIOC_STREAMON" in device
@@ -73,9 +97,15 @@ def test_the_usage_is_said_at_the_usual_level_too(desk):
     assert lines_of(splash) == [USAGE]
 
 
-@pytest.mark.parametrize("arguments, texts", [
-    (["-c"], []), (["-cxyz", "A", "B"], ["A", "B"]), (["-c", "A", "B"], ["A", "B"]),
-], ids=str)
+@pytest.mark.parametrize(
+    "arguments, texts",
+    [
+        (["-c"], []),
+        (["-cxyz", "A", "B"], ["A", "B"]),
+        (["-c", "A", "B"], ["A", "B"]),
+    ],
+    ids=str,
+)
 def test_the_option_does_not_change_the_page(start, arguments, texts):
     plain = start(*texts)
     wanted = still_page(plain)
@@ -94,30 +124,46 @@ def test_the_option_in_second_place_is_a_text(start):
     assert splash.quit() == 0
 
 
-@pytest.mark.parametrize("text, soft", [
-    ("30x", 30), (" \t+31", 31), ("2147483647", 2147483647), ("0x10", 0), ("077", 77),
-    ("45.9", 45),
-], ids=repr)
+@pytest.mark.parametrize(
+    "text, soft",
+    [
+        ("30x", 30),
+        (" \t+31", 31),
+        ("2147483647", 2147483647),
+        ("0x10", 0),
+        ("077", 77),
+        ("45.9", 45),
+    ],
+    ids=repr,
+)
 def test_a_limit_is_the_number_that_its_text_begins_with(desk, text, soft):
     """A hard limit that lies far away keeps a soft limit of 0 from doing more than being read."""
     desk.trace_config(OWN_LINES)
     desk.reboot_script("/sbin/vrx_reboot", "exit 0")
-    splash = wait_until_running(
-        desk.start("-c", env={**CLEAN, "SPLASH_TIMEOUT": text, "SPLASH_TIMEOUT_HARD": "7777"}))
+    splash = wait_until_running(desk.start("-c", env={**CLEAN, "SPLASH_TIMEOUT": text, "SPLASH_TIMEOUT_HARD": "7777"}))
     assert splash.quit() == 0
-    assert lines_of(splash, MAIN_FILE) == [STARTUP_CHECK, *COMMANDS,
-                                           parameter("SPLASH_TIMEOUT", soft),
-                                           parameter("SPLASH_TIMEOUT_HARD", 7777)]
+    assert lines_of(splash, MAIN_FILE) == [
+        STARTUP_CHECK,
+        *COMMANDS,
+        parameter("SPLASH_TIMEOUT", soft),
+        parameter("SPLASH_TIMEOUT_HARD", 7777),
+    ]
 
 
-@pytest.mark.parametrize("text", ["abc", "", " ", "-", "x30", "2147483648", "-2147483649",
-                                  "99999999999999999999"], ids=repr)
+@pytest.mark.parametrize(
+    "text", ["abc", "", " ", "-", "x30", "2147483648", "-2147483649", "99999999999999999999"], ids=repr
+)
 def test_a_limit_that_is_no_number_gives_a_line_and_the_default(start, text):
     splash = start("-c", SPLASH_TIMEOUT=text, SPLASH_TIMEOUT_HARD=text)
     assert splash.quit() == 0
     assert lines_of(splash, MAIN_FILE) == [
-        STARTUP_CHECK, *COMMANDS, failure("SPLASH_TIMEOUT", 180), LIMITS[0],
-        failure("SPLASH_TIMEOUT_HARD", 200), LIMITS[1]]
+        STARTUP_CHECK,
+        *COMMANDS,
+        failure("SPLASH_TIMEOUT", 180),
+        LIMITS[0],
+        failure("SPLASH_TIMEOUT_HARD", 200),
+        LIMITS[1],
+    ]
 
 
 def test_the_reboot_commands_are_taken_as_they_are(start):
@@ -125,7 +171,8 @@ def test_the_reboot_commands_are_taken_as_they_are(start):
     assert splash.quit() == 0
     assert lines_of(splash, MAIN_FILE) == [
         parameter("VRX_REBOOT_COMMAND", "/a program/with blanks --and options"),
-        parameter("REBOOT_COMMAND", "")]
+        parameter("REBOOT_COMMAND", ""),
+    ]
 
 
 def test_without_the_option_the_limits_are_not_even_read(start):

@@ -7,8 +7,8 @@ import socket
 import pytest
 
 from desk import SOCKET, is_dispatching, wait_until, wait_until_running
-from desk.lines import (ALL_LINES, ENDING, FIRST_RING_ROW, OWN_LINES, SERVER, UNIX_SERVER,
-                        lines_of, still_page, traced)
+from desk.lines import ALL_LINES, ENDING, FIRST_RING_ROW, OWN_LINES, SERVER, UNIX_SERVER, lines_of, still_page, traced
+
 
 def got(text):
     return traced("DEBUG", f"Got Message from socket, command = {text}", UNIX_SERVER, SERVER)
@@ -18,8 +18,7 @@ def refused(pieces):
     return traced("WARN", f"Wrong message format, tmp.size() = {pieces}", ENDING, SERVER)
 
 
-QUIT_LINES = [got("QUIT"),
-              traced("DEBUG", "End splash-screen over socket command.", ENDING, SERVER)]
+QUIT_LINES = [got("QUIT"), traced("DEBUG", "End splash-screen over socket command.", ENDING, SERVER)]
 
 
 def command_lines(splash):
@@ -29,7 +28,7 @@ def command_lines(splash):
 
 def page(frame):
     """The part of a picture that does not turn."""
-    return frame.pixels[:FIRST_RING_ROW * frame.width * 2]
+    return frame.pixels[: FIRST_RING_ROW * frame.width * 2]
 
 
 @pytest.fixture
@@ -45,10 +44,25 @@ def test_quit_ends_the_splash_with_status_0(running):
     assert running.desk.path(SOCKET).is_socket(), "the socket's file stays behind"
 
 
-@pytest.mark.parametrize("message, pieces", [
-    ("quit", 1), ("QUIT\n", 1), ("QUIT ", 1), ("QUIT\0", 1), ("QUIT;", 1), ("Title;", 1), (";", 1),
-    ("one;two;three", 3), ("one;;two", 3), (";one;two", 3), (";;;", 3), ("Title", 1), ("\n", 1),
-], ids=repr)
+@pytest.mark.parametrize(
+    "message, pieces",
+    [
+        ("quit", 1),
+        ("QUIT\n", 1),
+        ("QUIT ", 1),
+        ("QUIT\0", 1),
+        ("QUIT;", 1),
+        ("Title;", 1),
+        (";", 1),
+        ("one;two;three", 3),
+        ("one;;two", 3),
+        (";one;two", 3),
+        (";;;", 3),
+        ("Title", 1),
+        ("\n", 1),
+    ],
+    ids=repr,
+)
 def test_another_text_is_refused_and_the_splash_goes_on(desk, message, pieces):
     desk.trace_config(OWN_LINES)
     splash = wait_until_running(desk.start("Title", "Lines", refresh=0))
@@ -60,11 +74,19 @@ def test_another_text_is_refused_and_the_splash_goes_on(desk, message, pieces):
     assert command_lines(splash) == [got(message), refused(pieces), *QUIT_LINES]
 
 
-@pytest.mark.parametrize("message, title, lines", [
-    ("Titel;eins\nzwei", "Titel", "eins\nzwei"), ("Titel;eins\\nzwei;", "Titel", "eins\nzwei"),
-    ("QUIT;now", "QUIT", "now"), (";only lines", "", "only lines"), ("Title;;", "Title", ""),
-    (";;", "", ""), (" a ; b ", " a ", " b "),
-], ids=repr)
+@pytest.mark.parametrize(
+    "message, title, lines",
+    [
+        ("Titel;eins\nzwei", "Titel", "eins\nzwei"),
+        ("Titel;eins\\nzwei;", "Titel", "eins\nzwei"),
+        ("QUIT;now", "QUIT", "now"),
+        (";only lines", "", "only lines"),
+        ("Title;;", "Title", ""),
+        (";;", "", ""),
+        (" a ; b ", " a ", " b "),
+    ],
+    ids=repr,
+)
 def test_two_fields_replace_the_texts(desk, message, title, lines):
     desk.trace_config(OWN_LINES)
     wanted = desk.start(title, lines)
@@ -83,7 +105,8 @@ def test_a_datagram_of_no_bytes_ends_the_splash(running):
     assert running.wait() == 0
     assert command_lines(running) == [
         traced("ERROR", "Nothing read from the socket. Quitting.", UNIX_SERVER, SERVER),
-        traced("DEBUG", "End splash-screen over socket command.", ENDING, SERVER)]
+        traced("DEBUG", "End splash-screen over socket command.", ENDING, SERVER),
+    ]
 
 
 def test_a_long_datagram_arrives_whole(running):
@@ -92,8 +115,7 @@ def test_a_long_datagram_arrives_whole(running):
     running.send(long)
     running.send("x" * 1000)
     assert running.quit() == 0
-    assert command_lines(running) == [got(long), refused(1), got("x" * 1000), refused(1),
-                                      *QUIT_LINES]
+    assert command_lines(running) == [got(long), refused(1), got("x" * 1000), refused(1), *QUIT_LINES]
 
 
 def test_bytes_that_are_no_text_arrive_as_they_are(running):
@@ -101,8 +123,11 @@ def test_bytes_that_are_no_text_arrive_as_they_are(running):
     running.send(b"\xc3;\x00\xff")
     assert running.quit() == 0
     assert command_lines(running) == [
-        got(b"\xff\x00\xfe\x80 \t".decode(errors="surrogateescape")), refused(1),
-        got(b"\xc3;\x00\xff".decode(errors="surrogateescape")), *QUIT_LINES]
+        got(b"\xff\x00\xfe\x80 \t".decode(errors="surrogateescape")),
+        refused(1),
+        got(b"\xc3;\x00\xff".decode(errors="surrogateescape")),
+        *QUIT_LINES,
+    ]
 
 
 def test_ten_thousand_datagrams_arrive_in_their_order(running):
@@ -112,8 +137,9 @@ def test_ten_thousand_datagrams_arrive_in_their_order(running):
             sender.send(b"title;%d" % number)
         sender.send(b"QUIT")
     assert running.wait() == 0
-    assert re.findall(r"\| Got Message from socket, command = title;(\d+)\|",
-                      running.stdout) == [str(number) for number in range(10_000)]
+    assert re.findall(r"\| Got Message from socket, command = title;(\d+)\|", running.stdout) == [
+        str(number) for number in range(10_000)
+    ]
 
 
 def test_each_wait_for_a_message_is_traced(desk):
@@ -126,8 +152,10 @@ def test_each_wait_for_a_message_is_traced(desk):
     while lines.count(polling) > 3:  # a busy machine may let a wait run out
         lines.remove(polling)
     # The loop is left without another poll where the end comes in between.
-    assert lines in ([polling, got("Title"), polling, got("QUIT"), polling],
-                     [polling, got("Title"), polling, got("QUIT")])
+    assert lines in (
+        [polling, got("Title"), polling, got("QUIT"), polling],
+        [polling, got("Title"), polling, got("QUIT")],
+    )
 
 
 @pytest.mark.parametrize("leave", ["a socket of an earlier run", "a file"])
@@ -155,6 +183,7 @@ def test_a_second_server_takes_the_path_over(desk):
             return desk.path(SOCKET).stat().st_ino != inode
         except FileNotFoundError:
             return False  # between the unlink and the bind
+
     wait_until(taken_over, "the second server to bind the path")
     assert wait_until_running(second).quit() == 0
     assert first.process.poll() is None, "the first hears nothing any more"

@@ -25,8 +25,19 @@ def some(record, *keys):
     return {key: record["in"][key] for key in keys}
 
 
-START = ["open", "VIDIOC_QUERYCAP", "VIDIOC_G_FMT", "VIDIOC_S_FMT", "VIDIOC_REQBUFS",
-         "VIDIOC_QUERYBUF", "mmap", "VIDIOC_QUERYBUF", "mmap", "VIDIOC_QBUF", "VIDIOC_STREAMON"]
+START = [
+    "open",
+    "VIDIOC_QUERYCAP",
+    "VIDIOC_G_FMT",
+    "VIDIOC_S_FMT",
+    "VIDIOC_REQBUFS",
+    "VIDIOC_QUERYBUF",
+    "mmap",
+    "VIDIOC_QUERYBUF",
+    "mmap",
+    "VIDIOC_QBUF",
+    "VIDIOC_STREAMON",
+]
 FLIP = ["VIDIOC_QBUF", "VIDIOC_DQBUF"]
 END = ["VIDIOC_STREAMOFF", "munmap", "munmap", "close"]
 
@@ -57,15 +68,30 @@ def test_the_device_is_opened_for_reading_and_writing_and_blocking(started):
 def test_the_format_is_the_drivers_own_with_the_page_put_in(started):
     get, put = calls(started)[2:4]
     assert get["in"]["type"] == OUTPUT
-    assert put["in"] == {**get["out"], "type": OUTPUT, "width": 480, "height": 800,
-                         "pixelformat": RGB565, "field": ANY_FIELD, "colorspace": SRGB}
+    assert put["in"] == {
+        **get["out"],
+        "type": OUTPUT,
+        "width": 480,
+        "height": 800,
+        "pixelformat": RGB565,
+        "field": ANY_FIELD,
+        "colorspace": SRGB,
+    }
 
 
 def test_a_failed_reading_of_the_format_leaves_zeros_around_the_page(splash):
     running = splash(faults="VIDIOC_G_FMT@1=EINVAL")
     put = running.wait_for_record("VIDIOC_S_FMT")
-    assert put["in"] == {"type": OUTPUT, "width": 480, "height": 800, "pixelformat": RGB565,
-                         "field": ANY_FIELD, "colorspace": SRGB, "bytesperline": 0, "sizeimage": 0}
+    assert put["in"] == {
+        "type": OUTPUT,
+        "width": 480,
+        "height": 800,
+        "pixelformat": RGB565,
+        "field": ANY_FIELD,
+        "colorspace": SRGB,
+        "bytesperline": 0,
+        "sizeimage": 0,
+    }
     running.screen.wait_for_frame(2)
     assert running.quit() == 0
 
@@ -78,8 +104,7 @@ def test_two_mapped_buffers_are_asked_for(started):
 def test_each_buffer_is_queried_and_mapped_as_the_driver_says(started):
     made = calls(started)
     for index, (query, mapping) in enumerate((made[5:7], made[7:9])):
-        assert query["in"] == {"index": index, "type": OUTPUT, "memory": MMAP, "bytesused": 0,
-                               "flags": 0, "field": 0}
+        assert query["in"] == {"index": index, "type": OUTPUT, "memory": MMAP, "bytesused": 0, "flags": 0, "field": 0}
         assert mapping["length"] == query["out"]["length"]
         assert mapping["offset"] == query["out"]["offset"]
         assert (mapping["prot"], mapping["flags"]) == (READ_WRITE, SHARED)
@@ -87,8 +112,7 @@ def test_each_buffer_is_queried_and_mapped_as_the_driver_says(started):
 
 def test_buffer_1_is_queued_before_the_stream_is_switched_on(started):
     queued, on = calls(started)[9:11]
-    assert queued["in"] == {"index": 1, "type": OUTPUT, "memory": MMAP, "bytesused": 0, "flags": 0,
-                            "field": 0}
+    assert queued["in"] == {"index": 1, "type": OUTPUT, "memory": MMAP, "bytesused": 0, "flags": 0, "field": 0}
     assert on["in"] == {"type": OUTPUT}
 
 
@@ -122,7 +146,7 @@ def test_flips_take_turns_from_buffer_0_on(splash):
     running = splash(refresh=0)
     running.screen.wait_for_frame(7)
     assert running.quit() == 0
-    flips = calls(running)[len(START):-len(END)]
+    flips = calls(running)[len(START) : -len(END)]
     assert names(flips) == FLIP * (len(flips) // 2)
     assert len(flips) >= 12
     for number, (queued, dequeued) in enumerate(zip(flips[::2], flips[1::2])):
@@ -147,13 +171,11 @@ def test_the_end_is_stream_off_two_unmaps_and_close_each_once(splash, how):
     assert running.wait() == 0
     made = calls(running)
     assert names(made)[-4:] == END
-    assert {name: names(made).count(name) for name in END} == {
-        "VIDIOC_STREAMOFF": 1, "munmap": 2, "close": 1}
+    assert {name: names(made).count(name) for name in END} == {"VIDIOC_STREAMOFF": 1, "munmap": 2, "close": 1}
     off, *unmapped, closed = made[-4:]
     assert off["in"] == {"type": OUTPUT}
     mapped = running.records(call="mmap")
-    assert [(one["address"], one["length"]) for one in unmapped] == \
-        [(one["address"], one["length"]) for one in mapped]
+    assert [(one["address"], one["length"]) for one in unmapped] == [(one["address"], one["length"]) for one in mapped]
     assert closed["fd"] == made[0]["result"]
     assert [record["error"] for record in made if record["errno"]] == []
     assert not running.screen.streaming
@@ -166,21 +188,25 @@ def failures(running):
 FATAL = {
     "open": ("open@1=ENOENT", ["Couldn't open v4l2 overlay device."], "open"),
     "format": ("VIDIOC_S_FMT@1=EINVAL", ["Couldn't set the video FMT."], "VIDIOC_S_FMT"),
-    "request": ("VIDIOC_REQBUFS@1=ENOMEM",
-                ["Couldn't get request buffers.", "Couldn't allocate video buffers."],
-                "VIDIOC_REQBUFS"),
-    "query-0": ("VIDIOC_QUERYBUF@1=EINVAL",
-                ["Couldn't query video buffers.", "Couldn't allocate video buffers."],
-                "VIDIOC_QUERYBUF"),
-    "query-1": ("VIDIOC_QUERYBUF@2=EINVAL",
-                ["Couldn't query video buffers.", "Couldn't allocate video buffers."],
-                "VIDIOC_QUERYBUF"),
+    "request": (
+        "VIDIOC_REQBUFS@1=ENOMEM",
+        ["Couldn't get request buffers.", "Couldn't allocate video buffers."],
+        "VIDIOC_REQBUFS",
+    ),
+    "query-0": (
+        "VIDIOC_QUERYBUF@1=EINVAL",
+        ["Couldn't query video buffers.", "Couldn't allocate video buffers."],
+        "VIDIOC_QUERYBUF",
+    ),
+    "query-1": (
+        "VIDIOC_QUERYBUF@2=EINVAL",
+        ["Couldn't query video buffers.", "Couldn't allocate video buffers."],
+        "VIDIOC_QUERYBUF",
+    ),
     "map-0": ("mmap@1=ENOMEM", ["Couldn't allocate video buffers."], "mmap"),
     "map-1": ("mmap@2=ENOMEM", ["Couldn't allocate video buffers."], "mmap"),
-    "queue": ("VIDIOC_QBUF@1=EIO", ["Couldn't queue buffer, m_freeBuffer.index = 1"],
-              "VIDIOC_QBUF"),
-    "stream-on": ("VIDIOC_STREAMON@1=EIO", ["Couldn't set video device to stream on."],
-                  "VIDIOC_STREAMON"),
+    "queue": ("VIDIOC_QBUF@1=EIO", ["Couldn't queue buffer, m_freeBuffer.index = 1"], "VIDIOC_QBUF"),
+    "stream-on": ("VIDIOC_STREAMON@1=EIO", ["Couldn't set video device to stream on."], "VIDIOC_STREAMON"),
 }
 
 
@@ -193,8 +219,7 @@ def test_a_display_that_cannot_be_set_up_ends_the_program(desk, fault, texts, la
     assert not desk.path("/tmp/.bootlume").exists()
 
 
-@pytest.mark.parametrize("fault, last", [(fault, last) for fault, _, last in FATAL.values()],
-                         ids=FATAL.keys())
+@pytest.mark.parametrize("fault, last", [(fault, last) for fault, _, last in FATAL.values()], ids=FATAL.keys())
 def test_the_exit_does_not_depend_on_the_trace_level(desk, fault, last):
     desk.trace_config("bootlume 1 0 0")
     running = desk.run("Brem K5", "Bitte warten", faults=fault)
@@ -217,13 +242,13 @@ def test_a_failure_that_does_not_matter_is_logged_and_passed_over(splash, fault,
     assert running.quit() == 0
     assert failures(running) == [("ERROR", " " + text)]
     made = names(calls(running))
-    assert made[:len(START)] == START
+    assert made[: len(START)] == START
     assert made[-4:] == END
 
 
 def flip_calls(running, count):
     """(call, index passed in, whether it failed) of the first flips."""
-    records = calls(running)[len(START):len(START) + count]
+    records = calls(running)[len(START) : len(START) + count]
     return [(record["call"], record["in"]["index"], record["errno"] != 0) for record in records]
 
 
@@ -233,27 +258,37 @@ def test_a_buffer_that_cannot_be_queued_stays_free_and_is_tried_again(splash):
     assert running.quit() == 0
     queue, dequeue = FLIP
     assert flip_calls(running, 9) == [
-        (queue, 0, False), (dequeue, 1, False),
-        (queue, 1, True), (queue, 1, True),
-        (queue, 1, False), (dequeue, 0, False),
-        (queue, 0, False), (dequeue, 1, False),
-        (queue, 1, False)]
+        (queue, 0, False),
+        (dequeue, 1, False),
+        (queue, 1, True),
+        (queue, 1, True),
+        (queue, 1, False),
+        (dequeue, 0, False),
+        (queue, 0, False),
+        (dequeue, 1, False),
+        (queue, 1, False),
+    ]
     assert failures(running) == [("ERROR", " Couldn't queue buffer, m_freeBuffer.index = 1")] * 2
     assert names(calls(running))[-4:] == END
 
 
 def test_a_failed_dequeue_leaves_the_other_buffer_free(splash):
     running = splash(refresh=0, faults="VIDIOC_DQBUF@2=EIO")
-    running.wait_for_record(lambda record: record["call"] == "VIDIOC_QBUF" and record["errno"],
-                            "the queueing of a buffer that the driver still holds")
+    running.wait_for_record(
+        lambda record: record["call"] == "VIDIOC_QBUF" and record["errno"],
+        "the queueing of a buffer that the driver still holds",
+    )
     assert running.quit() == 0
     queue, dequeue = FLIP
     # The second flip passes its toggled index in, 0, and goes on with it. That buffer was never
     # handed back, so the driver refuses it from then on, and each frame is drawn into it again.
     assert flip_calls(running, 5) == [
-        (queue, 0, False), (dequeue, 1, False),
-        (queue, 1, False), (dequeue, 0, True),
-        (queue, 0, True)]
+        (queue, 0, False),
+        (dequeue, 1, False),
+        (queue, 1, False),
+        (dequeue, 0, True),
+        (queue, 0, True),
+    ]
     lines = failures(running)
     assert lines[0] == ("ERROR", " Couldn't dequeue buffer, m_freeBuffer.index = 0")
     assert lines[1] == ("ERROR", " Couldn't queue buffer, m_freeBuffer.index = 0")
@@ -265,12 +300,15 @@ def test_a_driver_that_grants_one_buffer_ends_the_program(desk):
     assert running.wait() == 255
     assert names(calls(running))[-2:] == ["mmap", "VIDIOC_QUERYBUF"]
     assert calls(running)[-1]["in"]["index"] == 1
-    assert failures(running) == [("ERROR", " Couldn't query video buffers."),
-                                 ("ERROR", " Couldn't allocate video buffers.")]
+    assert failures(running) == [
+        ("ERROR", " Couldn't query video buffers."),
+        ("ERROR", " Couldn't allocate video buffers."),
+    ]
 
 
-@pytest.mark.parametrize("adjusted", ["height=400", "width=240,height=800,bytesperline=480",
-                                      "sizeimage=767999,height=799"])
+@pytest.mark.parametrize(
+    "adjusted", ["height=400", "width=240,height=800,bytesperline=480", "sizeimage=767999,height=799"]
+)
 def test_buffers_too_small_for_the_page_end_the_program(desk, adjusted):
     running = desk.run(format=adjusted)
     assert running.wait() == 255
@@ -285,14 +323,14 @@ def test_the_set_up_tells_what_it_found_at_debug(desk, splash):
     running = splash(faults="VIDIOC_QUERYCAP@1=ENOTTY")
     running.screen.wait_for_frame(2)
     assert running.quit() == 0
-    told = [(line.level, line.tag, line.text, line.file) for line in running.trace()
-            if "surface" in line.file]
+    told = [(line.level, line.tag, line.text, line.file) for line in running.trace() if "surface" in line.file]
     place = "bootlume/src/display/surface.cpp"
     assert told == [
         ("ERROR", "", " Couldn't query caps from overlay device.", place),
         ("DEBUG", "", " Device Caps, vid_caps.capabilities = 0", place),
         ("DEBUG", "", " Allocated buffer with length, vbuffer.length = 768000", place),
-        ("DEBUG", "", " Allocated buffer with length, vbuffer.length = 768000", place)]
+        ("DEBUG", "", " Allocated buffer with length, vbuffer.length = 768000", place),
+    ]
 
 
 def test_the_capabilities_are_told_as_a_whole_number(desk, splash):
@@ -300,6 +338,6 @@ def test_the_capabilities_are_told_as_a_whole_number(desk, splash):
     running = splash()
     told = running.wait_for_trace("Device Caps")
     found = running.wait_for_record("VIDIOC_QUERYCAP")["out"]["capabilities"]
-    assert found > 2 ** 31
+    assert found > 2**31
     assert told.text == f" Device Caps, vid_caps.capabilities = {found}"
     assert running.quit() == 0

@@ -49,7 +49,7 @@ def device_end(splash):
     """What the device saw after the last frame."""
     calls = [record["call"] for record in splash.records(kind="device")]
     last_frame = max(i for i, call in enumerate(calls) if call == "VIDIOC_DQBUF")
-    return calls[last_frame + 1:]
+    return calls[last_frame + 1 :]
 
 
 @pytest.mark.parametrize("how", ["QUIT", signal.SIGHUP, signal.SIGINT], ids=str)
@@ -59,7 +59,7 @@ def test_an_orderly_end_tears_everything_down(desk, how):
     splash.screen.wait_for_frame(2)
     end(splash, how)
     assert splash.wait() == 0
-    line, = lines_of(splash, ENDING)
+    (line,) = lines_of(splash, ENDING)
     assert line in ({BY_COMMAND} if how == "QUIT" else by_signal_to_any_thread(how))
     assert device_end(splash) == ["VIDIOC_STREAMOFF", "munmap", "munmap", "close"]
     assert all(record["result"] == 0 for record in splash.records(kind="device")[-4:])
@@ -79,11 +79,12 @@ def test_the_threads_end_before_the_dispatcher_is_destroyed(desk):
     destroyed = texts.index("destroy dispatcher")
     assert command < left < destroyed
     # After the dispatcher no thread is left to write: the last frame and poll came before it.
-    assert texts[destroyed + 1:] == []
-    assert "Polling socket." not in texts[left + 2:], "the server goes first: one poll at most"
+    assert texts[destroyed + 1 :] == []
+    assert "Polling socket." not in texts[left + 2 :], "the server goes first: one poll at most"
     assert lines_of(splash, DISPATCHER)[-2:] == [
         traced("VERBOSE", text, DISPATCHER, LOOP, "DISPATCHER")
-        for text in ("exiting dispatcher loop", "destroy dispatcher")]
+        for text in ("exiting dispatcher loop", "destroy dispatcher")
+    ]
 
 
 def test_a_second_request_changes_nothing(desk):
@@ -99,8 +100,7 @@ def test_a_second_request_changes_nothing(desk):
     assert splash.wait() == 0
     lines = lines_of(splash, ENDING)
     assert lines[0] in by_signal_to_any_thread(signal.SIGINT)
-    assert set(lines) <= (by_signal_to_any_thread(signal.SIGINT)
-                          | by_signal_to_any_thread(signal.SIGHUP))
+    assert set(lines) <= (by_signal_to_any_thread(signal.SIGINT) | by_signal_to_any_thread(signal.SIGHUP))
     assert device_end(splash) == ["VIDIOC_STREAMOFF", "munmap", "munmap", "close"]
 
 
@@ -110,12 +110,11 @@ def test_a_signal_in_the_middle_of_heavy_tracing_ends_the_splash(desk):
         splash = wait_until_running(desk.start(refresh=0))
         splash.signal(signal.SIGINT)
         assert splash.wait() == 0
-        line, = lines_of(splash, ENDING)
+        (line,) = lines_of(splash, ENDING)
         assert line in by_signal_to_any_thread(signal.SIGINT)
 
 
-@pytest.mark.parametrize("number, status", [(signal.SIGHUP, 0), (signal.SIGINT, 0),
-                                            (signal.SIGTERM, -signal.SIGTERM)])
+@pytest.mark.parametrize("number, status", [(signal.SIGHUP, 0), (signal.SIGINT, 0), (signal.SIGTERM, -signal.SIGTERM)])
 def test_a_signal_ends_it_that_was_blocked_where_it_was_started(desk, number, status):
     def block():  # handed down to a program
         signal.pthread_sigmask(signal.SIG_BLOCK, [number])
@@ -130,8 +129,7 @@ def test_a_signal_ends_it_that_was_blocked_where_it_was_started(desk, number, st
 def test_the_line_names_the_thread_that_took_the_signal(desk, taker, number):
     desk.trace_config(OWN_LINES)
     splash = wait_until_running(desk.start())
-    names = {int(task.name): (task / "comm").read_text().strip()
-             for task in Path(f"/proc/{splash.pid}/task").iterdir()}
+    names = {int(task.name): (task / "comm").read_text().strip() for task in Path(f"/proc/{splash.pid}/task").iterdir()}
     thread = max(tid for tid, name in names.items() if name == taker)  # the renderer's, or main's
     send_to_thread(splash.pid, thread, number)
     assert splash.wait() == 0
@@ -167,8 +165,7 @@ def test_a_signal_before_there_is_a_dispatcher_is_swallowed(desk, number):
 
 
 def is_sanitized(build_dir):
-    return b"__asan_init" in (data := (build_dir / "bin/bootlume").read_bytes()) \
-        or b"__tsan_init" in data
+    return b"__asan_init" in (data := (build_dir / "bin/bootlume").read_bytes()) or b"__tsan_init" in data
 
 
 def time_the_end(splash):
@@ -199,10 +196,12 @@ def test_the_end_comes_within_two_frames(desk, build_dir, run_prefix, configured
     times = [time_the_end(desk.start(refresh=60)) for _ in range(RUNS)]
     to_close, to_end = (statistics.median(column) for column in zip(*times))
     with capsys.disabled():
-        print(f"\nQUIT to the overlay's close: median {to_close:.1f} ms, longest "
-              f"{max(close for close, _ in times):.1f} ms; to the end of the process: median "
-              f"{to_end:.1f} ms, longest {max(whole for _, whole in times):.1f} ms "
-              f"({RUNS} runs, trace file: {'yes' if configured else 'no'})")
+        print(
+            f"\nQUIT to the overlay's close: median {to_close:.1f} ms, longest "
+            f"{max(close for close, _ in times):.1f} ms; to the end of the process: median "
+            f"{to_end:.1f} ms, longest {max(whole for _, whole in times):.1f} ms "
+            f"({RUNS} runs, trace file: {'yes' if configured else 'no'})"
+        )
     assert to_close <= LONGEST_TO_CLOSE_MS
     assert to_end <= LONGEST_TO_END_MS
     assert statistics.median(whole - close for close, whole in times) <= LONGEST_IN_BETWEEN_MS

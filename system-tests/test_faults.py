@@ -35,8 +35,9 @@ def test_every_failing_call_has_an_outcome_that_is_allowed(bench, run_prefix, fu
 def test_no_call_of_the_program_is_left_out(build_dir, run_prefix):
     if run_prefix or sanitizer_runtimes(build_dir / "bin/bootlume"):
         pytest.skip("other calls have their names, and more of them, in another kind of build")
-    symbols = subprocess.run(["readelf", "--wide", "--dyn-syms", build_dir / "bin/bootlume"],
-                             capture_output=True, text=True, check=True).stdout
+    symbols = subprocess.run(
+        ["readelf", "--wide", "--dyn-syms", build_dir / "bin/bootlume"], capture_output=True, text=True, check=True
+    ).stdout
     imported = set(re.findall(r" FUNC .* UND (\S+)@GLIBC_", symbols))
     assert len(imported) > 50
     assert not imported - set(ERRORS) - set(OTHERS)

@@ -84,8 +84,7 @@ def start(desk):
 
 def frame_gaps(splash, first):
     """Milliseconds between frames, from the frame `first` on."""
-    shown = [record["time_ns"] for record in splash.records(kind="display", call="show")
-             if record["frame"] >= first]
+    shown = [record["time_ns"] for record in splash.records(kind="display", call="show") if record["frame"] >= first]
     return [(later - earlier) / 1e6 for earlier, later in zip(shown, shown[1:])]
 
 
@@ -96,8 +95,10 @@ def test_no_datagram_of_eight_senders_is_lost_and_the_ring_keeps_its_pace(desk, 
     rewriter = Rewriter(desk)
     rewriter.start()
     count = DATAGRAMS // SENDERS
-    senders = [subprocess.Popen([sys.executable, "-I", "-c", SENDER, desk.path(SOCKET).parent,
-                                 str(number), str(count)]) for number in range(SENDERS)]
+    senders = [
+        subprocess.Popen([sys.executable, "-I", "-c", SENDER, desk.path(SOCKET).parent, str(number), str(count)])
+        for number in range(SENDERS)
+    ]
     assert [sender.wait(LONGEST_S) for sender in senders] == [0] * SENDERS
     assert splash.quit(LONGEST_S) == 0  # behind all others in the queue
     rewriter.end.set()
@@ -108,9 +109,11 @@ def test_no_datagram_of_eight_senders_is_lost_and_the_ring_keeps_its_pace(desk, 
     median = statistics.median(gaps)
     late = sum(gap > 2 * PERIOD_MS for gap in gaps)
     with capsys.disabled():
-        print(f"\n{sum(received.next)} datagrams in {sum(gaps) / 1000:.1f} s, {len(gaps)} frames: "
-              f"median {median:.1f} ms, longest {max(gaps):.1f} ms, {late} late by a frame or more; "
-              f"{rewriter.rewritten} configurations")
+        print(
+            f"\n{sum(received.next)} datagrams in {sum(gaps) / 1000:.1f} s, {len(gaps)} frames: "
+            f"median {median:.1f} ms, longest {max(gaps):.1f} ms, {late} late by a frame or more; "
+            f"{rewriter.rewritten} configurations"
+        )
     assert received.misplaced == [], "lost, doubled or in another order"
     assert received.next == [count] * SENDERS
     assert received.polls >= DATAGRAMS and rewriter.rewritten > 1

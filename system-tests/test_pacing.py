@@ -67,8 +67,9 @@ def median(numbers):
 def test_frames_begin_at_least_30_ms_apart(splash, refresh):
     running = run(splash, 20, refresh=refresh)
     found = gaps(running)
-    print(f"{len(found)} gaps at {refresh} Hz: shortest {min(found) / MS:.2f} ms, "
-          f"median {median(found) / MS:.2f} ms")
+    print(
+        f"{len(found)} gaps at {refresh} Hz: shortest {min(found) / MS:.2f} ms, " f"median {median(found) / MS:.2f} ms"
+    )
     assert len(found) >= 20
     assert min(found) >= PERIOD
 
@@ -76,16 +77,14 @@ def test_frames_begin_at_least_30_ms_apart(splash, refresh):
 def measured(running):
     """(milliseconds that the program measured, its steps, from its start to the sleep's or the
     next frame's) of each frame; fails where a frame slept for anything but what is left of 30 ms."""
-    used = [int(line.text.rsplit("= ", 1)[1])
-            for line in running.trace("Drawing and Flip time used")]
+    used = [int(line.text.rsplit("= ", 1)[1]) for line in running.trace("Drawing and Flip time used")]
     found, begun = frames(running), starts(running)
     assert len(used) == len(begun)
     for number, (milliseconds, frame) in enumerate(zip(used, found)):
         whole = (frame["sleep"][1] if "sleep" in frame else begun[number + 1]) - begun[number]
         yield milliseconds, frame, whole
         left = (30 - milliseconds) * MS
-        assert (frame["sleep"][3]["requested_ns"] if "sleep" in frame else None) == \
-            (left if left > 0 else None)
+        assert (frame["sleep"][3]["requested_ns"] if "sleep" in frame else None) == (left if left > 0 else None)
 
 
 def test_each_frame_sleeps_once_for_what_is_left_of_30_ms(desk, splash):
@@ -112,32 +111,38 @@ def test_a_display_of_40_ms_adds_no_sleep(desk, splash):
 
 # Exactly how long a frame takes is decided by a clock that steps: its reading at the start of a
 # frame, after drawing and after the flip.
-@pytest.mark.parametrize("drawing_us, flip_us, slept_ms", [
-    (5_000, 7_000, 18), (0, 0, 30), (12_999, 0, 18), (1_600, 1_600, 27), (0, 29_000, 1),
-    (29_999, 0, 1), (15_000, 15_000, None), (0, 30_001, None), (20_000, 20_000, None),
-    (0, 5_000_000, None)])
-def test_a_frame_sleeps_for_the_whole_milliseconds_left(desk, splash, preload, drawing_us, flip_us,
-                                                        slept_ms):
+@pytest.mark.parametrize(
+    "drawing_us, flip_us, slept_ms",
+    [
+        (5_000, 7_000, 18),
+        (0, 0, 30),
+        (12_999, 0, 18),
+        (1_600, 1_600, 27),
+        (0, 29_000, 1),
+        (29_999, 0, 1),
+        (15_000, 15_000, None),
+        (0, 30_001, None),
+        (20_000, 20_000, None),
+        (0, 5_000_000, None),
+    ],
+)
+def test_a_frame_sleeps_for_the_whole_milliseconds_left(desk, splash, preload, drawing_us, flip_us, slept_ms):
     desk.trace_config("bootlume 6 0 0")
-    running = splash(refresh=0, env={**preload("stepping-clock"),
-                                     "STEPPING_CLOCK": f"0,{drawing_us},{flip_us}"})
+    running = splash(refresh=0, env={**preload("stepping-clock"), "STEPPING_CLOCK": f"0,{drawing_us},{flip_us}"})
     running.screen.wait_for_frame(6)
     assert running.quit() == 0
     found = frames(running)
     assert len(found) >= 4
     wanted = None if slept_ms is None else slept_ms * MS
-    assert {frame["sleep"][3]["requested_ns"] if "sleep" in frame else None
-            for frame in found} == {wanted}
+    assert {frame["sleep"][3]["requested_ns"] if "sleep" in frame else None for frame in found} == {wanted}
     drawn = {line.text for line in running.trace("Drawing time used")}
     assert drawn == {f" Drawing time used, exec_ms.count() = {drawing_us // 1000}"}
     shown = {line.text for line in running.trace("Drawing and Flip time used")}
-    assert shown == {" Drawing and Flip time used, exec_ms.count() = "
-                     f"{(drawing_us + flip_us) // 1000}"}
+    assert shown == {" Drawing and Flip time used, exec_ms.count() = " f"{(drawing_us + flip_us) // 1000}"}
 
 
 def test_a_clock_that_is_set_back_does_not_stretch_a_sleep(splash, preload):
-    running = splash(refresh=0, env={**preload("stepping-clock"),
-                                     "STEPPING_CLOCK": "0,0,-1500000"})
+    running = splash(refresh=0, env={**preload("stepping-clock"), "STEPPING_CLOCK": "0,0,-1500000"})
     running.screen.wait_for_frame(4)
     assert running.quit() == 0
     assert {step[3]["requested_ns"] for step in times(running) if step[0] == "sleep"} == {PERIOD}
@@ -152,6 +157,7 @@ def end_by_signals_to_the_painter(running):
     def ended():
         kill_thread(running.pid, painter, signal.SIGHUP)
         return running.process.poll() is not None
+
     wait_until(ended, "the end of the splash")
     assert running.wait() == 0
 

@@ -20,8 +20,8 @@ def same(build_dir, run_prefix, request):
     test = re.sub(r"[^\w.=-]+", "_", request.node.name)
 
     def compare(expected, frame):
-        assert_same(expected, frame.pixels, folder, f"{test}-frame-{frame.number - FIRST}",
-                    rounding)
+        assert_same(expected, frame.pixels, folder, f"{test}-frame-{frame.number - FIRST}", rounding)
+
     return compare
 
 
@@ -29,11 +29,12 @@ def same(build_dir, run_prefix, request):
 def standing(splash):
     """standing(*texts, last=n): the screen stands still with frame n of the ring, and the frames
     before it can still be looked at."""
+
     def start(*texts, last=1, **options):
-        running = splash(*texts, faults=f"VIDIOC_QBUF@{last + FIRST + 1}=block", refresh=0,
-                         **options)
+        running = splash(*texts, faults=f"VIDIOC_QBUF@{last + FIRST + 1}=block", refresh=0, **options)
         running.screen.wait_for_frame(last + FIRST)
         return running
+
     return start
 
 
@@ -66,8 +67,9 @@ def test_both_texts_of_the_command_line_are_shown(standing, same):
     assert_page(running, same, ["Das Gerät wird gestartet"])
 
 
-@pytest.mark.parametrize("last, numbers", [(1, (0, 1)), (33, (32, 33)), (66, (64, 65, 66))],
-                         ids=["start", "half-turn", "turn"])
+@pytest.mark.parametrize(
+    "last, numbers", [(1, (0, 1)), (33, (32, 33)), (66, (64, 65, 66))], ids=["start", "half-turn", "turn"]
+)
 def test_the_ring_turns_by_one_sixty_sixth_a_frame(standing, same, last, numbers):
     running = standing("Brem K5", "Bitte warten", last=last)
     for number in numbers:
@@ -136,14 +138,15 @@ def test_the_default_title_is_drawn_in_two_fonts_in_chinese(desk, standing, same
 
 
 @pytest.mark.parametrize("chinese", [False, True], ids=["latin", "chinese"])
-def test_a_height_between_two_pixels_is_cut_where_it_must_be(desk, standing, preload, same,
-                                                             chinese):
+def test_a_height_between_two_pixels_is_cut_where_it_must_be(desk, standing, preload, same, chinese):
     if chinese:
         desk.language("zh")
     lines = ["Brem K5 Start", "Bitte warten"]
-    running = standing("Brem K5 Titel", "\n".join(lines), env={
-        **preload("cairo-recorder"), "CAIRO_RECORDER_LOG": desk.root / "cairo",
-        "CAIRO_RECORDER_TALLER": "0.75"})
+    running = standing(
+        "Brem K5 Titel",
+        "\n".join(lines),
+        env={**preload("cairo-recorder"), "CAIRO_RECORDER_LOG": desk.root / "cairo", "CAIRO_RECORDER_TALLER": "0.75"},
+    )
     for number in (0, 1):
         same(page("Brem K5 Titel", lines, number, chinese, taller=0.75), ring(running, number))
 
@@ -154,8 +157,10 @@ SETTINGS = {
     "no-json": (b"xx" + SELECTION, True),
     "behind-a-zero-byte": (b"\0" + SELECTION + b"\0", True),
     "in-a-large-file": (b"x" * 3_000_000 + SELECTION, True),
-    **{f"behind-{count}-bytes": (b"x" * count + SELECTION + b"y" * 5000, True)
-       for count in (4073, 4074, 4090, 4095, 4096, 8160)},
+    **{
+        f"behind-{count}-bytes": (b"x" * count + SELECTION + b"y" * 5000, True)
+        for count in (4073, 4074, 4090, 4095, 4096, 8160)
+    },
     "behind-a-near-match": (b'"selectedLanguage":"selectedLanguage":"zh"', True),
     "empty": (b"", False),
     "other-language": (b'{"selectedLanguage":"de"}', False),
@@ -191,8 +196,12 @@ def test_the_language_can_be_switched_while_the_splash_runs(desk, splash, same):
     screen = running.screen
     frame = screen.wait_for_frame(FIRST)
     same(latin(frame.number - FIRST), frame)
-    for code, before, after in (("zh", latin, chinese), ("de", chinese, latin),
-                                ("zh", latin, chinese), (None, chinese, latin)):
+    for code, before, after in (
+        ("zh", latin, chinese),
+        ("de", chinese, latin),
+        ("zh", latin, chinese),
+        (None, chinese, latin),
+    ):
         if code:
             desk.language(code)
         else:
@@ -217,8 +226,8 @@ def test_new_texts_appear_whole_while_the_splash_runs(splash, same):
 def wait_for_page(running, title, lines):
     """The first frame that shows the page exactly."""
     return running.screen.wait_for_picture(
-        lambda frame: frame.pixels == page(title, lines, frame.number - FIRST),
-        f"the page {title!r} with {lines!r}")
+        lambda frame: frame.pixels == page(title, lines, frame.number - FIRST), f"the page {title!r} with {lines!r}"
+    )
 
 
 # What stands in a text, and what of it reaches the page.
@@ -250,5 +259,6 @@ def test_a_broken_text_shows_a_replacement_and_the_page_lives_on(splash, same, t
 
 
 def test_a_broken_text_on_the_command_line_is_drawn_with_a_replacement(standing, same):
-    assert_page(standing(b"Brem \xff K5".decode(errors="surrogateescape"), "gut"), same, ["gut"],
-                title="Brem \ufffd K5")
+    assert_page(
+        standing(b"Brem \xff K5".decode(errors="surrogateescape"), "gut"), same, ["gut"], title="Brem \ufffd K5"
+    )

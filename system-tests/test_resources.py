@@ -29,6 +29,7 @@ def close_all(*descriptors):
     def close():
         for descriptor in descriptors:
             os.close(descriptor)
+
     return close
 
 
@@ -48,6 +49,7 @@ def turns_on(splash, frames=4):
 
 # -- standard descriptors ----------------------------------------------------------------------
 
+
 @pytest.mark.parametrize("closed", [(0,), (1,), (2,), (0, 1), (0, 1, 2)], ids=str)
 def test_a_closed_standard_descriptor_is_never_the_overlays_or_the_sockets(desk, closed):
     """Trace lines go to descriptor 1 and failures to 2, whatever these are."""
@@ -56,8 +58,7 @@ def test_a_closed_standard_descriptor_is_never_the_overlays_or_the_sockets(desk,
     wait_until_running(splash)
     for descriptor in closed:
         assert os.readlink(f"/proc/{splash.pid}/fd/{descriptor}") == "/dev/null"
-    assert [record["result"] > 2 for record in splash.records(kind="device", call="open")] == [
-        True]
+    assert [record["result"] > 2 for record in splash.records(kind="device", call="open")] == [True]
     turns_on(splash)
     assert splash.quit() == 0
     assert bool(splash.trace()) == (1 not in closed)
@@ -98,8 +99,7 @@ def test_a_reader_that_goes_ends_the_splash_by_sigpipes_default(desk):
 def test_a_reader_that_goes_is_not_missed_where_sigpipe_is_ignored(desk):
     """As a service manager starts it."""
     desk.trace_config("bootlume 6 0xFFFFFFFF 0")
-    splash, reader = start_into_pipe(
-        desk, lambda: signal.signal(signal.SIGPIPE, signal.SIG_IGN))
+    splash, reader = start_into_pipe(desk, lambda: signal.signal(signal.SIGPIPE, signal.SIG_IGN))
     wait_until_running(splash)
     os.close(reader)
     splash.send("a line is written now")
@@ -140,6 +140,7 @@ def test_a_line_waits_for_its_reader_and_is_not_lost(desk, options):
         with suppress(BlockingIOError):
             taken.extend(os.read(reader, 1 << 20))
         return b"| Drawing and Flip time used" in taken
+
     wait_until(runs, "the first frame's lines", LONGEST_S)
     lines = taken.decode().lstrip("x").splitlines()
     head = r"(\033\[[0-9;]*m)?\[[0-9-]+:[0-9]{3}\] "
@@ -150,6 +151,7 @@ def test_a_line_waits_for_its_reader_and_is_not_lost(desk, options):
 
 
 # -- descriptors and processes -----------------------------------------------------------------
+
 
 def with_limit(kind, number):
     return lambda: resource.setrlimit(kind, (number, number))
@@ -170,8 +172,8 @@ def test_too_few_descriptors_at_the_start_never_hang_it(desk, build_dir, run_pre
         splash = desk.start(prepare=with_limit(resource.RLIMIT_NOFILE, limit))
 
         def known():
-            return splash.process.poll() is not None or (
-                is_dispatching(splash) and splash.screen.streaming)
+            return splash.process.poll() is not None or (is_dispatching(splash) and splash.screen.streaming)
+
         wait_until(known, f"a page or an end with {limit} descriptors", LONGEST_S)
         if splash.process.poll() is None:
             assert end_by_signal(splash, LONGEST_S) == 0
@@ -183,8 +185,9 @@ def test_too_few_descriptors_at_the_start_never_hang_it(desk, build_dir, run_pre
 
 def test_no_descriptors_left_while_it_runs_costs_no_frame_and_no_command(desk):
     """Both reboots fail with a line, as nothing can be launched; the splash goes on."""
-    splash = wait_until_running(desk.start("-c", "Title", "Lines", env={
-        "SPLASH_TIMEOUT": 2, "SPLASH_TIMEOUT_HARD": 3, **NO_LEAK_CHECK}))
+    splash = wait_until_running(
+        desk.start("-c", "Title", "Lines", env={"SPLASH_TIMEOUT": 2, "SPLASH_TIMEOUT_HARD": 3, **NO_LEAK_CHECK})
+    )
     turns_on(splash)
     resource.prlimit(splash.pid, resource.RLIMIT_NOFILE, (3, 3))
     splash.send("New title;New line")  # the language file cannot be opened any more
@@ -198,12 +201,22 @@ def test_no_descriptors_left_while_it_runs_costs_no_frame_and_no_command(desk):
 def test_no_processes_left_make_every_reboot_fail_with_a_line(desk, unprivileged):
     desk.reboot_script("/sbin/reboot", "echo never")
     unprivileged.own(desk)
-    splash = wait_until_running(desk.start(
-        "-c", "Title", "Lines", prepare=unprivileged.become,
-        env={"SPLASH_TIMEOUT": 1, "SPLASH_TIMEOUT_HARD": 2, **NO_LEAK_CHECK}))
+    splash = wait_until_running(
+        desk.start(
+            "-c",
+            "Title",
+            "Lines",
+            prepare=unprivileged.become,
+            env={"SPLASH_TIMEOUT": 1, "SPLASH_TIMEOUT_HARD": 2, **NO_LEAK_CHECK},
+        )
+    )
     # Who owns the process may lower its limits.
-    assert unprivileged.run("import resource, sys\nresource.prlimit(int(sys.argv[1]), "
-                            "resource.RLIMIT_NPROC, (1, 1))", splash.pid).returncode == 0
+    assert (
+        unprivileged.run(
+            "import resource, sys\nresource.prlimit(int(sys.argv[1]), " "resource.RLIMIT_NPROC, (1, 1))", splash.pid
+        ).returncode
+        == 0
+    )
     splash.wait_for_trace("failed to start VRX reboot, rebooting")
     splash.wait_for_trace("reboot started with result: , result = -1")
     assert splash.trace("failed to start RTQ: ") and not splash.trace("never")
@@ -219,12 +232,14 @@ def test_no_processes_at_the_start_end_it_with_a_message(desk, build_dir, run_pr
     def prepare():
         unprivileged.become()
         resource.setrlimit(resource.RLIMIT_NPROC, (0, 0))
+
     splash = desk.run("Title", "Lines", prepare=prepare, deadline=LONGEST_S)
     assert splash.wait() == -signal.SIGABRT
     assert "terminate called" in splash.stderr and "Resource temporarily" in splash.stderr
 
 
 # -- memory ------------------------------------------------------------------------------------
+
 
 class Memory:
     """The control file of the failing allocator."""
@@ -255,6 +270,7 @@ def scarce(build_dir, preload_dir, desk):
         preloaded = f"{preload_dir / 'libfailing-malloc.so'}:{desk.environment()['LD_PRELOAD']}"
         environment = {"LD_PRELOAD": preloaded, "FAILING_MALLOC": desk.root / "memory"}
         return desk.start("Title", "Lines", env=environment, **options), memory
+
     return start
 
 
@@ -264,8 +280,12 @@ def outcome_without_memory(splash, struck=lambda: True):
 
     def settled():
         return splash.process.poll() is not None or (
-            struck() and is_dispatching(splash)
-            and splash.screen.frame_number > before + 4 and listens(splash.desk.path(SOCKET)))
+            struck()
+            and is_dispatching(splash)
+            and splash.screen.frame_number > before + 4
+            and listens(splash.desk.path(SOCKET))
+        )
+
     wait_until(settled, "an outcome", LONGEST_S)
     if splash.process.poll() is None:
         assert splash.quit(LONGEST_S) == 0
@@ -303,6 +323,7 @@ def test_no_memory_while_it_runs_ends_it_with_a_message_or_not_at_all(desk, scar
 
 
 # -- the socket's place ------------------------------------------------------------------------
+
 
 def assert_serves_no_command(desk, splash, reason):
     """Without a socket the splash shows its page, and a signal ends it."""
@@ -362,12 +383,17 @@ def test_a_display_that_disappears_leaves_commands_and_reboots(desk, all_calls, 
     rebooted = desk.root / "rebooted"
     desk.reboot_script("/sbin/vrx_reboot", f": > {rebooted}")
     faults = ",".join(f"{call}@6+=ENODEV" for call in all_calls + ["VIDIOC_STREAMOFF"]).replace(
-        "STREAMOFF@6", "STREAMOFF@1")
-    splash = desk.start(*(["-c"] if armed else []), "Title", "Lines", faults=faults,
-                        env={"SPLASH_TIMEOUT": 1, "SPLASH_TIMEOUT_HARD": 600})
+        "STREAMOFF@6", "STREAMOFF@1"
+    )
+    splash = desk.start(
+        *(["-c"] if armed else []),
+        "Title",
+        "Lines",
+        faults=faults,
+        env={"SPLASH_TIMEOUT": 1, "SPLASH_TIMEOUT_HARD": 600},
+    )
     wait_until_running(splash)
-    splash.wait_for_trace("Couldn't queue buffer" if "VIDIOC_QBUF" in all_calls
-                          else "Couldn't dequeue buffer")
+    splash.wait_for_trace("Couldn't queue buffer" if "VIDIOC_QBUF" in all_calls else "Couldn't dequeue buffer")
     if armed:
         splash.wait_for_trace("VRX reboot started with result: , result = 0")
         assert rebooted.exists()
@@ -380,10 +406,8 @@ def test_a_display_that_disappears_leaves_commands_and_reboots(desk, all_calls, 
 
 def test_a_display_that_is_gone_does_not_make_the_ring_spin(desk):
     """Failing calls come back at once: the period of a frame still holds."""
-    splash = wait_until_running(desk.start(
-        refresh=0, faults="VIDIOC_QBUF@3+=ENODEV,VIDIOC_DQBUF@3+=ENODEV"))
+    splash = wait_until_running(desk.start(refresh=0, faults="VIDIOC_QBUF@3+=ENODEV,VIDIOC_DQBUF@3+=ENODEV"))
     wait_until(lambda: len(splash.trace("Couldn't queue buffer")) >= 20, "20 failures")
-    failed = [record["time_ns"] for record in splash.records(kind="device", call="VIDIOC_QBUF")
-              if record["result"] < 0]
+    failed = [record["time_ns"] for record in splash.records(kind="device", call="VIDIOC_QBUF") if record["result"] < 0]
     assert splash.quit() == 0
     assert (failed[-1] - failed[0]) / (len(failed) - 1) >= 30e6

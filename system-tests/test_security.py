@@ -7,8 +7,16 @@ import stat
 
 import pytest
 
-from desk import (LANGUAGE, SOCKET, SOURCE, TRACE_CONFIG, end_by_signal, sanitizer_runtimes,
-                  wait_until, wait_until_running)
+from desk import (
+    LANGUAGE,
+    SOCKET,
+    SOURCE,
+    TRACE_CONFIG,
+    end_by_signal,
+    sanitizer_runtimes,
+    wait_until,
+    wait_until_running,
+)
 from desk.lines import ENDING, OWN_LINES, lines_of
 
 UNIT = SOURCE / "packaging/systemd/bootlume.service"
@@ -53,6 +61,7 @@ def refused(completed, error="PermissionError"):
 
 # -- the socket --------------------------------------------------------------------------------
 
+
 @pytest.mark.parametrize("mask", [units_mask(), USUAL_MASK], ids=["the unit's", "usual"])
 @pytest.mark.parametrize("data", ["QUIT", "Title;Lines", "%n%n%s%s"])
 def test_nobody_else_may_send_to_the_socket(open_desk, unprivileged, mask, data):
@@ -78,9 +87,16 @@ def test_without_any_mask_everybody_may_send_and_end_it(open_desk, unprivileged)
     assert splash.wait() == 0
 
 
-@pytest.mark.parametrize("code", [
-    "os.unlink(path)", "os.rename(path, path + '.old')", "os.rename('/dev/null', path)",
-    "os.chmod(path, 0o777)", "os.rmdir(os.path.dirname(path))"])
+@pytest.mark.parametrize(
+    "code",
+    [
+        "os.unlink(path)",
+        "os.rename(path, path + '.old')",
+        "os.rename('/dev/null', path)",
+        "os.chmod(path, 0o777)",
+        "os.rmdir(os.path.dirname(path))",
+    ],
+)
 def test_the_sockets_file_is_nobody_elses_to_remove(open_desk, unprivileged, code):
     splash = start_masked(open_desk, units_mask())
     made = unprivileged.run(f"import os, sys; path = sys.argv[1]; {code}", open_desk.path(SOCKET))
@@ -88,11 +104,17 @@ def test_the_sockets_file_is_nobody_elses_to_remove(open_desk, unprivileged, cod
     still_serves(splash)
 
 
-@pytest.mark.parametrize("code", [
-    "open(path, 'w').write('mine')", "os.symlink('/etc/passwd', path)",
-    "os.symlink('/nowhere', path)", "os.mkfifo(path)",
-    "socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM).bind(path)"],
-    ids=["file", "link", "dangling link", "pipe", "socket"])
+@pytest.mark.parametrize(
+    "code",
+    [
+        "open(path, 'w').write('mine')",
+        "os.symlink('/etc/passwd', path)",
+        "os.symlink('/nowhere', path)",
+        "os.mkfifo(path)",
+        "socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM).bind(path)",
+    ],
+    ids=["file", "link", "dangling link", "pipe", "socket"],
+)
 def test_what_somebody_put_in_the_sockets_place_is_replaced(open_desk, unprivileged, code):
     path = open_desk.path(SOCKET)
     before = os.stat("/etc/passwd")
@@ -102,15 +124,13 @@ def test_what_somebody_put_in_the_sockets_place_is_replaced(open_desk, unprivile
     found = path.lstat()
     assert stat.S_ISSOCK(found.st_mode) and found.st_uid == 0
     after = os.stat("/etc/passwd")
-    assert (after.st_mtime_ns, after.st_mode, after.st_ino) == \
-        (before.st_mtime_ns, before.st_mode, before.st_ino)
+    assert (after.st_mtime_ns, after.st_mode, after.st_ino) == (before.st_mtime_ns, before.st_mode, before.st_ino)
     still_serves(splash)
 
 
 def test_a_folder_that_somebody_put_there_costs_the_commands(open_desk, unprivileged):
     """The one thing that can be done, before the splash starts: a signal still ends it."""
-    assert unprivileged.run("import os, sys; os.mkdir(sys.argv[1])",
-                            open_desk.path(SOCKET)).returncode == 0
+    assert unprivileged.run("import os, sys; os.mkdir(sys.argv[1])", open_desk.path(SOCKET)).returncode == 0
     splash = open_desk.start()
     splash.wait_for_stderr("bind error: ")
     splash.screen.wait_for_frame(3)
@@ -119,12 +139,21 @@ def test_a_folder_that_somebody_put_there_costs_the_commands(open_desk, unprivil
 
 # -- the process -------------------------------------------------------------------------------
 
-@pytest.mark.parametrize("code", [
-    "os.kill(pid, 2)", "os.kill(pid, 9)", "open(f'/proc/{pid}/mem', 'rb')",
-    "open(f'/proc/{pid}/environ', 'rb').read()", "os.listdir(f'/proc/{pid}/fd')",
-    "open(f'/proc/{pid}/maps').read()", "os.sched_setaffinity(pid, {0})",
-    "os.setpriority(os.PRIO_PROCESS, pid, 19)",
-    "resource.prlimit(pid, resource.RLIMIT_NOFILE, (0, 0))"])
+
+@pytest.mark.parametrize(
+    "code",
+    [
+        "os.kill(pid, 2)",
+        "os.kill(pid, 9)",
+        "open(f'/proc/{pid}/mem', 'rb')",
+        "open(f'/proc/{pid}/environ', 'rb').read()",
+        "os.listdir(f'/proc/{pid}/fd')",
+        "open(f'/proc/{pid}/maps').read()",
+        "os.sched_setaffinity(pid, {0})",
+        "os.setpriority(os.PRIO_PROCESS, pid, 19)",
+        "resource.prlimit(pid, resource.RLIMIT_NOFILE, (0, 0))",
+    ],
+)
 def test_the_process_is_nobody_elses_to_end_or_to_read(open_desk, unprivileged, code):
     splash = start_masked(open_desk, units_mask())
     done = unprivileged.run(f"import os, resource, sys; pid = int(sys.argv[1]); {code}", splash.pid)
@@ -134,9 +163,11 @@ def test_the_process_is_nobody_elses_to_end_or_to_read(open_desk, unprivileged, 
 
 # -- the files ---------------------------------------------------------------------------------
 
+
 @pytest.mark.parametrize("path", [TRACE_CONFIG, LANGUAGE, "/sbin/vrx_reboot", "/sbin/reboot"])
-@pytest.mark.parametrize("code", ["open(path, 'w')", "os.unlink(path)", "os.chmod(path, 0o777)",
-                                  "os.rename(path, path + '.old')"])
+@pytest.mark.parametrize(
+    "code", ["open(path, 'w')", "os.unlink(path)", "os.chmod(path, 0o777)", "os.rename(path, path + '.old')"]
+)
 def test_the_files_of_root_are_nobody_elses_to_change(open_desk, unprivileged, path, code):
     file = open_desk.write(path, "#!/bin/sh\n", 0o755)
     done = unprivileged.run(f"import os, sys; path = sys.argv[1]; {code}", file)
@@ -159,8 +190,7 @@ IN_PLACE = {
 
 @pytest.mark.parametrize("code", IN_PLACE.values(), ids=IN_PLACE.keys())
 @pytest.mark.parametrize("path", [TRACE_CONFIG, LANGUAGE])
-def test_settings_that_somebody_else_owns_neither_stop_nor_end_the_splash(
-        open_desk, unprivileged, path, code):
+def test_settings_that_somebody_else_owns_neither_stop_nor_end_the_splash(open_desk, unprivileged, path, code):
     """Where /opt/userdata belongs to a user: whatever he puts there before the start."""
     for folder, _, _ in os.walk(open_desk.path("/opt/userdata")):
         os.chown(folder, unprivileged.number, unprivileged.number)
@@ -179,22 +209,25 @@ def test_a_level_that_somebody_sets_shows_texts_but_takes_no_command(open_desk, 
     os.chown(open_desk.path(TRACE_CONFIG), unprivileged.number, unprivileged.number)
     splash = start_masked(open_desk, units_mask())
     splash.wait_for_record("inotify_add_watch")
-    assert unprivileged.run("import sys; open(sys.argv[1], 'r+').write('bootlume 5 0 0')",
-                            open_desk.path(TRACE_CONFIG)).returncode == 0
+    assert (
+        unprivileged.run(
+            "import sys; open(sys.argv[1], 'r+').write('bootlume 5 0 0')", open_desk.path(TRACE_CONFIG)
+        ).returncode
+        == 0
+    )
 
     def shown():
         splash.send("A title;a line")
         return splash.trace("Got Message from socket, command = A title;a line")
+
     wait_until(shown, "the command at the new level")
     assert refused(unprivileged.run(SEND, open_desk.path(SOCKET), "QUIT"))
     assert splash.quit() == 0
     assert any("socket command" in line for line in lines_of(splash, ENDING))
 
 
-@pytest.mark.parametrize("to_syslog, status", [(0, 0), (1, -signal.SIGABRT)],
-                         ids=["standard output", "syslog"])
-def test_a_conversion_in_a_text_is_one_in_the_system_log_only(
-        open_desk, build_dir, to_syslog, status):
+@pytest.mark.parametrize("to_syslog, status", [(0, 0), (1, -signal.SIGABRT)], ids=["standard output", "syslog"])
+def test_a_conversion_in_a_text_is_one_in_the_system_log_only(open_desk, build_dir, to_syslog, status):
     """What whoever may send could do; the one that writes memory is refused, at a price."""
     if sanitizer_runtimes(build_dir / "bin/bootlume"):
         pytest.skip("the sanitizer has a system log of its own")

@@ -40,8 +40,9 @@ class Storm:
     """10,000 signals, SIGHUP and SIGINT in turn, once they are let loose."""
 
     def __init__(self):
-        self._process = subprocess.Popen([sys.executable, "-I", "-c", SENDER, str(STORM)], text=True,
-                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self._process = subprocess.Popen(
+            [sys.executable, "-I", "-c", SENDER, str(STORM)], text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        )
         self._process.stdout.readline()
 
     def break_loose(self, splash):
@@ -66,8 +67,7 @@ def by_signal(splash):
 @pytest.mark.parametrize("run", range(RUNS))
 def test_a_storm_from_the_start_on_ends_it_with_status_0(desk, run_prefix, storm, run):
     if run_prefix:
-        pytest.skip("an emulator catches all signals from its own start on: nobody sees when the"
-                    " program does")
+        pytest.skip("an emulator catches all signals from its own start on: nobody sees when the" " program does")
     desk.trace_config(ALL_LINES)
     splash = desk.start("Title", "Lines")
     wait_until(lambda: handles_signals(splash), "the handlers")

@@ -34,12 +34,12 @@ class Use:
         # The fewest of some looks: the language file is open for a moment in every frame.
         self.descriptors = min(len(os.listdir(process / "fd")) for _ in range(10))
         self.mappings = len((process / "maps").read_text().splitlines())
-        self.children = sum(len((task / "children").read_text().split())
-                            for task in (process / "task").iterdir())
+        self.children = sum(len((task / "children").read_text().split()) for task in (process / "task").iterdir())
 
     def __str__(self):
-        return (f"{self.memory_kb} kB, {self.descriptors} descriptors, {self.threads} threads, "
-                f"{self.children} children")
+        return (
+            f"{self.memory_kb} kB, {self.descriptors} descriptors, {self.threads} threads, " f"{self.children} children"
+        )
 
 
 def test_a_long_life_takes_no_more_than_a_short_one(desk, build_dir, run_prefix, preload, capsys):
@@ -47,8 +47,9 @@ def test_a_long_life_takes_no_more_than_a_short_one(desk, build_dir, run_prefix,
     if run_prefix or sanitizer_runtimes(build_dir / "bin/bootlume"):
         pytest.skip("memory is measured in the product, run by the machine itself")
     desk.language("de")
-    splash = desk.start("Title", "Lines", refresh=0, log="/dev/null",
-                        env={**preload("stepping-clock"), "STEPPING_CLOCK": NO_SLEEP})
+    splash = desk.start(
+        "Title", "Lines", refresh=0, log="/dev/null", env={**preload("stepping-clock"), "STEPPING_CLOCK": NO_SLEEP}
+    )
     texts = 0
 
     def drawn(frames):
@@ -57,6 +58,7 @@ def test_a_long_life_takes_no_more_than_a_short_one(desk, build_dir, run_prefix,
         texts += 1
         assert splash.process.poll() is None
         return splash.screen.frame_number >= frames
+
     wait_until(lambda: drawn(SETTLED), "the first frames", LONGEST_S)
     before = Use(splash.pid)
     wait_until(lambda: drawn(FRAMES), f"{FRAMES} frames", LONGEST_S)
@@ -65,8 +67,7 @@ def test_a_long_life_takes_no_more_than_a_short_one(desk, build_dir, run_prefix,
     with capsys.disabled():
         print(f"\n{FRAMES} frames, {texts} texts: {before} -> {after}")
     assert after.memory_kb <= before.memory_kb + MOST_GROWTH_KB
-    assert (after.descriptors, after.threads, after.children) == \
-        (before.descriptors, before.threads, 0)
+    assert (after.descriptors, after.threads, after.children) == (before.descriptors, before.threads, 0)
     assert after.mappings <= before.mappings + 2
 
 
@@ -88,14 +89,14 @@ def end_at_random(splash, chance):
                 except (AssertionError, OSError):
                     pass  # it ended in between
         return splash.process.poll() is not None
+
     wait_until(ended, f"the end by {how}")
 
 
 def test_every_one_of_many_short_lives_ends_and_leaves_nothing(desk, run_prefix, capsys):
     """The end comes at any moment from the first signal handler on."""
     if run_prefix:
-        pytest.skip("an emulator catches all signals from its own start on: nobody sees when the"
-                    " program does")
+        pytest.skip("an emulator catches all signals from its own start on: nobody sees when the" " program does")
     chance = random.Random(1)
     before = Use(os.getpid())
     for life in range(STARTS):

@@ -6,8 +6,18 @@ import time
 import pytest
 
 from desk import LOOP, TRACE_CONFIG, wait_until, wait_until_running
-from desk.lines import (ALL_LINES, DISPATCHER, ENDING, OWN_LINES, SERVER, TRACE_FILE,
-                        TRACE_WATCHER, WATCHER, lines_of, traced)
+from desk.lines import (
+    ALL_LINES,
+    DISPATCHER,
+    ENDING,
+    OWN_LINES,
+    SERVER,
+    TRACE_FILE,
+    TRACE_WATCHER,
+    WATCHER,
+    lines_of,
+    traced,
+)
 
 LONGEST_TO_FOLLOW_S = 0.2
 CHANGES = 10
@@ -19,9 +29,15 @@ def library(text, thread, file=TRACE_FILE):
 
 def entry_lines(thread, level, masks, to_syslog=0):
     """What is said of an entry while it is read."""
-    return [library(text, thread) for text in (
-        "found entry, appName = bootlume", f"set level, level = {level}",
-        f"set mask, masks = {masks}", f"set syslog, toSyslog = {to_syslog}")]
+    return [
+        library(text, thread)
+        for text in (
+            "found entry, appName = bootlume",
+            f"set level, level = {level}",
+            f"set mask, masks = {masks}",
+            f"set syslog, toSyslog = {to_syslog}",
+        )
+    ]
 
 
 SOME_CHANGES = library("some changes", WATCHER)
@@ -41,18 +57,27 @@ def test_without_a_file_only_important_lines_are_written(desk):
     splash.screen.wait_for_frame(2)
     splash.send("refused")
     assert splash.quit() == 0
-    assert lines_of(splash) == [
-        traced("WARN", "Wrong message format, tmp.size() = 1", ENDING, SERVER)]
+    assert lines_of(splash) == [traced("WARN", "Wrong message format, tmp.size() = 1", ENDING, SERVER)]
 
 
-@pytest.mark.parametrize("line, seen", [
-    ("bootlume 1 0 0", set()), ("bootlume 0 0 0", set()), ("bootlume 2 0 0", set()),
-    ("bootlume 3 0 0", {"WARN"}), ("BOOTLUME 5 0 0", {"WARN", "DEBUG"}),
-    ("bootlume 99 0 0", {"WARN", "DEBUG", "VERBOSE"}),
-    ("bootlume\t6\t0\t0", {"WARN", "DEBUG", "VERBOSE"}), ("bootlume  6 0 0", set()),
-    (" bootlume 6 0 0", {"WARN"}), ("bootlume 6 0", {"WARN"}), ("other 6 0 0", {"WARN"}),
-    ("bootlume five 0 0", set()),
-], ids=lambda given: repr(given) if isinstance(given, str) else " ".join(sorted(given)))
+@pytest.mark.parametrize(
+    "line, seen",
+    [
+        ("bootlume 1 0 0", set()),
+        ("bootlume 0 0 0", set()),
+        ("bootlume 2 0 0", set()),
+        ("bootlume 3 0 0", {"WARN"}),
+        ("BOOTLUME 5 0 0", {"WARN", "DEBUG"}),
+        ("bootlume 99 0 0", {"WARN", "DEBUG", "VERBOSE"}),
+        ("bootlume\t6\t0\t0", {"WARN", "DEBUG", "VERBOSE"}),
+        ("bootlume  6 0 0", set()),
+        (" bootlume 6 0 0", {"WARN"}),
+        ("bootlume 6 0", {"WARN"}),
+        ("other 6 0 0", {"WARN"}),
+        ("bootlume five 0 0", set()),
+    ],
+    ids=lambda given: repr(given) if isinstance(given, str) else " ".join(sorted(given)),
+)
 def test_the_level_of_the_entry_is_in_force_from_the_start(desk, line, seen):
     if line == "bootlume  6 0 0":
         line = "bootlume  6 0 0 0"  # the doubled blank shifts the tokens: no level, and no syslog
@@ -65,11 +90,20 @@ def test_the_level_of_the_entry_is_in_force_from_the_start(desk, line, seen):
     assert levels(splash) == seen
 
 
-@pytest.mark.parametrize("mask, seen", [
-    ("80002", {DISPATCHER}), ("0x80002", {DISPATCHER}), ("80004", {TRACE_FILE, TRACE_WATCHER}),
-    ("FFFFFFFF", {DISPATCHER, TRACE_FILE, TRACE_WATCHER}), ("2", set()), ("80000", set()),
-    ("80002,,4", {DISPATCHER}), ("1,80002", {DISPATCHER}), ("10002", set()),
-])
+@pytest.mark.parametrize(
+    "mask, seen",
+    [
+        ("80002", {DISPATCHER}),
+        ("0x80002", {DISPATCHER}),
+        ("80004", {TRACE_FILE, TRACE_WATCHER}),
+        ("FFFFFFFF", {DISPATCHER, TRACE_FILE, TRACE_WATCHER}),
+        ("2", set()),
+        ("80000", set()),
+        ("80002,,4", {DISPATCHER}),
+        ("1,80002", {DISPATCHER}),
+        ("10002", set()),
+    ],
+)
 def test_the_masks_select_the_librarys_lines(desk, mask, seen):
     desk.trace_config(f"bootlume 6 {mask} 0")
     splash = wait_until_running(desk.start())
@@ -79,8 +113,7 @@ def test_the_masks_select_the_librarys_lines(desk, mask, seen):
     if TRACE_FILE in seen:
         splash.wait_for_trace("some changes")
     assert splash.quit() == 0
-    assert {line.file for line in splash.trace() if line.tag} <= {
-        DISPATCHER, TRACE_FILE, TRACE_WATCHER}
+    assert {line.file for line in splash.trace() if line.tag} <= {DISPATCHER, TRACE_FILE, TRACE_WATCHER}
     tagged = {line.file for line in splash.trace() if line.tag}
     assert tagged == seen
 
@@ -102,8 +135,10 @@ def test_a_change_is_followed_in_time_while_the_splash_runs(desk, capsys):
         wait_until(lambda: two_silent_frames(splash), "silence")
     assert splash.quit() == 0
     with capsys.disabled():
-        print(f"\na change of the trace level shows: longest {max(waits) * 1000:.0f} ms; median "
-              f"{sorted(waits)[CHANGES // 2] * 1000:.0f} ms ({CHANGES} changes)")
+        print(
+            f"\na change of the trace level shows: longest {max(waits) * 1000:.0f} ms; median "
+            f"{sorted(waits)[CHANGES // 2] * 1000:.0f} ms ({CHANGES} changes)"
+        )
     assert sorted(waits)[CHANGES // 2] <= LONGEST_TO_FOLLOW_S
 
 
@@ -126,7 +161,9 @@ def test_each_step_of_reading_is_traced(desk):
     assert splash.quit() == 0
     assert lines_of(splash, TRACE_FILE, TRACE_WATCHER) == [
         library("start trace config thread", WATCHER, TRACE_WATCHER),
-        SOME_CHANGES, *entry_lines(WATCHER, 6, "524292,524290")]
+        SOME_CHANGES,
+        *entry_lines(WATCHER, 6, "524292,524290"),
+    ]
 
 
 def test_a_line_with_a_typo_is_reported_and_the_next_one_examined(desk):
@@ -135,10 +172,9 @@ def test_a_line_with_a_typo_is_reported_and_the_next_one_examined(desk):
     assert splash.quit() == 0
     reading = [line for line in lines_of(splash, TRACE_FILE) if "ERROR" in line]
     assert reading == [
-        traced("ERROR", f"no entry in {TRACE_CONFIG}: bootlume 6 mask 0: stoul", TRACE_FILE,
-               SERVER),
-        traced("ERROR", f"no entry in {TRACE_CONFIG}: bootlume 99999999999 0 0: stoi", TRACE_FILE,
-               SERVER)]
+        traced("ERROR", f"no entry in {TRACE_CONFIG}: bootlume 6 mask 0: stoul", TRACE_FILE, SERVER),
+        traced("ERROR", f"no entry in {TRACE_CONFIG}: bootlume 99999999999 0 0: stoi", TRACE_FILE, SERVER),
+    ]
     assert "DEBUG" in levels(splash)
 
 
@@ -176,9 +212,11 @@ def test_a_file_that_is_spoilt_leaves_the_configuration_as_it_was(desk, change):
     assert splash.stderr == ""
 
 
-@pytest.mark.parametrize("spoilt", [b"", b"\0" * 4096, b"\n" * 100_000, b"x" * 1_000_000,
-                                    b"bootlume 6 0", None],
-                         ids=["empty", "zeros", "empty lines", "a long line", "cut off", "folder"])
+@pytest.mark.parametrize(
+    "spoilt",
+    [b"", b"\0" * 4096, b"\n" * 100_000, b"x" * 1_000_000, b"bootlume 6 0", None],
+    ids=["empty", "zeros", "empty lines", "a long line", "cut off", "folder"],
+)
 def test_a_file_without_an_entry_starts_the_splash_as_usual(desk, spoilt):
     if spoilt is None:
         desk.path(TRACE_CONFIG).mkdir()
@@ -198,6 +236,8 @@ def test_the_loops_lines_carry_their_subsystem(desk):
 
     def loop_line(text, thread):
         return traced("VERBOSE", text, DISPATCHER, thread, "DISPATCHER")
-    assert lines == [loop_line(text, SERVER) for text in (
-        "create dispatcher", "post message", "entering dispatcher loop", "got message")] + [
-        loop_line(text, LOOP) for text in ("exiting dispatcher loop", "destroy dispatcher")]
+
+    assert lines == [
+        loop_line(text, SERVER)
+        for text in ("create dispatcher", "post message", "entering dispatcher loop", "got message")
+    ] + [loop_line(text, LOOP) for text in ("exiting dispatcher loop", "destroy dispatcher")]

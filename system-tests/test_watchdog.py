@@ -27,8 +27,7 @@ VRX_DONE = traced("INFO", "VRX reboot started with result: , result = 0", WATCHD
 START = traced("DEBUG", "Function: start", PROCESS)
 RESULT = traced("DEBUG", "Function: sendResult", PROCESS)
 ALREADY_RUNNING = traced("WARN", "already running", PROCESS)
-NO_PROGRAM = ("boost::process::detail::posix_start: execve(2) failed: "
-              "No such file or directory")
+NO_PROGRAM = "boost::process::detail::posix_start: execve(2) failed: " "No such file or directory"
 
 
 def vrx_failed(result):
@@ -41,9 +40,12 @@ def plain_done(result=0):
 
 def works(program, out=(), err=()):
     """What the worker says until the program ends."""
-    texts = [f"start command: {program} ", "command started: , m_childPid = CHILD",
-             *(f"{program}: stdout: {line}" for line in out),
-             *(f"{program}: stderr: {line}" for line in err)]
+    texts = [
+        f"start command: {program} ",
+        "command started: , m_childPid = CHILD",
+        *(f"{program}: stdout: {line}" for line in out),
+        *(f"{program}: stderr: {line}" for line in err),
+    ]
     return [traced("DEBUG", text, PROCESS, WORKER) for text in texts]
 
 
@@ -57,8 +59,7 @@ def run_of(program, result=0, out=(), err=()):
 
 
 def watchdog_lines(splash):
-    return [re.sub("m_childPid = [0-9]+", "m_childPid = CHILD", line)
-            for line in lines_of(splash, WATCHDOG, PROCESS)]
+    return [re.sub("m_childPid = [0-9]+", "m_childPid = CHILD", line) for line in lines_of(splash, WATCHDOG, PROCESS)]
 
 
 def by_thread(lines, thread):
@@ -82,8 +83,13 @@ def release(desk, program):
 
 def start(desk, vrx="exit 0", plain="exit 0", soft=None, hard=None, arguments=("-c",), **options):
     """Starts the program with its reboot programs. Few frames: the runs share the machine."""
-    env = {"SPLASH_TIMEOUT": soft, "SPLASH_TIMEOUT_HARD": hard, "VRX_REBOOT_COMMAND": None,
-           "REBOOT_COMMAND": None, **options.pop("env", {})}
+    env = {
+        "SPLASH_TIMEOUT": soft,
+        "SPLASH_TIMEOUT_HARD": hard,
+        "VRX_REBOOT_COMMAND": None,
+        "REBOOT_COMMAND": None,
+        **options.pop("env", {}),
+    }
     if not desk.path(VRX).exists():
         install(desk, VRX, vrx)
         install(desk, PLAIN, plain)
@@ -111,45 +117,78 @@ def plain_reboot():
 
 SCENARIOS = {
     "the first program succeeds, and the second still runs at the hard limit": Scenario(
-        [SOFT_LIMIT, *run_of(VRX, out=["rebooting", "", "  now"], err=["no trouble"]), VRX_DONE,
-         HARD_LIMIT, *run_of(PLAIN, out=["bye"]), plain_done()], "both",
+        [
+            SOFT_LIMIT,
+            *run_of(VRX, out=["rebooting", "", "  now"], err=["no trouble"]),
+            VRX_DONE,
+            HARD_LIMIT,
+            *run_of(PLAIN, out=["bye"]),
+            plain_done(),
+        ],
+        "both",
         "echo rebooting; echo; echo '  now'; echo no trouble >&2; exit 0",
-        "printf bye; exit 0", 1, 2, in_order=2),
+        "printf bye; exit 0",
+        1,
+        2,
+        in_order=2,
+    ),
     "the first program fails": Scenario(
-        [SOFT_LIMIT, *run_of(VRX, 3), vrx_failed(3), *plain_reboot()], "reboot started", "exit 3"),
+        [SOFT_LIMIT, *run_of(VRX, 3), vrx_failed(3), *plain_reboot()], "reboot started", "exit 3"
+    ),
     "the first program fails with the highest status": Scenario(
-        [SOFT_LIMIT, *run_of(VRX, 255), vrx_failed(255), *plain_reboot()], "reboot started",
-        "exit 255", soft=0),
+        [SOFT_LIMIT, *run_of(VRX, 255), vrx_failed(255), *plain_reboot()], "reboot started", "exit 255", soft=0
+    ),
     "the first program is missing": Scenario(
-        [SOFT_LIMIT, *run_of(VRX, 1, err=[NO_PROGRAM]), vrx_failed(1), *plain_reboot()],
-        "reboot started", None),
+        [SOFT_LIMIT, *run_of(VRX, 1, err=[NO_PROGRAM]), vrx_failed(1), *plain_reboot()], "reboot started", None
+    ),
     "the first program is killed by a signal": Scenario(
-        [SOFT_LIMIT, *run_of(VRX, -1), vrx_failed(-1), *plain_reboot()], "reboot started",
-        "kill -KILL $$"),
+        [SOFT_LIMIT, *run_of(VRX, -1), vrx_failed(-1), *plain_reboot()], "reboot started", "kill -KILL $$"
+    ),
     "the first program ends itself by the signal that asks for an end": Scenario(
-        [SOFT_LIMIT, *run_of(VRX, -1), vrx_failed(-1), *plain_reboot()], "reboot started",
-        "kill -TERM $$", soft=0),
+        [SOFT_LIMIT, *run_of(VRX, -1), vrx_failed(-1), *plain_reboot()], "reboot started", "kill -TERM $$", soft=0
+    ),
     "both programs fail": Scenario(
         [SOFT_LIMIT, *run_of(VRX, 1), vrx_failed(1), *run_of(PLAIN, 7), plain_done(7)],
-        "reboot started", "exit 1", "exit 7", 0),
+        "reboot started",
+        "exit 1",
+        "exit 7",
+        0,
+    ),
     "both programs are missing": Scenario(
-        [SOFT_LIMIT, *run_of(VRX, 1, err=[NO_PROGRAM]), vrx_failed(1),
-         *run_of(PLAIN, 1, err=[NO_PROGRAM]), plain_done(1)], "reboot started", None, None),
+        [
+            SOFT_LIMIT,
+            *run_of(VRX, 1, err=[NO_PROGRAM]),
+            vrx_failed(1),
+            *run_of(PLAIN, 1, err=[NO_PROGRAM]),
+            plain_done(1),
+        ],
+        "reboot started",
+        None,
+        None,
+    ),
     "the reboot command is empty": Scenario(
-        [SOFT_LIMIT, *run_of(VRX, 1), vrx_failed(1), *run_of("", 1, err=[NO_PROGRAM]),
-         plain_done(1)], "reboot started", "exit 1", env={"REBOOT_COMMAND": ""}),
+        [SOFT_LIMIT, *run_of(VRX, 1), vrx_failed(1), *run_of("", 1, err=[NO_PROGRAM]), plain_done(1)],
+        "reboot started",
+        "exit 1",
+        env={"REBOOT_COMMAND": ""},
+    ),
     "the hard limit comes before the soft one": Scenario(
-        [HARD_LIMIT, *plain_reboot(), SOFT_LIMIT, *run_of(VRX), VRX_DONE], "both",
-        soft=2, hard=1, in_order=2),
+        [HARD_LIMIT, *plain_reboot(), SOFT_LIMIT, *run_of(VRX), VRX_DONE], "both", soft=2, hard=1, in_order=2
+    ),
     "a limit of zero and a negative one are due at once": Scenario(
-        [SOFT_LIMIT, START, HARD_LIMIT, START, *run_of(VRX)[1:], VRX_DONE, *run_of(PLAIN)[1:],
-         plain_done()], "both", soft=0, hard=-5, in_order=4),
+        [SOFT_LIMIT, START, HARD_LIMIT, START, *run_of(VRX)[1:], VRX_DONE, *run_of(PLAIN)[1:], plain_done()],
+        "both",
+        soft=0,
+        hard=-5,
+        in_order=4,
+    ),
     "the lowest limit that there is is due at once": Scenario(
-        [SOFT_LIMIT, *run_of(VRX), VRX_DONE], "VRX reboot started", soft=-2147483648),
+        [SOFT_LIMIT, *run_of(VRX), VRX_DONE], "VRX reboot started", soft=-2147483648
+    ),
     "the highest limit that there is is never due": Scenario(
-        [HARD_LIMIT, *plain_reboot()], "reboot started", soft=2147483647, hard=1),
-    "limits that are no numbers leave the usual ones": Scenario(
-        [], "limits", soft="soon", hard="99999999999"),
+        [HARD_LIMIT, *plain_reboot()], "reboot started", soft=2147483647, hard=1
+    ),
+    "limits that are no numbers leave the usual ones": Scenario([], "limits", soft="soon", hard="99999999999"),
 }
 
 
@@ -168,8 +207,9 @@ def runs(products):
     for name, scenario in SCENARIOS.items():
         desk = Desk(**products)
         desks.append(desk)
-        started[name] = time.monotonic(), start(desk, scenario.vrx, scenario.plain, scenario.soft,
-                                                scenario.hard, env=scenario.env)
+        started[name] = time.monotonic(), start(
+            desk, scenario.vrx, scenario.plain, scenario.soft, scenario.hard, env=scenario.env
+        )
     yield started
     for desk in desks:
         desk.close()
@@ -185,8 +225,8 @@ def test_the_watchdog_reboots_when(runs, name):
     if scenario.in_order == NEVER:
         assert lines == scenario.expected
     else:
-        head = by_thread(scenario.expected, LOOP)[:scenario.in_order]
-        assert by_thread(lines, LOOP)[:scenario.in_order] == head
+        head = by_thread(scenario.expected, LOOP)[: scenario.in_order]
+        assert by_thread(lines, LOOP)[: scenario.in_order] == head
         assert Counter(lines) == Counter(scenario.expected)
     assert splash.other_output() == [] and splash.stderr == ""
 
@@ -222,13 +262,16 @@ def test_programs_are_taken_from_the_environment_and_not_split_at_blanks(desk):
     vrx, plain = f"{desk.root}/my vrx -c", f"{desk.root}/my reboot"
     desk.write("my vrx -c", SHELL + 'echo "$0 has $# arguments"; exit 9\n', 0o755)
     desk.write("my reboot", SHELL + "exit 0\n", 0o755)
-    splash = start(desk, soft=0, hard=NEVER, env={"VRX_REBOOT_COMMAND": vrx,
-                                                  "REBOOT_COMMAND": plain})
+    splash = start(desk, soft=0, hard=NEVER, env={"VRX_REBOOT_COMMAND": vrx, "REBOOT_COMMAND": plain})
     splash.wait_for_trace("reboot started with result")
     assert wait_until_running(splash).quit() == 0
     assert watchdog_lines(splash) == [
-        SOFT_LIMIT, *run_of(vrx, 9, out=[f"{vrx} has 0 arguments"]), vrx_failed(9),
-        *run_of(plain), plain_done()]
+        SOFT_LIMIT,
+        *run_of(vrx, 9, out=[f"{vrx} has 0 arguments"]),
+        vrx_failed(9),
+        *run_of(plain),
+        plain_done(),
+    ]
 
 
 def test_a_first_program_that_is_no_program_leads_to_the_plain_reboot(desk):
@@ -239,8 +282,7 @@ def test_a_first_program_that_is_no_program_leads_to_the_plain_reboot(desk):
     splash.wait_for_trace("reboot started with result")
     assert wait_until_running(splash).quit() == 0
     refused = "boost::process::detail::posix_start: execve(2) failed: Permission denied"
-    assert watchdog_lines(splash) == [SOFT_LIMIT, *run_of(VRX, 1, err=[refused]), vrx_failed(1),
-                                      *plain_reboot()]
+    assert watchdog_lines(splash) == [SOFT_LIMIT, *run_of(VRX, 1, err=[refused]), vrx_failed(1), *plain_reboot()]
 
 
 def test_a_first_program_that_succeeds_is_believed_whoever_started_the_splash(desk):
@@ -262,8 +304,18 @@ def test_a_first_program_slower_than_the_hard_limit_does_not_hold_the_plain_rebo
     splash.wait_for_trace("reboot started with result")
     assert wait_until_running(splash).quit() == 0
     lines = watchdog_lines(splash)
-    assert by_thread(lines, LOOP) == [SOFT_LIMIT, START, HARD_LIMIT, START, RESULT, vrx_failed(1),
-                                      START, ALREADY_RUNNING, RESULT, plain_done()]
+    assert by_thread(lines, LOOP) == [
+        SOFT_LIMIT,
+        START,
+        HARD_LIMIT,
+        START,
+        RESULT,
+        vrx_failed(1),
+        START,
+        ALREADY_RUNNING,
+        RESULT,
+        plain_done(),
+    ]
     assert by_thread(lines, WORKER) == [*works(VRX), *works(PLAIN), ended(VRX, 1), ended(PLAIN, 0)]
 
 
@@ -274,8 +326,18 @@ def test_a_fallback_still_at_work_is_not_started_again_at_the_hard_limit(desk):
     splash.wait_for_trace("reboot started with result")
     assert wait_until_running(splash).quit() == 0
     assert watchdog_lines(splash) == [
-        SOFT_LIMIT, *run_of(VRX, 1), vrx_failed(1), START, *works(PLAIN), HARD_LIMIT, START,
-        ALREADY_RUNNING, ended(PLAIN, 4), RESULT, plain_done(4)]
+        SOFT_LIMIT,
+        *run_of(VRX, 1),
+        vrx_failed(1),
+        START,
+        *works(PLAIN),
+        HARD_LIMIT,
+        START,
+        ALREADY_RUNNING,
+        ended(PLAIN, 4),
+        RESULT,
+        plain_done(4),
+    ]
 
 
 def test_a_splash_ended_before_the_limit_starts_nothing(desk):
@@ -314,8 +376,7 @@ def test_a_splash_ended_around_the_limit_either_reboots_or_does_not(products):
 
 
 def overlay_is_closed(splash):
-    return splash.wait_for_record(
-        lambda record: record["kind"] == "device" and record["call"] == "close", "the close")
+    return splash.wait_for_record(lambda record: record["kind"] == "device" and record["call"] == "close", "the close")
 
 
 def test_the_end_waits_for_a_reboot_program_that_still_runs(desk):
@@ -385,14 +446,17 @@ def lonely_desk(products):
 def leave_room_for(splash, more):
     """Lets the splash's user have only so many threads and processes more."""
     tasks = len(os.listdir(f"/proc/{splash.pid}/task"))
-    subprocess.run([*splash.desk.run_prefix, "prlimit", f"--pid={splash.pid}",
-                    f"--nproc={tasks + more}:"], check=True)
+    subprocess.run([*splash.desk.run_prefix, "prlimit", f"--pid={splash.pid}", f"--nproc={tasks + more}:"], check=True)
 
 
-NO_THREAD = traced("ERROR", "failed to start RTQ: , e.what() = Resource temporarily unavailable",
-                   PROCESS)
-NO_FORK = traced("ERROR", "failed to start RTQ: , e.what() = boost::process::detail::posix_start: "
-                          "fork(2) failed: Resource temporarily unavailable", PROCESS, WORKER)
+NO_THREAD = traced("ERROR", "failed to start RTQ: , e.what() = Resource temporarily unavailable", PROCESS)
+NO_FORK = traced(
+    "ERROR",
+    "failed to start RTQ: , e.what() = boost::process::detail::posix_start: "
+    "fork(2) failed: Resource temporarily unavailable",
+    PROCESS,
+    WORKER,
+)
 
 
 @pytest.mark.parametrize("room", [0, 1], ids=["no thread", "a thread but no process"])
@@ -407,11 +471,18 @@ def test_on_a_full_machine_the_hard_limit_tries_again(lonely_desk, room):
     assert splash.quit() == 0, splash.stderr
 
     def failed(program):
-        return [START, NO_THREAD, RESULT] if room == 0 else \
-            [START, works(program)[0], NO_FORK, RESULT]
+        return [START, NO_THREAD, RESULT] if room == 0 else [START, works(program)[0], NO_FORK, RESULT]
+
     assert watchdog_lines(splash) == [
-        SOFT_LIMIT, *failed(VRX), vrx_failed(-1), *failed(PLAIN), plain_done(-1),
-        HARD_LIMIT, *run_of(PLAIN), plain_done()]
+        SOFT_LIMIT,
+        *failed(VRX),
+        vrx_failed(-1),
+        *failed(PLAIN),
+        plain_done(-1),
+        HARD_LIMIT,
+        *run_of(PLAIN),
+        plain_done(),
+    ]
     assert splash.stderr == ""
 
 

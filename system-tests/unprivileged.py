@@ -26,9 +26,15 @@ class User:
 
     def run(self, code, *arguments):
         """Runs Python as him; the completed process, with its output as text."""
-        return subprocess.run([sys.executable, "-I", "-c", code, *map(str, arguments)],
-                              cwd="/", preexec_fn=self.become, capture_output=True, text=True,
-                              check=False, timeout=60)
+        return subprocess.run(
+            [sys.executable, "-I", "-c", code, *map(str, arguments)],
+            cwd="/",
+            preexec_fn=self.become,
+            capture_output=True,
+            text=True,
+            check=False,
+            timeout=60,
+        )
 
     def own(self, desk):
         """Gives him a desk with all that is on it."""

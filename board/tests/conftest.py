@@ -22,8 +22,9 @@ def pytest_generate_tests(metafunc):
         if once:
             machines = [name for name in machines if name in once.args][:1] or machines[:1]
         # The tests of one machine stay in one process: they share its board.
-        metafunc.parametrize("machine", [pytest.param(name, marks=pytest.mark.xdist_group(name))
-                                         for name in machines], scope="session")
+        metafunc.parametrize(
+            "machine", [pytest.param(name, marks=pytest.mark.xdist_group(name)) for name in machines], scope="session"
+        )
 
 
 class Bench:

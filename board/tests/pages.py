@@ -4,8 +4,7 @@ from desk import pictures
 
 def nearest(shown, turn):
     """The page with the fewest differing pixels, and what differs."""
-    return min(((page, *pictures.different_pixels(shown, page)) for page in turn),
-               key=lambda found: found[1])
+    return min(((page, *pictures.different_pixels(shown, page)) for page in turn), key=lambda found: found[1])
 
 
 def steps(screens, turn, before=(pictures.WHITE,), folder=None):
@@ -21,6 +20,8 @@ def steps(screens, turn, before=(pictures.WHITE,), folder=None):
         screen = screens[start + found.index(None)]
         page, count, first = nearest(screen, turn)
         pictures.save_difference(folder, "screen", page, screen)
-        raise AssertionError(f"a screen differs from the nearest page in {count} pixels, first at"
-                             f" {first}; the pictures lie in {folder}")
+        raise AssertionError(
+            f"a screen differs from the nearest page in {count} pixels, first at"
+            f" {first}; the pictures lie in {folder}"
+        )
     return found

@@ -26,6 +26,7 @@ mv /run/sending /run/sent
 @dataclasses.dataclass(frozen=True)
 class Sample:
     """What the splash held at a moment of the board's uptime; kilobytes, and texts sent so far."""
+
     uptime: float
     resident: int
     proportional: int
@@ -35,9 +36,11 @@ class Sample:
 
 
 def sample(board, pid):
-    words = board.text(f"cut -d' ' -f1 /proc/uptime; awk '/^VmRSS/ {{ print $2 }}' /proc/{pid}/status;"
-                       f" awk '/^Pss:/ {{ print $2 }}' /proc/{pid}/smaps_rollup;"
-                       f" ls /proc/{pid}/task | wc -l; ls /proc/{pid}/fd | wc -l; cat /run/sending").split()
+    words = board.text(
+        f"cut -d' ' -f1 /proc/uptime; awk '/^VmRSS/ {{ print $2 }}' /proc/{pid}/status;"
+        f" awk '/^Pss:/ {{ print $2 }}' /proc/{pid}/smaps_rollup;"
+        f" ls /proc/{pid}/task | wc -l; ls /proc/{pid}/fd | wc -l; cat /run/sending"
+    ).split()
     return Sample(float(words[0]), *map(int, words[1:]))
 
 
@@ -54,18 +57,22 @@ def told(samples, rates, path):
         for one in samples:
             file.write(" ".join(map(str, dataclasses.astuple(one))) + "\n")
     seconds = samples[-1].uptime - samples[0].uptime
-    print(f"{seconds:.0f} s on the board, {len(samples)} samples, {samples[-1].sent} texts, about"
-          f" {seconds * sum(rates) / len(rates):.0f} frames"
-          f" ({min(rates):.1f} to {max(rates):.1f} a second);"
-          f" first {samples[0]}; last {samples[-1]}; all in {path}")
+    print(
+        f"{seconds:.0f} s on the board, {len(samples)} samples, {samples[-1].sent} texts, about"
+        f" {seconds * sum(rates) / len(rates):.0f} frames"
+        f" ({min(rates):.1f} to {max(rates):.1f} a second);"
+        f" first {samples[0]}; last {samples[-1]}; all in {path}"
+    )
 
 
 @pytest.mark.once
 def test_memory_descriptors_and_threads_stay_as_they_are(splash, board, bench, desk, request):
     seconds = LONG if request.config.getoption("long") else SHORT
     running = splash("A", "B").wait_until_drawn()
-    board.output(f"rm -f /run/stop-sending /run/sent; cat >/run/sender <<'END'\n{SENDER}\nEND\n"
-                 "setsid sh /run/sender >/run/sender.log 2>&1 &")
+    board.output(
+        f"rm -f /run/stop-sending /run/sent; cat >/run/sender <<'END'\n{SENDER}\nEND\n"
+        "setsid sh /run/sender >/run/sender.log 2>&1 &"
+    )
     board.output("wait_for test -s /run/sending")
     samples, rates, end = [], [], time.monotonic() + seconds
     while time.monotonic() < end:
@@ -76,7 +83,7 @@ def test_memory_descriptors_and_threads_stay_as_they_are(splash, board, bench, d
     board.output(": >/run/stop-sending; wait_for test -s /run/sent")
     sent = int(board.text("cat /run/sent"))
     told(samples, rates, bench.workshop.work / "long-run.txt")
-    settled = samples[len(samples) // 4:]
+    settled = samples[len(samples) // 4 :]
     assert board.text("cat /run/sender.log") == ""
     assert all(later.sent > earlier.sent for earlier, later in zip(samples, samples[1:])), "texts all the time"
     assert len({(one.threads, one.descriptors) for one in settled}) == 1, "descriptors and threads"

@@ -15,8 +15,9 @@ def test_the_default_page(splash, desk, bench):
     shows(splash(), bench, desk.page())
 
 
-@pytest.mark.parametrize("texts", [("Start", "Line one\nLine two"), ("", "a\\nb\\n\\nd")],
-                         ids=["lines by newline", "lines by backslash n"])
+@pytest.mark.parametrize(
+    "texts", [("Start", "Line one\nLine two"), ("", "a\\nb\\n\\nd")], ids=["lines by newline", "lines by backslash n"]
+)
 def test_two_texts(splash, desk, bench, texts):
     shows(splash(*texts), bench, desk.page(*texts))
 

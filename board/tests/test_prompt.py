@@ -15,8 +15,14 @@ from board.channel import PATIENCE
 @contextlib.contextmanager
 def prompt_on(machine, *texts):
     """The running command; it ends with the test, however that ends."""
-    with subprocess.Popen([sys.executable, "-m", "board", "shell", machine, *texts], cwd=SOURCE,
-                          env=python_environment(), stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as prompt:
+    with subprocess.Popen(
+        [sys.executable, "-m", "board", "shell", machine, *texts],
+        cwd=SOURCE,
+        env=python_environment(),
+        stdin=subprocess.PIPE,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+    ) as prompt:
         limit = threading.Timer(PATIENCE, prompt.send_signal, [signal.SIGINT])
         limit.start()
         try:

@@ -61,14 +61,19 @@ def test_a_splash_that_is_ended_in_time_restarts_nothing(bench):
     # A board on a busy host comes up slowly, and ends a splash slowly, too.
     limit = 8 + int(board.boot_seconds)
     for end in (f"board-tool send {SOCKET} QUIT", "kill -INT $(cat /run/splash.pid)"):
-        begin, ended, status = (int(word) for word in board.text(f"""
+        begin, ended, status = (
+            int(word)
+            for word in board.text(
+                f"""
             cut -d. -f1 /proc/uptime
             {armed(limit, limit + 1)}
             wait_for grep -q bl-dispatcher /proc/$(cat /run/splash.pid)/comm
             {end}
             wait_for test -e /run/splash.status
             cut -d. -f1 /proc/uptime
-            cat /run/splash.status""").split())
+            cat /run/splash.status"""
+            ).split()
+        )
         assert ended - begin < limit, "too busy a host for this test"
         assert status == 0
         assert "startup timeout" not in board.text("cat /run/splash.log")

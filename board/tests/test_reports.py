@@ -23,10 +23,12 @@ def test_syslog_gets_facility_priority_identity_and_process_id(splash, board):
     debug = messages(board, "Got Message from socket")[0]
     warning = messages(board, "Wrong message format")[0]
     head = r"\w+ +\d+ [\d:]+ \S+ local1\.%s bootlume\[%d\]: %s\|bootlume/src/[\w/]+\.cpp:\d+:[\w-]+\|  "
-    assert re.match(head % ("debug", running.pid, "DEBUG")
-                    + "Got Message from socket, command = one;two$", debug), debug
-    assert re.match(head % (r"warn(ing)?", running.pid, "WARN")
-                    + r"Wrong message format, tmp\.size\(\) = 1$", warning), warning
+    assert re.match(
+        head % ("debug", running.pid, "DEBUG") + "Got Message from socket, command = one;two$", debug
+    ), debug
+    assert re.match(
+        head % (r"warn(ing)?", running.pid, "WARN") + r"Wrong message format, tmp\.size\(\) = 1$", warning
+    ), warning
     assert running.log() == ""
 
 

@@ -7,9 +7,10 @@ from pages import steps
 from desk import DEVICE, pictures
 from board.channel import parse_frames
 
-PATTERN = struct.pack(f"<{pictures.WIDTH * pictures.HEIGHT}H",
-                      *((x * 31 + y * 7919) & 0xFFFF
-                        for y in range(pictures.HEIGHT) for x in range(pictures.WIDTH)))
+PATTERN = struct.pack(
+    f"<{pictures.WIDTH * pictures.HEIGHT}H",
+    *((x * 31 + y * 7919) & 0xFFFF for y in range(pictures.HEIGHT) for x in range(pictures.WIDTH)),
+)
 
 
 def test_a_picture_shown_by_the_driver_comes_back_pixel_for_pixel(board):
@@ -20,7 +21,7 @@ def test_a_picture_shown_by_the_driver_comes_back_pixel_for_pixel(board):
         board.run("kill $(cat /run/pattern.pid); wait_for test ! -d /proc/$(cat /run/pattern.pid)")
     # The driver's own blank screen may come first.
     assert PATTERN in shown
-    assert all(picture == PATTERN for picture in shown[shown.index(PATTERN):])
+    assert all(picture == PATTERN for picture in shown[shown.index(PATTERN) :])
 
 
 def test_a_script_gives_its_output_and_its_status(board):

@@ -19,22 +19,38 @@ MEMORY_MB = 1536
 PATIENCE = "[Unit]\nJobTimeoutSec=300\n"
 UNITS = ("agent.service", "overlay-driver.service", "ready.target")
 # What takes time in an emulator and has nothing to do with a splash.
-MASKED = ("serial-getty@ttyS0.service", "getty@tty1.service", "apt-daily.timer", "fstrim.timer",
-          "apt-daily-upgrade.timer", "dpkg-db-backup.timer", "e2scrub_all.timer")
+MASKED = (
+    "serial-getty@ttyS0.service",
+    "getty@tty1.service",
+    "apt-daily.timer",
+    "fstrim.timer",
+    "apt-daily-upgrade.timer",
+    "dpkg-db-backup.timer",
+    "e2scrub_all.timer",
+)
 
 
 def kernel_tree():
     """The unpacked kernel of the board's tests; made where it is missing."""
-    done = subprocess.run(["bash", "-c", ". scripts/lib/roots.sh && need_root amd64"], cwd=SOURCE,
-                          capture_output=True, text=True, check=True)
+    done = subprocess.run(
+        ["bash", "-c", ". scripts/lib/roots.sh && need_root amd64"],
+        cwd=SOURCE,
+        capture_output=True,
+        text=True,
+        check=True,
+    )
     return Path(done.stdout.strip())
 
 
 def copy_modules(tree, root):
     """The video driver and the modules that it needs."""
     version = machines.version(tree)
-    shown = subprocess.run(["/sbin/modprobe", "-d", tree, "-S", version, "--show-depends", MODULE],
-                           capture_output=True, text=True, check=True).stdout
+    shown = subprocess.run(
+        ["/sbin/modprobe", "-d", tree, "-S", version, "--show-depends", MODULE],
+        capture_output=True,
+        text=True,
+        check=True,
+    ).stdout
     for line in shown.splitlines():
         module = Path(line.split()[1])
         target = root / "usr" / module.relative_to(tree)
@@ -108,9 +124,24 @@ class Installed:
         assert done.returncode == 0, done.stderr
         self.folder = folder
         self.disk = folder / "initramfs"
-        subprocess.run(["unshare", "--mount", "--propagation", "private", "sh", "-euc", ARCHIVE, "-",
-                        root.path, root.folder, self.disk],
-                       check=True, cwd=SOURCE, env=python_environment())
+        subprocess.run(
+            [
+                "unshare",
+                "--mount",
+                "--propagation",
+                "private",
+                "sh",
+                "-euc",
+                ARCHIVE,
+                "-",
+                root.path,
+                root.folder,
+                self.disk,
+            ],
+            check=True,
+            cwd=SOURCE,
+            env=python_environment(),
+        )
 
     def boot(self, *words):
         """A machine, to be used with "with"; the words are on the kernel's command line."""

@@ -37,14 +37,20 @@ def environment(configuration):
 
 def families(changes):
     made = {k: v for k, v in {**os.environ, **changes}.items() if v is not None}
-    return [subprocess.run(["fc-match", "--format=%{family} | %{file} | %{hintstyle}", name],
-                           env=made, capture_output=True, text=True, check=True).stdout
-            for name in FAMILIES]
+    return [
+        subprocess.run(
+            ["fc-match", "--format=%{family} | %{file} | %{hintstyle}", name],
+            env=made,
+            capture_output=True,
+            text=True,
+            check=True,
+        ).stdout
+        for name in FAMILIES
+    ]
 
 
 def desk(build, language, **options):
-    made = Desk(bootlume=build / "bin/bootlume", library=build / "lib/libvirtual-device.so",
-                **options)
+    made = Desk(bootlume=build / "bin/bootlume", library=build / "lib/libvirtual-device.so", **options)
     made.language(language)
     return made
 
@@ -61,8 +67,7 @@ def page(build, language, changes):
 
 def instructions(build, language, changes, scratch):
     out = Path(scratch) / "callgrind"
-    prefix = ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}",
-              "--dump-before=ioctl"]
+    prefix = ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}", "--dump-before=ioctl"]
     with desk(build, language, run_prefix=prefix) as made:
         splash = made.start(*TEXTS[language], env={**changes, **COUNTED})
         splash.screen.wait_for_frame(3, deadline=120)

@@ -70,10 +70,14 @@ def start(board):
 
 def assert_ended_in_order(board):
     wait_for(board, "sh -c '! systemctl --quiet is-active bootlume.service'")
-    about = ask(board, "bootlume.service", "ActiveState", "Result", "ExecMainStatus", "ExecMainCode",
-                "NRestarts")
-    assert about == {"ActiveState": "inactive", "Result": "success", "ExecMainCode": "1",
-                     "ExecMainStatus": "0", "NRestarts": "0"}
+    about = ask(board, "bootlume.service", "ActiveState", "Result", "ExecMainStatus", "ExecMainCode", "NRestarts")
+    assert about == {
+        "ActiveState": "inactive",
+        "Result": "success",
+        "ExecMainCode": "1",
+        "ExecMainStatus": "0",
+        "NRestarts": "0",
+    }
 
 
 def test_the_boot_is_complete_and_nothing_failed(machine):
@@ -90,8 +94,7 @@ def test_it_starts_after_its_device_and_before_the_sockets(machine):
 
 def test_its_socket_is_not_among_what_is_cleared_at_the_start(machine):
     begin = int(ask(machine, "bootlume.service", "ExecMainStartTimestampMonotonic").popitem()[1])
-    cleared = int(ask(machine, "systemd-tmpfiles-setup.service",
-                      "ExecMainExitTimestampMonotonic").popitem()[1])
+    cleared = int(ask(machine, "systemd-tmpfiles-setup.service", "ExecMainExitTimestampMonotonic").popitem()[1])
     assert 0 < cleared <= begin
     assert machine.text("stat -c '%A %U' /tmp/.bootlume") == "srw------- root\n"
 
@@ -100,7 +103,7 @@ def test_the_display_shows_its_page(machine, build_dir, installed):
     wait_for(machine, "drawn")
     shown = machine.output("PATH=/usr/lib/board:$PATH; screen 1 /run/picture && cat /run/picture")
     expected = Reference(build_dir, installed.root, False).page()
-    assert shown[-pictures.SIZE:] in expected
+    assert shown[-pictures.SIZE :] in expected
 
 
 def test_root_is_told_of_it(machine):
@@ -111,18 +114,24 @@ def test_root_is_told_of_it(machine):
 
 def test_another_user_can_neither_end_nor_change_it(machine):
     as_nobody = "setpriv --reuid=65534 --regid=65534 --clear-groups "
-    for command in ("bootlumectl quit --timeout 2", "bootlumectl text A B", "rm -f /tmp/.bootlume",
-                    "kill -INT $(systemctl show --value --property=MainPID bootlume.service)",
-                    "systemctl stop bootlume.service"):
+    for command in (
+        "bootlumectl quit --timeout 2",
+        "bootlumectl text A B",
+        "rm -f /tmp/.bootlume",
+        "kill -INT $(systemctl show --value --property=MainPID bootlume.service)",
+        "systemctl stop bootlume.service",
+    ):
         status, said = machine.run(f"{as_nobody} sh -c '{command}'")
         assert status != 0, (command, said)
     machine.output("bootlumectl status")
     assert ask(machine, "bootlume.service", "ActiveState") == {"ActiveState": "active"}
 
 
-@pytest.mark.parametrize("name, script", [block for block in command_blocks()
-                                          if FOR_MANAGER.search(block[1])],
-                         ids=lambda value: value if len(value) < 60 else "")
+@pytest.mark.parametrize(
+    "name, script",
+    [block for block in command_blocks() if FOR_MANAGER.search(block[1])],
+    ids=lambda value: value if len(value) < 60 else "",
+)
 def test_a_documented_command_of_the_service_manager_runs(machine, name, script):
     machine.output(f"set -eu\n{script}")
 
@@ -156,8 +165,9 @@ def test_a_group_that_was_let_in_may_end_it(machine):
     machine.output("systemctl daemon-reload")
     start(machine)
     assert machine.text("stat -c '%a %G' /tmp/.bootlume") == "660 video\n"
-    machine.output("setpriv --reuid=65534 --regid=65534 --groups=$(getent group video | cut -d: -f3) "
-                   "bootlumectl quit")
+    machine.output(
+        "setpriv --reuid=65534 --regid=65534 --groups=$(getent group video | cut -d: -f3) " "bootlumectl quit"
+    )
     assert_ended_in_order(machine)
 
 
@@ -165,7 +175,7 @@ def test_the_settings_that_are_given_as_an_example_are_understood(machine, build
     machine.output("sed 's/^#BOOTLUME_OPTIONS/BOOTLUME_OPTIONS/' /usr/share/bootlume-settings >/etc/default/bootlume")
     start(machine)
     shown = machine.output("PATH=/usr/lib/board:$PATH; screen 1 /run/picture && cat /run/picture")
-    assert shown[-pictures.SIZE:] in Reference(build_dir, installed.root, False).page(*TEXTS)
+    assert shown[-pictures.SIZE :] in Reference(build_dir, installed.root, False).page(*TEXTS)
     machine.output("bootlumectl quit")
 
 
@@ -179,10 +189,12 @@ def another_machine(installed):
 def arm(board, device_program, settings=""):
     """Starts a splash that reboots in a moment, where the device's own reboot program is a script."""
     settings = f"BOOTLUME_OPTIONS=-c\\nSPLASH_TIMEOUT=3\\nSPLASH_TIMEOUT_HARD=600\\n{settings}"
-    board.output(f"printf '#!/bin/sh\\necho called >/run/vrx\\n{device_program}\\n' >/sbin/vrx_reboot\n"
-                 f"chmod 755 /sbin/vrx_reboot\nprintf '{settings}' >/etc/default/bootlume\n"
-                 "rm -rf /etc/systemd/system/bootlume.service.d; systemctl daemon-reload\n"
-                 "systemctl restart bootlume.service")
+    board.output(
+        f"printf '#!/bin/sh\\necho called >/run/vrx\\n{device_program}\\n' >/sbin/vrx_reboot\n"
+        f"chmod 755 /sbin/vrx_reboot\nprintf '{settings}' >/etc/default/bootlume\n"
+        "rm -rf /etc/systemd/system/bootlume.service.d; systemctl daemon-reload\n"
+        "systemctl restart bootlume.service"
+    )
 
 
 def assert_rebooted(board):

@@ -59,8 +59,13 @@ def fenced_blocks(path):
 
 
 def tracked(pattern):
-    listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard", "--", pattern],
-                            cwd=SOURCE, capture_output=True, text=True, check=True).stdout
+    listed = subprocess.run(
+        ["git", "ls-files", "-co", "--exclude-standard", "--", pattern],
+        cwd=SOURCE,
+        capture_output=True,
+        text=True,
+        check=True,
+    ).stdout
     return [SOURCE / name for name in listed.splitlines()]
 
 
@@ -114,12 +119,14 @@ def test_block_runs_on_a_device(installed_root, name, script):
     preload = START.replace("unset LD_PRELOAD", "")
     if own:
         preload = "\n".join(line for line in preload.splitlines() if not line.startswith("bootlume "))
-    run = (f"{MANAGER}{preload}\nmkdir -p /desk/opt/userdata /opt/userdata\n"
-           f"cp /usr/share/doc/bootlume/examples/trace_config /desk/opt/userdata/ || true\n"
-           f"{'' if own else WAIT_FOR_FRAMES}\n"
-           f"cat > /answers/block.sh <<'END-OF-BLOCK'\n{script}\nEND-OF-BLOCK\n"
-           "bash -eu /answers/block.sh >/answers/out 2>&1 || { cat /answers/out; exit 9; }\n"
-           "bootlumectl --root '' quit --timeout 20 >/dev/null 2>&1 || true\n")
+    run = (
+        f"{MANAGER}{preload}\nmkdir -p /desk/opt/userdata /opt/userdata\n"
+        f"cp /usr/share/doc/bootlume/examples/trace_config /desk/opt/userdata/ || true\n"
+        f"{'' if own else WAIT_FOR_FRAMES}\n"
+        f"cat > /answers/block.sh <<'END-OF-BLOCK'\n{script}\nEND-OF-BLOCK\n"
+        "bash -eu /answers/block.sh >/answers/out 2>&1 || { cat /answers/out; exit 9; }\n"
+        "bootlumectl --root '' quit --timeout 20 >/dev/null 2>&1 || true\n"
+    )
     done = installed_root.run(run)
     assert done.returncode == 0, f"{name}\n{script}\n{done.stdout}\n{done.stderr}"
 
@@ -129,12 +136,17 @@ def test_block_runs_in_a_checkout(build_dir, name, script):
     commands = [line for line in script.splitlines() if line.strip()]
     rest = [line for line in commands if line.split(" #")[0].strip() not in RUN_ELSEWHERE]
     if not rest:
-        pytest.skip("; ".join(sorted({RUN_ELSEWHERE[line.split(' #')[0].strip()]
-                                      for line in commands})))
+        pytest.skip("; ".join(sorted({RUN_ELSEWHERE[line.split(" #")[0].strip()] for line in commands})))
     if "scripts/run" in script and not (build_dir / "bin/bootlume-preview").exists():
         pytest.skip("this build has no bootlume-preview")
-    done = subprocess.run(["bash", "-eu", HERE / "until_shown.sh", "\n".join(rest)], cwd=SOURCE,
-                          capture_output=True, text=True, check=False, timeout=600)
+    done = subprocess.run(
+        ["bash", "-eu", HERE / "until_shown.sh", "\n".join(rest)],
+        cwd=SOURCE,
+        capture_output=True,
+        text=True,
+        check=False,
+        timeout=600,
+    )
     assert done.returncode == 0, f"{name}\n{script}\n{done.stdout}\n{done.stderr}"
 
 
@@ -143,15 +155,22 @@ def test_every_block_of_commands_is_marked():
     programs = re.compile(r"^(# |\$ )?(sudo )?(\w+=\S+ )*(scripts/|build/|bootlume|systemctl|journalctl|apt)")
     for path in tracked("*.md"):
         for number, mark, lines in fenced_blocks(path):
-            assert mark == "sh" or not programs.match("\n".join(lines)), \
-                f"{path.relative_to(SOURCE)}:{number} looks like commands and is not marked sh"
+            assert mark == "sh" or not programs.match(
+                "\n".join(lines)
+            ), f"{path.relative_to(SOURCE)}:{number} looks like commands and is not marked sh"
 
 
 @pytest.mark.parametrize("path", tracked("packaging/man/*.scd"), ids=lambda path: path.stem)
 def test_a_manual_s_command_is_run_as_a_reader_sees_it(path):
-    shown = subprocess.run("scdoc | man --local-file --pager=cat -", shell=True, check=True, text=True,
-                           input=path.read_text(encoding="utf-8"), capture_output=True,
-                           env={**os.environ, "MANWIDTH": "400", "LC_ALL": "C.UTF-8"}).stdout
+    shown = subprocess.run(
+        "scdoc | man --local-file --pager=cat -",
+        shell=True,
+        check=True,
+        text=True,
+        input=path.read_text(encoding="utf-8"),
+        capture_output=True,
+        env={**os.environ, "MANWIDTH": "400", "LC_ALL": "C.UTF-8"},
+    ).stdout
     seen = {line.strip() for line in shown.splitlines()}
     for name, script in BLOCKS:
         if name.startswith(str(path.relative_to(SOURCE))):
@@ -162,8 +181,7 @@ def test_a_manual_s_command_is_run_as_a_reader_sees_it(path):
 def test_commands_that_run_elsewhere_do_so():
     """Of the only one: the group that it stands for is among those that are run there."""
     assert set(RUN_ELSEWHERE) == {"scripts/test"}
-    commands = [line for line in (SOURCE / ".ci/run").read_text().splitlines()
-                if not line.startswith("#")]
+    commands = [line for line in (SOURCE / ".ci/run").read_text().splitlines() if not line.startswith("#")]
     assert any(re.search(r"\bscripts/test\b.*\b(basic|--all|--long)\b", line) for line in commands)
 
 
@@ -191,14 +209,12 @@ def commands_in_sentences():
                 if ours and not NOT_OURS.match(span) and len(words) + (words[0] != "man") > 1:
                     found.append((f"{path.relative_to(SOURCE)}:{number} {span}", words))
     for path in tracked("packaging/man/*.scd"):
-        for span in re.findall(r"\*((?:bootlumectl|bootlume-preview) [^*\n]+)\*",
-                               path.read_text(encoding="utf-8")):
+        for span in re.findall(r"\*((?:bootlumectl|bootlume-preview) [^*\n]+)\*", path.read_text(encoding="utf-8")):
             found.append((f"{path.name} {span}", span.split()))
     return found
 
 
-@pytest.mark.parametrize("words", [pytest.param(words, id=name)
-                                   for name, words in commands_in_sentences()])
+@pytest.mark.parametrize("words", [pytest.param(words, id=name) for name, words in commands_in_sentences()])
 def test_a_command_in_a_sentence_is_one_that_there_is(build_dir, words):
     if words[0] == "man":
         section, page = words[1:] if len(words) > 2 else ("[0-9]", words[1])
@@ -210,8 +226,10 @@ def test_a_command_in_a_sentence_is_one_that_there_is(build_dir, words):
         return
     assert os.access(program, os.X_OK)
     commands = [word for word in words[1:2] if words[0] == "bootlumectl" and word.isalpha()]
-    told = "".join(subprocess.run([program, *command, "--help"], capture_output=True, text=True,
-                                  check=True, cwd=SOURCE).stdout for command in ([], commands))
+    told = "".join(
+        subprocess.run([program, *command, "--help"], capture_output=True, text=True, check=True, cwd=SOURCE).stdout
+        for command in ([], commands)
+    )
     for word in words[1:]:
         if word.startswith("--") or word in commands or (word.islower() and "/" in words[0]):
             assert re.search(rf"(?<![\w-]){word}(?![\w-])", told), f"{word}: {told}"

@@ -31,8 +31,20 @@ pytestmark = pytest.mark.skipif(not can_isolate(), reason="no mount namespace ma
 
 def measure(build_dir, configuration, language, *options, **env):
     done = subprocess.run(
-        [HERE / "device_fonts.sh", sys.executable, HERE / "first_page.py", build_dir, configuration,
-         language, *options], capture_output=True, text=True, check=False, env={**python_environment(), **env})
+        [
+            HERE / "device_fonts.sh",
+            sys.executable,
+            HERE / "first_page.py",
+            build_dir,
+            configuration,
+            language,
+            *options,
+        ],
+        capture_output=True,
+        text=True,
+        check=False,
+        env={**python_environment(), **env},
+    )
     assert done.returncode == 0, done.stderr
     return json.loads(done.stdout)
 
@@ -47,8 +59,10 @@ def test_first_page_is_the_same_for_a_fraction_of_the_work(build_dir, language, 
     ratios = {what: package[what] / default[what] for what in ("instructions", "files")}
     with capsys.disabled():
         for what, ratio in ratios.items():
-            print(f"\n{what} to the first page ({language}): {package[what]} against "
-                  f"{default[what]}, {ratio:.3f}", end="")
+            print(
+                f"\n{what} to the first page ({language}): {package[what]} against " f"{default[what]}, {ratio:.3f}",
+                end="",
+            )
     assert package["page"] == default["page"]
     assert package["families"] == default["families"]
     assert ratios["instructions"] <= MOST_INSTRUCTIONS[language]
@@ -58,15 +72,16 @@ def test_first_page_is_the_same_for_a_fraction_of_the_work(build_dir, language, 
 @pytest.mark.parametrize("locale", ["C.UTF-8", "zh_CN.UTF-8", "ar_EG.UTF-8"])
 @pytest.mark.parametrize("language", ["en", "zh"])
 def test_page_is_the_same_in_every_locale(build_dir, language, locale):
-    default, package = (measure(build_dir, configuration, language, "--pixels-only", LANG=locale)
-                        for configuration in ("default", "package"))
+    default, package = (
+        measure(build_dir, configuration, language, "--pixels-only", LANG=locale)
+        for configuration in ("default", "package")
+    )
     assert package == default
 
 
 def test_the_two_languages_are_drawn_differently(build_dir):
     """Guards the comparisons above: a page that shows nothing would pass them."""
-    pages = {measure(build_dir, "package", language, "--pixels-only")["page"]
-             for language in ("en", "zh")}
+    pages = {measure(build_dir, "package", language, "--pixels-only")["page"] for language in ("en", "zh")}
     assert len(pages) == 2
 
 
@@ -81,7 +96,7 @@ def renamed_font(source, target, family):
     made = bytearray(data.ljust(start, b"\0") + table)
     for index in range(count):
         entry = 12 + 16 * index
-        if made[entry:entry + 4] == b"name":
+        if made[entry : entry + 4] == b"name":
             struct.pack_into(">3I", made, entry + 4, 0, start, len(table))
     Path(target).write_bytes(made)
 
@@ -90,42 +105,45 @@ def renamed_font(source, target, family):
 def test_a_family_that_is_installed_wins(source, tmp_path, place):
     font = tmp_path / "commercial.ttf"
     renamed_font("/usr/share/fonts/truetype/dejavu/DejaVuSansMono.ttf", font, LATIN)
-    script = (f"mkdir -p {place}/own && cp {font} {place}/own && "
-              f"FONTCONFIG_SYSROOT={source}/packaging/fontconfig "
-              f"fc-match --format='%{{family}} %{{file}}' '{LATIN}'")
-    done = subprocess.run([HERE / "device_fonts.sh", "sh", "-c", script], capture_output=True,
-                          text=True, check=True)
+    script = (
+        f"mkdir -p {place}/own && cp {font} {place}/own && "
+        f"FONTCONFIG_SYSROOT={source}/packaging/fontconfig "
+        f"fc-match --format='%{{family}} %{{file}}' '{LATIN}'"
+    )
+    done = subprocess.run([HERE / "device_fonts.sh", "sh", "-c", script], capture_output=True, text=True, check=True)
     assert done.stdout == f"{LATIN} {place}/own/commercial.ttf"
 
 
-@pytest.mark.parametrize("others", [("Noto Sans",), ("Arial", "Verdana"), ("Nimbus Sans", "Arial"),
-                                    ("Abyssinica", "Nimbus Sans")])
+@pytest.mark.parametrize(
+    "others", [("Noto Sans",), ("Arial", "Verdana"), ("Nimbus Sans", "Arial"), ("Abyssinica", "Nimbus Sans")]
+)
 def test_stand_ins_are_chosen_as_by_default(source, tmp_path, others):
     """Both families are missing, and other fonts, by their names, are there besides DejaVu Sans, or
     (where more than one is named) in its place."""
     for other in others:
-        renamed_font("/usr/share/fonts/truetype/dejavu/DejaVuSansMono.ttf", tmp_path / f"{other}.ttf",
-                     other)
+        renamed_font("/usr/share/fonts/truetype/dejavu/DejaVuSansMono.ttf", tmp_path / f"{other}.ttf", other)
     removed = ["droid"] + (["dejavu"] if len(others) > 1 else [])
     ask = f"for f in '{LATIN}' 'Droid Sans Fallback'; do fc-match --format='%{{family}};' \"$f\"; done"
-    script = (f"cd /usr/share/fonts && rm -r {' '.join('truetype/' + name for name in removed)} && "
-              f"cp {tmp_path}/*.ttf . && {ask}; echo; "
-              f"export FONTCONFIG_SYSROOT={source}/packaging/fontconfig; {ask}")
-    done = subprocess.run([HERE / "device_fonts.sh", "sh", "-c", script], capture_output=True,
-                          text=True, check=True)
+    script = (
+        f"cd /usr/share/fonts && rm -r {' '.join('truetype/' + name for name in removed)} && "
+        f"cp {tmp_path}/*.ttf . && {ask}; echo; "
+        f"export FONTCONFIG_SYSROOT={source}/packaging/fontconfig; {ask}"
+    )
+    done = subprocess.run([HERE / "device_fonts.sh", "sh", "-c", script], capture_output=True, text=True, check=True)
     default, package = done.stdout.split("\n")
     assert default == f"{others[-1]};" * 2
     assert package == default
 
 
 def test_a_cache_that_cannot_be_written_is_used_as_it_is(source):
-    script = ("mount -o remount,ro /var/cache/fontconfig && "
-              f"FONTCONFIG_SYSROOT={source}/packaging/fontconfig "
-              "strace -f -e trace=openat,open,creat,link,rename fc-match "
-              f"'{LATIN}' 2>&1 >/dev/null | grep -E 'O_WRONLY|O_CREAT|rename|link\\(|EROFS|[.]ttf' "
-              "|| true")
+    script = (
+        "mount -o remount,ro /var/cache/fontconfig && "
+        f"FONTCONFIG_SYSROOT={source}/packaging/fontconfig "
+        "strace -f -e trace=openat,open,creat,link,rename fc-match "
+        f"'{LATIN}' 2>&1 >/dev/null | grep -E 'O_WRONLY|O_CREAT|rename|link\\(|EROFS|[.]ttf' "
+        "|| true"
+    )
     if not shutil.which("strace"):
         pytest.skip("strace is not installed")
-    done = subprocess.run([HERE / "device_fonts.sh", "sh", "-c", script], capture_output=True,
-                          text=True, check=True)
+    done = subprocess.run([HERE / "device_fonts.sh", "sh", "-c", script], capture_output=True, text=True, check=True)
     assert done.stdout == ""

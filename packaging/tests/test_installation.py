@@ -45,8 +45,7 @@ class CleanRoot:
     """One clean root and the changes that commands made in it."""
 
     def __init__(self, architecture, packages, folder):
-        made = subprocess.run([HERE / "clean_root.sh", architecture], capture_output=True, text=True,
-                              check=False)
+        made = subprocess.run([HERE / "clean_root.sh", architecture], capture_output=True, text=True, check=False)
         if made.returncode != 0:
             pytest.skip(f"there is no clean {architecture} root: {made.stderr.strip()[-300:]}")
         self.path = Path(made.stdout.strip())
@@ -59,8 +58,13 @@ class CleanRoot:
             shutil.copy(package, self.changes / "packages")
 
     def run(self, script):
-        return subprocess.run([HERE / "in_root.sh", self.path, self.folder, "bash", "-euc", script],
-                              capture_output=True, text=True, check=False, timeout=300)
+        return subprocess.run(
+            [HERE / "in_root.sh", self.path, self.folder, "bash", "-euc", script],
+            capture_output=True,
+            text=True,
+            check=False,
+            timeout=300,
+        )
 
     def answer(self, name):
         return (self.changes / "answers" / name).read_text()
@@ -92,28 +96,39 @@ def root(request, source, tmp_path):
 
 def reference_page(build_dir, number):
     """The same page drawn by this build: the ring stands there where it stood in frame `number`."""
-    script = ("import sys\n"
-              "from desk import Desk\n"
-              f"with Desk('{build_dir}/bin/bootlume', '{build_dir}/lib/libvirtual-device.so') as desk:\n"
-              "    splash = desk.start('Brem K5 Start', 'first line\\\\nsecond line', refresh=20)\n"
-              f"    frame = splash.screen.wait_for_frame({number})\n"
-              f"    assert frame.number == {number}\n"
-              "    sys.stdout.buffer.write(frame.pixels)\n")
-    done = subprocess.run([HERE / "device_fonts.sh", "/usr/bin/python3", "-c", script],
-                          capture_output=True, check=False, env=python_environment())
+    script = (
+        "import sys\n"
+        "from desk import Desk\n"
+        f"with Desk('{build_dir}/bin/bootlume', '{build_dir}/lib/libvirtual-device.so') as desk:\n"
+        "    splash = desk.start('Brem K5 Start', 'first line\\\\nsecond line', refresh=20)\n"
+        f"    frame = splash.screen.wait_for_frame({number})\n"
+        f"    assert frame.number == {number}\n"
+        "    sys.stdout.buffer.write(frame.pixels)\n"
+    )
+    done = subprocess.run(
+        [HERE / "device_fonts.sh", "/usr/bin/python3", "-c", script],
+        capture_output=True,
+        check=False,
+        env=python_environment(),
+    )
     assert done.returncode == 0, done.stderr.decode()
-    return done.stdout[-pictures.SIZE:]
+    return done.stdout[-pictures.SIZE :]
 
 
 def test_installed_splash_shows_its_page_and_answers(root, build_dir):
-    done = root.run(INSTALL + START + WAIT_FOR_FRAMES + """
+    done = root.run(
+        INSTALL
+        + START
+        + WAIT_FOR_FRAMES
+        + """
 bootlumectl --root /desk status >/answers/status
 bootlumectl --root /desk quit --timeout 60
 cp /desk/screen /answers/screen
 bootlumectl --root /desk text A B 2>/answers/refused || echo $? >/answers/refused-status
 bootlumectl --version >/answers/version
 wait $splash; echo $? >/answers/splash-status
-""")
+"""
+    )
     assert done.returncode == 0, done.stderr + root.answer("install")
     assert root.answer("status").startswith("a splash answers at /desk/tmp/.bootlume: process ")
     assert root.answer("splash-status") == "0\n" and "ERROR" not in root.answer("log")
@@ -127,11 +142,14 @@ wait $splash; echo $? >/answers/splash-status
 
 
 def test_installed_preview_draws_the_page_and_passes_its_example(root, build_dir):
-    done = root.run(INSTALL + """
+    done = root.run(
+        INSTALL
+        + """
 bootlume-preview --png /answers/page.png "Brem K5 Start" "first line\\nsecond line"
 bootlume-preview --check /usr/share/bootlume/catalogue.tsv >/answers/table
 ls -A /tmp >/answers/temporary
-""")
+"""
+    )
     assert done.returncode == 0, done.stderr
     assert root.answer("table").splitlines()[-1] == "36 pages, no findings"
     assert root.answer("temporary") == ""
@@ -140,12 +158,16 @@ ls -A /tmp >/answers/temporary
 
 
 def test_service_is_enabled_and_its_fonts_are_found(root):
-    done = root.run(INSTALL + """
+    done = root.run(
+        INSTALL
+        + """
 systemctl is-enabled bootlume.service >/answers/enabled
 systemctl is-enabled bootlume-quit@multi-user.service >/answers/quit || true
 FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig fc-match --format='%{file}' 'Univers Next W1G Medium' >/answers/font
-FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig strace -e trace=openat fc-match x 2>&1 | grep -c 'cache-[0-9].*= [0-9]' >/answers/cache || true
-""")
+FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig strace -e trace=openat fc-match x 2>&1 |
+  grep -c 'cache-[0-9].*= [0-9]' >/answers/cache || true
+"""
+    )
     assert done.returncode == 0, done.stderr
     assert root.answer("enabled") == "enabled\n"
     assert root.answer("quit") == "disabled\n"
@@ -155,14 +177,19 @@ FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig strace -e trace=openat fc-matc
 
 
 def test_purging_leaves_nothing_behind(root):
-    done = root.run(INSTALL + START + WAIT_FOR_FRAMES + f"""
+    done = root.run(
+        INSTALL
+        + START
+        + WAIT_FOR_FRAMES
+        + f"""
 kill -INT $splash; wait $splash
 systemctl enable bootlume-quit@multi-user.service 2>/dev/null
 mkdir -p /opt; : >/tmp/.bootlume
 systemctl disable bootlume-quit@multi-user.service 2>/dev/null
 {PURGE}
 dpkg -l 'bootlume*' 2>/dev/null | grep -c '^ii' >/answers/still || true
-""")
+"""
+    )
     assert done.returncode == 0, done.stderr
     assert root.answer("still") == "0\n"
     assert root.leftovers() == []
@@ -173,10 +200,13 @@ def test_removing_keeps_the_settings_and_nothing_else(root):
     assert done.returncode == 0, done.stderr
     # The unit is masked, so that the link that enables it does not call what is not there.
     kept = [name for name in root.leftovers() if "deb-systemd-helper" not in name]
-    assert kept == ["etc/default/bootlume", "etc/systemd/system/bootlume-quit.service",
-                    "etc/systemd/system/bootlume-quit@.service",
-                    "etc/systemd/system/bootlume.service",
-                    "etc/systemd/system/sysinit.target.wants/bootlume.service"]
+    assert kept == [
+        "etc/default/bootlume",
+        "etc/systemd/system/bootlume-quit.service",
+        "etc/systemd/system/bootlume-quit@.service",
+        "etc/systemd/system/bootlume.service",
+        "etc/systemd/system/sysinit.target.wants/bootlume.service",
+    ]
 
 
 def test_reinstalling_after_a_removal_enables_the_service_again(root):
@@ -185,6 +215,8 @@ def test_reinstalling_after_a_removal_enables_the_service_again(root):
 
 
 def test_a_service_that_was_disabled_stays_so_over_an_upgrade(root):
-    done = root.run(f"{INSTALL}\nsystemctl disable bootlume.service 2>/dev/null\n{INSTALL}\n"
-                    "systemctl is-enabled bootlume.service || true")
+    done = root.run(
+        f"{INSTALL}\nsystemctl disable bootlume.service 2>/dev/null\n{INSTALL}\n"
+        "systemctl is-enabled bootlume.service || true"
+    )
     assert done.stdout == "disabled\n", done.stderr

@@ -24,8 +24,9 @@ def packages(source):
 @pytest.fixture(scope="session", params=["bootlume", "bootlume-tools"])
 def contents(request, packages, tmp_path_factory):
     """(name, unpacked tree) of each package for this machine."""
-    machine = subprocess.run(["dpkg", "--print-architecture"], capture_output=True, text=True,
-                             check=True).stdout.strip()
+    machine = subprocess.run(
+        ["dpkg", "--print-architecture"], capture_output=True, text=True, check=True
+    ).stdout.strip()
     package = next(p for p in packages if re.fullmatch(rf"{request.param}_.*_{machine}[.]deb", p.name))
     tree = tmp_path_factory.mktemp(request.param)
     subprocess.run(["dpkg-deb", "-x", package, tree], check=True)
@@ -50,8 +51,12 @@ def units(packages, tmp_path_factory):
 def test_lintian_has_no_error_and_no_warning(packages):
     if not shutil.which("lintian"):
         pytest.skip("lintian is not installed")
-    done = subprocess.run(["lintian", "--profile", "debian", "--fail-on", "error,warning",
-                           "--allow-root", *packages], capture_output=True, text=True, check=False)
+    done = subprocess.run(
+        ["lintian", "--profile", "debian", "--fail-on", "error,warning", "--allow-root", *packages],
+        capture_output=True,
+        text=True,
+        check=False,
+    )
     assert done.returncode == 0, done.stdout + done.stderr
     assert done.stdout == ""
 
@@ -84,18 +89,17 @@ def test_programs_are_stripped(contents):
     programs = [p for p in tree.rglob("*") if p.is_file() and p.read_bytes()[:4] == b"\x7fELF"]
     assert programs
     for program in programs:
-        sections = subprocess.run(["readelf", "-SW", program], capture_output=True, text=True,
-                                  check=True).stdout
+        sections = subprocess.run(["readelf", "-SW", program], capture_output=True, text=True, check=True).stdout
         assert ".symtab" not in sections and ".debug_info" not in sections, program
 
 
-@pytest.mark.parametrize("unit", ["bootlume.service", "bootlume-quit.service",
-                                  "bootlume-quit@multi-user.service"])
+@pytest.mark.parametrize("unit", ["bootlume.service", "bootlume-quit.service", "bootlume-quit@multi-user.service"])
 def test_systemd_finds_nothing_to_say_about_a_unit(units, unit):
     if not shutil.which("systemd-analyze"):
         pytest.skip("systemd-analyze is not installed")
-    done = subprocess.run(["systemd-analyze", "verify", "--man=no", f"--root={units}", unit],
-                          capture_output=True, text=True, check=False)
+    done = subprocess.run(
+        ["systemd-analyze", "verify", "--man=no", f"--root={units}", unit], capture_output=True, text=True, check=False
+    )
     said = [line for line in done.stderr.splitlines() if "bootlume" in line]
     assert done.returncode == 0 and said == [], done.stderr
 
@@ -104,9 +108,12 @@ def test_systemd_finds_nothing_to_say_about_a_unit(units, unit):
 def test_unit_is_closed_enough(source, unit, capsys):
     if not shutil.which("systemd-analyze"):
         pytest.skip("systemd-analyze is not installed")
-    done = subprocess.run(["systemd-analyze", "security", "--offline=true", "--no-pager",
-                           source / "packaging/systemd" / unit], capture_output=True, text=True,
-                          check=True)
+    done = subprocess.run(
+        ["systemd-analyze", "security", "--offline=true", "--no-pager", source / "packaging/systemd" / unit],
+        capture_output=True,
+        text=True,
+        check=True,
+    )
     exposure = float(re.search(r"Overall exposure level for \S+: ([0-9.]+)", done.stdout)[1])
     with capsys.disabled():
         print(f"\nexposure of {unit}: {exposure}", end="")
@@ -115,8 +122,9 @@ def test_unit_is_closed_enough(source, unit, capsys):
 
 def test_service_waits_for_the_device_that_the_program_opens(source):
     unit = (source / "packaging/systemd/bootlume.service").read_text()
-    escaped = subprocess.run(["systemd-escape", "--path", "--suffix=device", DEVICE],
-                             capture_output=True, text=True, check=True).stdout.strip()
+    escaped = subprocess.run(
+        ["systemd-escape", "--path", "--suffix=device", DEVICE], capture_output=True, text=True, check=True
+    ).stdout.strip()
     assert f"After={escaped}\n" in unit and f"Wants={escaped}\n" in unit
     header = (source / "bootlume/src/display/surface.h").read_text()
     assert DEVICE in header

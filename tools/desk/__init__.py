@@ -17,12 +17,46 @@ the log are described in tools/virtual-device/README.md.
 from .desk import COUNTED, SHELL, Desk, sanitizer_runtimes
 from .places import BUILD, DEVICE, LANGUAGE, SOCKET, SOURCE, TRACE_CONFIG, python_environment
 from .screen import HEIGHT, WIDTH, Frame, Screen
-from .splash import (LOOP, Splash, end_by_signal, handles_signals, is_dispatching, listens,
-                     send_datagram, wait_until_running)
+from .splash import (
+    LOOP,
+    Splash,
+    end_by_signal,
+    handles_signals,
+    is_dispatching,
+    listens,
+    send_datagram,
+    wait_until_running,
+)
 from .trace import TraceLine, parse_trace
 from .waiting import DEADLINE, Late, wait_until
 
-__all__ = ["BUILD", "COUNTED", "DEADLINE", "DEVICE", "HEIGHT", "LANGUAGE", "LOOP", "SHELL",
-           "SOCKET", "SOURCE", "TRACE_CONFIG", "WIDTH", "Desk", "Frame", "Late", "Screen", "Splash",
-           "TraceLine", "end_by_signal", "handles_signals", "is_dispatching", "listens", "parse_trace", "python_environment", "sanitizer_runtimes",
-           "send_datagram", "wait_until", "wait_until_running"]
+__all__ = [
+    "BUILD",
+    "COUNTED",
+    "DEADLINE",
+    "DEVICE",
+    "HEIGHT",
+    "LANGUAGE",
+    "LOOP",
+    "SHELL",
+    "SOCKET",
+    "SOURCE",
+    "TRACE_CONFIG",
+    "WIDTH",
+    "Desk",
+    "Frame",
+    "Late",
+    "Screen",
+    "Splash",
+    "TraceLine",
+    "end_by_signal",
+    "handles_signals",
+    "is_dispatching",
+    "listens",
+    "parse_trace",
+    "python_environment",
+    "sanitizer_runtimes",
+    "send_datagram",
+    "wait_until",
+    "wait_until_running",
+]

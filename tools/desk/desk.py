@@ -122,14 +122,11 @@ class Desk:
             return words, environment
         if not self.prefix_env:
             return self.run_prefix + words, environment
-        outside = {k: v for k, v in environment.items()
-                   if k != "LD_PRELOAD" and not k.startswith("VIRTUAL_DEVICE_")}
-        passed = [word for k, v in environment.items() if k not in outside
-                  for word in (self.prefix_env, f"{k}={v}")]
+        outside = {k: v for k, v in environment.items() if k != "LD_PRELOAD" and not k.startswith("VIRTUAL_DEVICE_")}
+        passed = [word for k, v in environment.items() if k not in outside for word in (self.prefix_env, f"{k}={v}")]
         return self.run_prefix + passed + words, outside
 
-    def start(self, *arguments, env=None, stdout=None, stderr=None, stdin=subprocess.DEVNULL,
-              prepare=None, **settings):
+    def start(self, *arguments, env=None, stdout=None, stderr=None, stdin=subprocess.DEVNULL, prepare=None, **settings):
         """Starts the program with its arguments; see environment() for env and settings.
 
         Standard output and error go to files below the root unless other targets are given (as
@@ -148,9 +145,13 @@ class Desk:
 
         with open(files[0], "ab") as out, open(files[1], "ab") as err:
             process = subprocess.Popen(
-                words, env=environment, stdin=stdin, preexec_fn=begin,
+                words,
+                env=environment,
+                stdin=stdin,
+                preexec_fn=begin,
                 stdout=out if stdout is None else stdout,
-                stderr=err if stderr is None else stderr)
+                stderr=err if stderr is None else stderr,
+            )
         files[2] = Path(settings["log"])
         splash = Splash(self, process, files)
         self._started.append(splash)

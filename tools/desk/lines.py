@@ -22,7 +22,7 @@ PROCESS = "utility-library/src/process.cpp"
 TRACE_FILE = "utility-library/src/trace_config.cpp"
 TRACE_WATCHER = "utility-library/src/trace_watcher.cpp"
 
-SERVER = "bootlume"     # the threads that main starts before that have the program's own name
+SERVER = "bootlume"  # the threads that main starts before that have the program's own name
 WORKER = "generator"
 WATCHER = "trace_config"
 
@@ -54,7 +54,7 @@ def whole(line, pid):
     start, number = f"[{line.date}:{line.milliseconds:03}] ({pid})", f":{line.line}"
     assert raw.startswith(start) and raw.endswith(number), raw
     assert "TRACE" in _source(line.file)[line.line - 1], f"no trace call lies there: {raw!r}"
-    return "[TIME] (PID)" + raw[len(start):-len(number)]
+    return "[TIME] (PID)" + raw[len(start) : -len(number)]
 
 
 def lines_of(splash, *files):
@@ -65,4 +65,4 @@ def lines_of(splash, *files):
 def still_page(splash):
     """The part of the page that does not turn, as it is drawn now: nothing older is looked at."""
     frame = splash.screen.wait_for_frame(splash.screen.frame_number + 3)
-    return frame.pixels[:FIRST_RING_ROW * frame.width * 2]
+    return frame.pixels[: FIRST_RING_ROW * frame.width * 2]

@@ -20,8 +20,9 @@ def rgb(rows):
     """16-bit values as rows of (red, green, blue), the brightest of each being 255."""
     wide = rows.astype(numpy.uint32)
     red, green, blue = wide >> 11, (wide >> 5) & 0x3F, wide & 0x1F
-    return numpy.stack([red << 3 | red >> 2, green << 2 | green >> 4, blue << 3 | blue >> 2],
-                       axis=-1).astype(numpy.uint8)
+    return numpy.stack([red << 3 | red >> 2, green << 2 | green >> 4, blue << 3 | blue >> 2], axis=-1).astype(
+        numpy.uint8
+    )
 
 
 def image(pixels):
@@ -52,8 +53,11 @@ def difference(expected, actual):
 def save_difference(folder, name, expected, actual):
     """Leaves three images in the folder: what was expected, what was found, and what differs."""
     folder.mkdir(parents=True, exist_ok=True)
-    for kind, shown in (("expected", image(expected)), ("actual", image(actual)),
-                        ("difference", difference(expected, actual))):
+    for kind, shown in (
+        ("expected", image(expected)),
+        ("actual", image(actual)),
+        ("difference", difference(expected, actual)),
+    ):
         shown.save(folder / f"{name}-{kind}.png")
 
 
@@ -61,4 +65,4 @@ def split(data):
     """The pictures that lie one after the other in `data`."""
     if not data or len(data) % SIZE:
         raise ValueError(f"{len(data)} bytes are no whole number of pictures")
-    return [data[start:start + SIZE] for start in range(0, len(data), SIZE)]
+    return [data[start : start + SIZE] for start in range(0, len(data), SIZE)]

@@ -96,12 +96,13 @@ class Screen:
     def _copy(self, header, number):
         _, _, header_bytes, slot_bytes, slots, pixels_offset = header[:6]
         start = header_bytes + number % slots * slot_bytes
-        sequence, buffer, frame, time_ns, width, height, _, row_bytes, stream, _ = \
-            self.SLOT.unpack_from(self._memory, start)
+        sequence, buffer, frame, time_ns, width, height, _, row_bytes, stream, _ = self.SLOT.unpack_from(
+            self._memory, start
+        )
         if number == 0 or sequence % 2 or frame != number:
             return None
         first = start + pixels_offset
-        pixels = self._memory[first:first + row_bytes * height]
+        pixels = self._memory[first : first + row_bytes * height]
         if self.SLOT.unpack_from(self._memory, start)[0] != sequence:
             return None
         return Frame(frame, time_ns, width, height, buffer, stream, pixels)
@@ -113,6 +114,7 @@ class Screen:
         def look():
             newest = self.frame_number
             return (self.frame(first) or self.frame()) if newest >= first else None
+
         return wait_until(look, f"frame {first} of {self.path} (now {self.frame_number})", deadline)
 
     def wait_for_picture(self, wanted, what="a picture", deadline=None):
@@ -126,6 +128,7 @@ class Screen:
                 return None
             seen = frame.number
             return frame if wanted(frame) else None
+
         return wait_until(look, what, deadline)
 
     def frames(self, count, first=None, deadline=None):

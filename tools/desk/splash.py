@@ -34,6 +34,7 @@ def send_datagram(path, data, deadline=None):
                     return True
                 except ConnectionRefusedError:
                     return False  # the file of an earlier run: the program is not there yet
+
             wait_until(attempt, f"somebody to listen at {path}", deadline)
     finally:
         os.close(folder)
@@ -72,10 +73,12 @@ def handles_signals(splash):
 def end_by_signal(splash, deadline=None):
     """Signals from the loop's start on, until it has ended; its exit status. For a splash that no
     command reaches."""
+
     def ended():
         if splash.process.poll() is None and is_dispatching(splash):
             splash.signal(signal.SIGINT)
         return splash.process.poll() is not None
+
     wait_until(ended, "the end by a signal", deadline)
     return splash.wait()
 
@@ -87,6 +90,7 @@ def wait_until_running(splash):
     def runs():
         assert splash.process.poll() is None, f"ended early: {splash.stdout}{splash.stderr}"
         return is_dispatching(splash) and listens(path)
+
     wait_until(runs, "the splash to run")
     return splash
 
@@ -138,9 +142,11 @@ class Splash:
             if not line.endswith("\n"):
                 break
             record = json.loads(line)
-            if ((kind is None or record["kind"] == kind)
-                    and (call is None or record["call"] == call)
-                    and (wanted_pid is None or record["pid"] == wanted_pid)):
+            if (
+                (kind is None or record["kind"] == kind)
+                and (call is None or record["call"] == call)
+                and (wanted_pid is None or record["pid"] == wanted_pid)
+            ):
                 records.append(record)
         return records
 
@@ -153,8 +159,9 @@ class Splash:
         last = seen()
         if last:
             return last
-        raise Late(f"the program ended with {self.process.returncode} before {what}; "
-                   f"standard error: {self.stderr!r}")
+        raise Late(
+            f"the program ended with {self.process.returncode} before {what}; " f"standard error: {self.stderr!r}"
+        )
 
     def _wait(self, seen, what, deadline):
         return wait_until(lambda: seen() or self._alive_or(seen, what), what, deadline)
@@ -191,8 +198,7 @@ class Splash:
 
     def wait_for_loop(self, deadline=None):
         """Waits until its main thread takes commands; one that comes before that is lost."""
-        wait_until(lambda: is_dispatching(self) or self.process.poll() is not None,
-                   "the main loop to run", deadline)
+        wait_until(lambda: is_dispatching(self) or self.process.poll() is not None, "the main loop to run", deadline)
 
     def quit(self, deadline=None):
         """Ends it over the socket; its exit status."""

@@ -25,8 +25,9 @@ _COLOUR = r"(?:\x1b\[[0-9;]*m)?"
 _START = re.compile(_COLOUR + r"\[\d{8}-\d{6}:\d{3}\] \(")
 _TRACE = re.compile(
     _COLOUR + r"\[(?P<date>\d{8}-\d{6}):(?P<ms>\d{3})\] \((?P<pid>\d+)\) \((?P<thread>.{16,}?)\) "
-    r"(?P<level>[^:\t]{7})(?::(?P<tag>[^\t]*))?\t\|(?P<text>.*)\| (?P<file>[^|\n]*):(?P<line>\d+)"
-    + _COLOUR, re.DOTALL)
+    r"(?P<level>[^:\t]{7})(?::(?P<tag>[^\t]*))?\t\|(?P<text>.*)\| (?P<file>[^|\n]*):(?P<line>\d+)" + _COLOUR,
+    re.DOTALL,
+)
 
 
 def parse_trace(output):
@@ -37,10 +38,20 @@ def parse_trace(output):
         text = "\n".join(pieces)
         found = _TRACE.fullmatch(text)
         if found:
-            traced.append(TraceLine(
-                text, found["date"], int(found["ms"]), int(found["pid"]),
-                found["thread"].strip(), found["level"].strip(), found["tag"], found["text"],
-                found["file"], int(found["line"])))
+            traced.append(
+                TraceLine(
+                    text,
+                    found["date"],
+                    int(found["ms"]),
+                    int(found["pid"]),
+                    found["thread"].strip(),
+                    found["level"].strip(),
+                    found["tag"],
+                    found["text"],
+                    found["file"],
+                    int(found["line"]),
+                )
+            )
         elif pieces:
             other.extend(pieces)
         pieces.clear()

@@ -21,8 +21,8 @@ def ctl(desk):
 
     def run(*arguments, **options):
         command = [BUILD / "bin/bootlumectl", "--root", desk.root, *map(str, arguments)]
-        return subprocess.run(command, capture_output=True, text=True, timeout=SECONDS,
-                              check=False, **options)
+        return subprocess.run(command, capture_output=True, text=True, timeout=SECONDS, check=False, **options)
+
     return run
 
 

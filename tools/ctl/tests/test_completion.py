@@ -11,22 +11,26 @@ COMPLETION = SOURCE / "tools/ctl/completion/bootlumectl"
 
 
 def complete(*words):
-    script = ('source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _bootlumectl; '
-              'printf "%s\\n" "${COMPREPLY[@]}"')
-    done = subprocess.run(["bash", "-c", script, "-", COMPLETION, *words],
-                          capture_output=True, text=True, check=True)
+    script = (
+        'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _bootlumectl; '
+        'printf "%s\\n" "${COMPREPLY[@]}"'
+    )
+    done = subprocess.run(["bash", "-c", script, "-", COMPLETION, *words], capture_output=True, text=True, check=True)
     return set(done.stdout.split())
 
 
-@pytest.mark.parametrize("words,offered", [
-    (["bootlumectl", "q"], {"quit"}),
-    (["bootlumectl", "t"], {"text", "trace"}),
-    (["bootlumectl", "--root", "/x", "st"], {"status"}),
-    (["bootlumectl", "trace", "V"], {"VERBOSE"}),
-    (["bootlumectl", "trace", "5", "--mask", "D"], {"DISPATCHER"}),
-    (["bootlumectl", "trace", "5", "V"], set()),
-    (["bootlumectl", "quit", "--t"], {"--timeout"}),
-])
+@pytest.mark.parametrize(
+    "words,offered",
+    [
+        (["bootlumectl", "q"], {"quit"}),
+        (["bootlumectl", "t"], {"text", "trace"}),
+        (["bootlumectl", "--root", "/x", "st"], {"status"}),
+        (["bootlumectl", "trace", "V"], {"VERBOSE"}),
+        (["bootlumectl", "trace", "5", "--mask", "D"], {"DISPATCHER"}),
+        (["bootlumectl", "trace", "5", "V"], set()),
+        (["bootlumectl", "quit", "--t"], {"--timeout"}),
+    ],
+)
 def test_a_word_that_was_begun_is_completed(words, offered):
     assert complete(*words) == offered
 
@@ -34,8 +38,9 @@ def test_a_word_that_was_begun_is_completed(words, offered):
 @pytest.mark.parametrize("command", ["", "quit", "text", "status", "trace"])
 def test_every_option_of_the_help_is_offered(command):
     words = [command] if command else []
-    text = subprocess.run([BUILD / "bin/bootlumectl", *words, "--help"], capture_output=True,
-                          text=True, check=True).stdout
+    text = subprocess.run(
+        [BUILD / "bin/bootlumectl", *words, "--help"], capture_output=True, text=True, check=True
+    ).stdout
     options = set(re.findall(r"^  (?:-h,)?(--[a-z-]+)", text, re.MULTILINE))
     assert options
     assert options == {word for word in complete("bootlumectl", *words, "-")}

@@ -23,8 +23,7 @@ def test_the_splash_has_gone_when_it_returns(desk, ctl):
 
 def test_one_sent_in_the_first_moments_is_not_lost(desk):
     for _ in range(10):
-        client = subprocess.Popen(
-            [BUILD / "bin/bootlumectl", "--root", desk.root, "quit", "--wait"])
+        client = subprocess.Popen([BUILD / "bin/bootlumectl", "--root", desk.root, "quit", "--wait"])
         splash = desk.start()
         assert client.wait(SECONDS) == 0
         assert splash.process.poll() == 0
@@ -32,13 +31,14 @@ def test_one_sent_in_the_first_moments_is_not_lost(desk):
 
 def test_the_message_is_repeated_until_it_is_heard(desk, ctl):
     """In the place of the splash a program that ends with the third message."""
-    code = ("import socket, sys\n"
-            "s = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)\n"
-            "s.bind(sys.argv[1])\n"
-            "print('up', flush=True)\n"
-            "sys.exit({s.recv(100) for _ in range(3)} != {b'QUIT'})\n")
-    with subprocess.Popen([sys.executable, "-c", code, desk.path(SOCKET)],
-                          stdout=subprocess.PIPE, text=True) as deaf:
+    code = (
+        "import socket, sys\n"
+        "s = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)\n"
+        "s.bind(sys.argv[1])\n"
+        "print('up', flush=True)\n"
+        "sys.exit({s.recv(100) for _ in range(3)} != {b'QUIT'})\n"
+    )
+    with subprocess.Popen([sys.executable, "-c", code, desk.path(SOCKET)], stdout=subprocess.PIPE, text=True) as deaf:
         assert deaf.stdout.readline() == "up\n"
         try:
             assert ctl("quit", "--timeout", "5").returncode == 0
@@ -123,8 +123,10 @@ def as_nobody(desk):
     client = shutil.copy(BUILD / "bin/bootlumectl", desk.root)  # the build may be closed to others
 
     def run(command):
-        return subprocess.run([client, "--root", desk.root, command], user="nobody", cwd="/",
-                              capture_output=True, text=True, check=False)
+        return subprocess.run(
+            [client, "--root", desk.root, command], user="nobody", cwd="/", capture_output=True, text=True, check=False
+        )
+
     return run
 
 

@@ -41,14 +41,17 @@ def splash(desk):
 
 @pytest.mark.parametrize("arguments,reason", REFUSED)
 def test_what_the_socket_cannot_carry_is_refused(desk, splash, arguments, reason):
-    done = subprocess.run([str(BUILD / "bin/bootlumectl"), "--root", str(desk.root), "text",
-                           *arguments], capture_output=True, text=True, check=False)
+    done = subprocess.run(
+        [str(BUILD / "bin/bootlumectl"), "--root", str(desk.root), "text", *arguments],
+        capture_output=True,
+        text=True,
+        check=False,
+    )
     assert done.returncode == 2
     assert done.stderr.startswith("bootlumectl: not sent: ") and reason in done.stderr
     assert splash.quit() == 0
     assert not splash.trace("Wrong message format")
-    assert [line.text for line in splash.trace("Got Message")] == \
-        [" Got Message from socket, command = QUIT"]
+    assert [line.text for line in splash.trace("Got Message")] == [" Got Message from socket, command = QUIT"]
 
 
 @pytest.mark.parametrize("arguments,message", TAKEN)
@@ -65,6 +68,7 @@ def test_the_page_changes(desk, ctl, splash):
 
     def dark_in_first_line(frame):
         return any(frame.pixel(x, y) < 0x8000 for y in range(163, 185) for x in range(18, 60))
+
     assert not dark_in_first_line(before)
     splash.screen.wait_for_picture(dark_in_first_line, "the line")
 
@@ -80,12 +84,28 @@ def test_a_text_of_150000_bytes_arrives_whole(desk, ctl):
 def test_a_text_too_long_for_one_message_is_refused(desk, splash):
     # How much a message may hold is the system's setting; here it refuses whatever it is.
     done = subprocess.run(
-        ["strace", "-qq", "-o", desk.root / "strace", "-e", "inject=sendto:error=EMSGSIZE",
-         BUILD / "bin/bootlumectl", "--root", desk.root, "text", "Title", "x" * 100],
-        capture_output=True, text=True, check=False)
+        [
+            "strace",
+            "-qq",
+            "-o",
+            desk.root / "strace",
+            "-e",
+            "inject=sendto:error=EMSGSIZE",
+            BUILD / "bin/bootlumectl",
+            "--root",
+            desk.root,
+            "text",
+            "Title",
+            "x" * 100,
+        ],
+        capture_output=True,
+        text=True,
+        check=False,
+    )
     assert done.returncode == 2
-    assert done.stderr == ("bootlumectl: not sent: the text has 106 bytes, more than this system "
-                           "sends in one message\n")
+    assert done.stderr == (
+        "bootlumectl: not sent: the text has 106 bytes, more than this system " "sends in one message\n"
+    )
 
 
 def test_a_text_without_a_splash_says_so(desk, ctl):
@@ -99,7 +119,9 @@ def test_status_tells_the_process_and_its_start(desk, ctl, splash):
     assert done.returncode == 0
     found = re.fullmatch(
         rf"a splash answers at {re.escape(str(desk.path(SOCKET)))}: process {splash.pid}, "
-        r"since (\d{4}-\d\d-\d\d \d\d:\d\d:\d\d) \((\d+\.\d) s\)\n", done.stdout)
+        r"since (\d{4}-\d\d-\d\d \d\d:\d\d:\d\d) \((\d+\.\d) s\)\n",
+        done.stdout,
+    )
     assert found, done.stdout
     since = datetime.datetime.strptime(found[1], "%Y-%m-%d %H:%M:%S").timestamp()
     assert abs(time.time() - float(found[2]) - since) < 3
@@ -110,12 +132,10 @@ def test_status_sends_nothing(ctl, splash):
     for _ in range(5):
         assert ctl("status").returncode == 0
     assert splash.quit() == 0
-    assert [line.text for line in splash.trace("Got Message")] == \
-        [" Got Message from socket, command = QUIT"]
+    assert [line.text for line in splash.trace("Got Message")] == [" Got Message from socket, command = QUIT"]
 
 
 def test_status_of_a_splash_that_has_ended_says_none(desk, ctl, splash):
     assert splash.quit() == 0
     done = ctl("status")
-    assert (done.returncode, done.stdout) == \
-        (3, f"no splash answers at {desk.path(SOCKET)}\n")
+    assert (done.returncode, done.stdout) == (3, f"no splash answers at {desk.path(SOCKET)}\n")

@@ -39,8 +39,15 @@ def preview(scratch):
     """Runs the preview where nothing can be shown; the finished process."""
 
     def run(*arguments, **more):
-        return subprocess.run([PREVIEW, *map(str, arguments)], capture_output=True, text=True,
-                              timeout=SECONDS, check=False, env=environment(scratch, **more))
+        return subprocess.run(
+            [PREVIEW, *map(str, arguments)],
+            capture_output=True,
+            text=True,
+            timeout=SECONDS,
+            check=False,
+            env=environment(scratch, **more),
+        )
+
     return run
 
 

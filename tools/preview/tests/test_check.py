@@ -13,8 +13,13 @@ RING = (240, 364, 69)
 HIGH = "\\n".join("12345")  # the five lines above the ring
 BAD = [
     ("en", "Title", "A line that is much too long to be shown on a page of this width", "right", 1),
-    ("en", "A title that is much too long to be shown on a page of this width, however small it is",
-     "line", "right", 0),
+    (
+        "en",
+        "A title that is much too long to be shown on a page of this width, however small it is",
+        "line",
+        "right",
+        0,
+    ),
     ("en", "Title", HIGH + "\\nA line into the ring", "ring", 6),
     ("en", "Title", "\\n".join("x" * 24) + "\\nlow", "bottom", 25),
     ("ja", "Title", "起動中", "glyph", 1),
@@ -32,11 +37,11 @@ def check(preview, tmp_path):
 
     def run(*rows, options=()):
         file = tmp_path / "catalogue.tsv"
-        file.write_bytes(b"".join(
-            row if isinstance(row, bytes) else ("\t".join(row) + "\n").encode() for row in rows))
+        file.write_bytes(b"".join(row if isinstance(row, bytes) else ("\t".join(row) + "\n").encode() for row in rows))
         done = preview("--check", file, "--json", *options)
         assert done.stderr == ""
         return done.returncode, json.loads(done.stdout)
+
     return run
 
 
@@ -82,7 +87,7 @@ def has_ink_in_ring(lines):
     page, base = drawn(("Title", lines))[0], drawn(("Title", without))[0]
     y, x = numpy.nonzero(page != base)
     cx, cy, radius = RING
-    return bool(((x + 0.5 - cx) ** 2 + (y + 0.5 - cy) ** 2 < radius ** 2).any())
+    return bool(((x + 0.5 - cx) ** 2 + (y + 0.5 - cy) ** 2 < radius**2).any())
 
 
 @pytest.mark.parametrize("above", [4, 5, 6, 8, 9, 10])
@@ -108,8 +113,7 @@ def test_a_line_is_too_long_exactly_where_its_ink_leaves_the_page(check):
     """The widest line that is found good still has all of its ink; one more letter has not."""
     rows = [("en", "Title", "i" * n) for n in range(60, 90)]
     _, report = check(*rows)
-    widths = [page["findings"][0]["box"][2] if page["findings"] else None
-              for page in report["pages"]]
+    widths = [page["findings"][0]["box"][2] if page["findings"] else None for page in report["pages"]]
     first_bad = next(i for i, width in enumerate(widths) if width)
     assert all(widths[first_bad:]) and not any(widths[:first_bad])
     assert 480 < widths[first_bad] <= 488
@@ -127,8 +131,9 @@ def test_the_table_has_every_page_and_says_how_many_findings(preview, tmp_path):
     lines = done.stdout.splitlines()
     assert lines[0] == str(file)
     assert "   1  en       -        Good" in lines
-    assert ("   2  en       command  Bad;: the title holds a semicolon, which separates the title "
-            "from the lines") in lines
+    assert (
+        "   2  en       command  Bad;: the title holds a semicolon, which separates the title " "from the lines"
+    ) in lines
     assert lines[-1] == "2 pages, 1 finding"
 
 
@@ -137,8 +142,10 @@ def test_the_font_that_was_given_is_what_is_measured(check):
     rows = [("zh", "启动", "Latin"), ("zh", "启动", "请稍候")]
     _, with_own = check(*rows)
     _, with_serif = check(*rows, options=("--font-chinese", "/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf"))
-    kinds = [[[(f["kind"], f["line"]) for f in page["findings"]] for page in report["pages"]]
-             for report in (with_own, with_serif)]
+    kinds = [
+        [[(f["kind"], f["line"]) for f in page["findings"]] for page in report["pages"]]
+        for report in (with_own, with_serif)
+    ]
     assert kinds == [[[("glyph", 1)], []], [[("glyph", 0)], [("glyph", 0), ("glyph", 1)]]]
     assert "DejaVu Serif" in with_serif["pages"][1]["findings"][0]["what"]
     assert "DejaVu Serif" in with_serif["fonts"]["chinese"]["drawn_with"]
@@ -152,11 +159,10 @@ def test_a_catalogue_that_is_not_there_is_no_finding(preview):
 
 def test_the_sheet_shows_the_pages_and_marks_the_findings(check, tmp_path):
     file = tmp_path / "sheet.png"
-    check(("en", "Good", "line"), ("en", "Title", HIGH + "\\nA line into the ring"),
-          options=("--sheet", file))
+    check(("en", "Good", "line"), ("en", "Title", HIGH + "\\nA line into the ring"), options=("--sheet", file))
     sheet = read_png(file).astype(int)
     # Two pages of 240 x 400, 24 apart, 26 below the upper edge's margin.
-    pages = [sheet[50:450, left:left + 240] for left in (24, 288)]
+    pages = [sheet[50:450, left : left + 240] for left in (24, 288)]
     red = [(page[..., 0] - page[..., 1] > 60) for page in pages]
     assert not red[0].any()
     y, x = numpy.nonzero(red[1])

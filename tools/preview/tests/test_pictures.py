@@ -16,19 +16,21 @@ from preview_desk import PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, proc
 SERIF = "/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf"
 
 
-@pytest.mark.parametrize("arguments,texts,frame,chinese", [
-    ([], (), 0, False),
-    (TEXTS, TEXTS, 0, False),
-    ([*TEXTS, "--frame", 1], TEXTS, 1, False),
-    ([*TEXTS, "--frame", 33], TEXTS, 33, False),
-    ([*TEXTS, "--frame", 65], TEXTS, 65, False),
-    ([*TEXTS, "--frame", 66], TEXTS, 0, False),
-    ([*TEXTS, "--frame", 6_600_007], TEXTS, 7, False),
-    (["--chinese", "Brem K5 配置", "请稍候"], ("Brem K5 配置", "请稍候"), 0, True),
-    (["Title", "one\ntwo\n\nfour"], ("Title", "one\ntwo\n\nfour"), 0, False),
-])
-def test_a_picture_is_the_frame_that_was_asked_for(preview, tmp_path, arguments, texts, frame,
-                                                   chinese):
+@pytest.mark.parametrize(
+    "arguments,texts,frame,chinese",
+    [
+        ([], (), 0, False),
+        (TEXTS, TEXTS, 0, False),
+        ([*TEXTS, "--frame", 1], TEXTS, 1, False),
+        ([*TEXTS, "--frame", 33], TEXTS, 33, False),
+        ([*TEXTS, "--frame", 65], TEXTS, 65, False),
+        ([*TEXTS, "--frame", 66], TEXTS, 0, False),
+        ([*TEXTS, "--frame", 6_600_007], TEXTS, 7, False),
+        (["--chinese", "Brem K5 配置", "请稍候"], ("Brem K5 配置", "请稍候"), 0, True),
+        (["Title", "one\ntwo\n\nfour"], ("Title", "one\ntwo\n\nfour"), 0, False),
+    ],
+)
+def test_a_picture_is_the_frame_that_was_asked_for(preview, tmp_path, arguments, texts, frame, chinese):
     file = tmp_path / "page.png"
     done = preview("--png", file, *arguments)
     assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
@@ -57,10 +59,12 @@ def test_a_font_file_that_is_not_installed_takes_the_family_s_place(preview, tmp
     shutil.copy(SERIF, font)
     assert preview("--font-latin", font, "--png", page, *TEXTS).returncode == 0
     conf = tmp_path / "fonts.conf"
-    conf.write_text('<?xml version="1.0"?><fontconfig><include>/etc/fonts/fonts.conf</include>'
-                    '<match target="pattern"><test name="family"><string>Univers Next W1G Medium'
-                    '</string></test><edit name="family" mode="assign" binding="strong"><string>'
-                    'DejaVu Serif</string></edit></match></fontconfig>')
+    conf.write_text(
+        '<?xml version="1.0"?><fontconfig><include>/etc/fonts/fonts.conf</include>'
+        '<match target="pattern"><test name="family"><string>Univers Next W1G Medium'
+        '</string></test><edit name="family" mode="assign" binding="strong"><string>'
+        "DejaVu Serif</string></edit></match></fontconfig>"
+    )
     expected = rgb(drawn(TEXTS, env={"FONTCONFIG_FILE": conf})[0])
     assert numpy.array_equal(read_png(page), expected)
     assert not numpy.array_equal(expected, rgb(drawn(TEXTS)[0]))
@@ -92,19 +96,22 @@ def test_without_a_display_and_a_terminal_the_picture_is_written_and_named(previ
     assert any(numpy.array_equal(shown, rgb(frame)) for frame in drawn(TEXTS, count=TURN))
 
 
-@pytest.mark.parametrize("arguments,status,reason", [
-    (["Title"], 2, "give a title and lines, or neither"),
-    (["--", "-cold", "lines"], 2, "for an option"),
-    (["--animation", "page.gif"], 2, ".webp"),
-    (["--json"], 2, "--check"),
-    (["--frame", "-1", "--png", "/nowhere/x.png"], 2, "--frame"),
-    (["--check", "x", "--png", "x.png"], 2, "goes without"),
-    (["--png", "/nowhere/page.png"], 3, "/nowhere/page.png"),
-    (["--animation", "/nowhere/page.webp"], 3, "/nowhere/page.webp"),
-    (["--bootlume", "/nowhere/bootlume"], 3, "cannot find bootlume"),
-    (["--virtual-device", "/nowhere/x.so"], 3, "cannot find libvirtual-device.so"),
-    ([], 3, "can be shown nowhere"),
-])
+@pytest.mark.parametrize(
+    "arguments,status,reason",
+    [
+        (["Title"], 2, "give a title and lines, or neither"),
+        (["--", "-cold", "lines"], 2, "for an option"),
+        (["--animation", "page.gif"], 2, ".webp"),
+        (["--json"], 2, "--check"),
+        (["--frame", "-1", "--png", "/nowhere/x.png"], 2, "--frame"),
+        (["--check", "x", "--png", "x.png"], 2, "goes without"),
+        (["--png", "/nowhere/page.png"], 3, "/nowhere/page.png"),
+        (["--animation", "/nowhere/page.webp"], 3, "/nowhere/page.webp"),
+        (["--bootlume", "/nowhere/bootlume"], 3, "cannot find bootlume"),
+        (["--virtual-device", "/nowhere/x.so"], 3, "cannot find libvirtual-device.so"),
+        ([], 3, "can be shown nowhere"),
+    ],
+)
 def test_what_cannot_be_done_is_said(preview, arguments, status, reason):
     done = preview(*arguments)
     assert done.returncode == status
@@ -120,12 +127,12 @@ def test_a_splash_that_ends_by_itself_is_reported_with_what_it_wrote(preview, tm
     assert "something is wrong" in done.stderr
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGKILL,
-                                    signal.SIGSEGV])
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGKILL, signal.SIGSEGV])
 def test_a_signal_ends_all_of_it(scratch, tmp_path, number):
     """The folder and the processes are looked for when the test is over, as after every test."""
-    running = subprocess.Popen([PREVIEW, "--animation", tmp_path / "page.webp", *TEXTS],
-                               env=environment(scratch), stderr=subprocess.DEVNULL)
+    running = subprocess.Popen(
+        [PREVIEW, "--animation", tmp_path / "page.webp", *TEXTS], env=environment(scratch), stderr=subprocess.DEVNULL
+    )
     wait_until(lambda: list(scratch.glob("*/tmp/.bootlume")), "the splash")
     assert len(processes_with(str(scratch))) >= 3
     running.send_signal(number)
@@ -138,8 +145,10 @@ def test_a_splash_that_hangs_is_ended_by_force(preview, tmp_path):
     script.write_text('#!/bin/sh\necho $$ >"$1"\nexec sleep 1000\n')
     script.chmod(0o755)
     note = tmp_path / "pid"
-    running = subprocess.Popen([PREVIEW, "--bootlume", script, "--png", tmp_path / "x.png", note,
-                                "x"], env=dict(os.environ, TMPDIR=str(tmp_path)))
+    running = subprocess.Popen(
+        [PREVIEW, "--bootlume", script, "--png", tmp_path / "x.png", note, "x"],
+        env=dict(os.environ, TMPDIR=str(tmp_path)),
+    )
     wait_until(lambda: note.exists() and note.read_text().strip(), "the script")
     running.send_signal(signal.SIGTERM)
     assert running.wait(SECONDS) == -signal.SIGTERM
@@ -153,8 +162,12 @@ def test_an_orderly_end_is_asked_for(scratch, tmp_path):
     script = tmp_path / "bootlume"
     script.write_text(f'#!/bin/sh\n"{PREVIEW.parent}/bootlume" "$@"\necho $? >"{note}"\n')
     script.chmod(0o755)
-    done = subprocess.run([PREVIEW, "--bootlume", script, "--png", tmp_path / "x.png"],
-                          env=environment(scratch), timeout=SECONDS, check=False)
+    done = subprocess.run(
+        [PREVIEW, "--bootlume", script, "--png", tmp_path / "x.png"],
+        env=environment(scratch),
+        timeout=SECONDS,
+        check=False,
+    )
     assert done.returncode == 0
     wait_until(note.exists, "the end of the splash")
     wait_until(lambda: note.read_text() == "0\n", "status 0")

@@ -18,12 +18,33 @@ class Terminal:
     def __init__(self, scratch, folder, columns=90, rows=30):
         self.socket = folder / "tmux"
         self.environment = environment(scratch)
-        self.tmux("-f", "/dev/null", "new-session", "-d", "-x", columns, "-y", rows, "-c", folder,
-                  "env", "PS1=", "TMPDIR=" + str(scratch), "LC_ALL=C.UTF-8", "bash", "--norc")
+        self.tmux(
+            "-f",
+            "/dev/null",
+            "new-session",
+            "-d",
+            "-x",
+            columns,
+            "-y",
+            rows,
+            "-c",
+            folder,
+            "env",
+            "PS1=",
+            "TMPDIR=" + str(scratch),
+            "LC_ALL=C.UTF-8",
+            "bash",
+            "--norc",
+        )
 
     def tmux(self, *words):
-        done = subprocess.run(["tmux", "-S", self.socket, *map(str, words)], capture_output=True,
-                              text=True, check=True, env=self.environment)
+        done = subprocess.run(
+            ["tmux", "-S", self.socket, *map(str, words)],
+            capture_output=True,
+            text=True,
+            check=True,
+            env=self.environment,
+        )
         return done.stdout
 
     def type(self, text):
@@ -84,8 +105,7 @@ def test_ctrl_c_ends_it_and_gives_the_terminal_back(terminal):
     terminal.run(PREVIEW, *TEXTS)
     terminal.wait_for("q quit")
     terminal.tmux("send-keys", "C-c")
-    wait_until(lambda: terminal.tmux("display-message", "-p", "#{alternate_on}") == "0\n",
-                  "the terminal back")
+    wait_until(lambda: terminal.tmux("display-message", "-p", "#{alternate_on}") == "0\n", "the terminal back")
 
 
 def test_p_writes_a_picture_and_says_where(terminal, tmp_path):
@@ -115,6 +135,7 @@ def test_l_switches_the_language(terminal, tmp_path):
         file = tmp_path / f"bootlume-{number}.png"
         terminal.wait_for(file.name)
         return any(numpy.array_equal(read_png(file), frame) for frame in chinese)
+
     wait_until(shows_chinese, "the Chinese page")
     terminal.type("q")
     terminal.wait_for("status 0.")
@@ -132,7 +153,10 @@ def test_it_fits_itself_to_a_new_size(terminal):
     terminal.run(PREVIEW, *TEXTS)
     terminal.wait_for("Bitte warten")
     terminal.tmux("resize-window", "-x", "40", "-y", "20")
-    wait_until(lambda: not any("Bitte warten" in line for line in terminal.lines())
-                  and terminal.lines()[19].startswith("q quit"), "the narrow view")
+    wait_until(
+        lambda: not any("Bitte warten" in line for line in terminal.lines())
+        and terminal.lines()[19].startswith("q quit"),
+        "the narrow view",
+    )
     terminal.type("q")
     terminal.wait_for("status 0.")

@@ -9,16 +9,23 @@ import pytest
 
 from desk import wait_until
 from desk.pictures import rgb
-from preview_desk import (PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, processes_with,
-                          read_png, reduced)
+from preview_desk import PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, processes_with, read_png, reduced
 
 
 class ClientMessage(ctypes.Structure):
     """As the X library lays it out, with the room of its largest event."""
-    _fields_ = [("type", ctypes.c_int), ("serial", ctypes.c_ulong), ("send_event", ctypes.c_int),
-                ("display", ctypes.c_void_p), ("window", ctypes.c_ulong),
-                ("message_type", ctypes.c_ulong), ("format", ctypes.c_int),
-                ("data", ctypes.c_long * 5), ("room", ctypes.c_long * 12)]
+
+    _fields_ = [
+        ("type", ctypes.c_int),
+        ("serial", ctypes.c_ulong),
+        ("send_event", ctypes.c_int),
+        ("display", ctypes.c_void_p),
+        ("window", ctypes.c_ulong),
+        ("message_type", ctypes.c_ulong),
+        ("format", ctypes.c_int),
+        ("data", ctypes.c_long * 5),
+        ("room", ctypes.c_long * 12),
+    ]
 
 
 def press_close_button(display, window):
@@ -28,13 +35,11 @@ def press_close_button(display, window):
     x11.XInternAtom.restype = ctypes.c_ulong
     connection = ctypes.c_void_p(x11.XOpenDisplay(display.encode()))
     assert connection
-    protocols, wish = (x11.XInternAtom(connection, name, 0)
-                       for name in (b"WM_PROTOCOLS", b"WM_DELETE_WINDOW"))
+    protocols, wish = (x11.XInternAtom(connection, name, 0) for name in (b"WM_PROTOCOLS", b"WM_DELETE_WINDOW"))
     client_message, no_mask = 33, 0
     event = ClientMessage(client_message, 0, 1, connection, window, protocols, 32)
     event.data[0] = wish
-    assert x11.XSendEvent(connection, ctypes.c_ulong(window), 0, ctypes.c_long(no_mask),
-                          ctypes.byref(event))
+    assert x11.XSendEvent(connection, ctypes.c_ulong(window), 0, ctypes.c_long(no_mask), ctypes.byref(event))
     x11.XSync(connection, 0)
     x11.XCloseDisplay(connection)
 
@@ -46,8 +51,22 @@ class Display:
         self.file = folder / "Xvfb_screen0"
         reader, writer = os.pipe()
         self.server = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(writer), "-screen", "0", "640x900x24", "-fbdir", folder,
-             "-nolisten", "tcp", "-noreset"], pass_fds=[writer], stderr=subprocess.DEVNULL)
+            [
+                "Xvfb",
+                "-displayfd",
+                str(writer),
+                "-screen",
+                "0",
+                "640x900x24",
+                "-fbdir",
+                folder,
+                "-nolisten",
+                "tcp",
+                "-noreset",
+            ],
+            pass_fds=[writer],
+            stderr=subprocess.DEVNULL,
+        )
         os.close(writer)
         with os.fdopen(reader) as told:
             self.name = ":" + told.readline().strip()
@@ -63,13 +82,17 @@ class Display:
         size, width, height, row = header[0], header[4], header[5], header[12]
         start = int(size + header[19] * 12)
         pixels = numpy.frombuffer(data, "<u4", int(row) // 4 * int(height), start)
-        pixels = pixels.reshape(int(height), int(row) // 4)[:, :int(width)]
-        return numpy.stack([pixels >> 16 & 255, pixels >> 8 & 255, pixels & 255],
-                           axis=-1).astype(numpy.uint8)
+        pixels = pixels.reshape(int(height), int(row) // 4)[:, : int(width)]
+        return numpy.stack([pixels >> 16 & 255, pixels >> 8 & 255, pixels & 255], axis=-1).astype(numpy.uint8)
 
     def tool(self, *words):
-        return subprocess.run(["xdotool", *map(str, words)], env={**os.environ,
-                              "DISPLAY": self.name}, capture_output=True, text=True, check=False)
+        return subprocess.run(
+            ["xdotool", *map(str, words)],
+            env={**os.environ, "DISPLAY": self.name},
+            capture_output=True,
+            text=True,
+            check=False,
+        )
 
 
 @pytest.fixture
@@ -87,8 +110,12 @@ class Shown:
     def __init__(self, display, scratch, folder, *arguments):
         self.display, self.folder = display, folder
         self.process = subprocess.Popen(
-            [PREVIEW, *map(str, arguments)], cwd=folder, stdout=subprocess.PIPE, text=True,
-            env=environment(scratch, DISPLAY=display.name))
+            [PREVIEW, *map(str, arguments)],
+            cwd=folder,
+            stdout=subprocess.PIPE,
+            text=True,
+            env=environment(scratch, DISPLAY=display.name),
+        )
         self.id = None
 
     def wait_for_page(self):
@@ -102,15 +129,16 @@ class Shown:
         return self.id and "X" in self._place()
 
     def _place(self):
-        return dict(line.split("=") for line in self.display.tool(
-            "getwindowgeometry", "--shell", self.id).stdout.split())
+        return dict(
+            line.split("=") for line in self.display.tool("getwindowgeometry", "--shell", self.id).stdout.split()
+        )
 
     def page(self):
         """What the window shows, as an RGB565 screen would."""
         place = self._place()
         x, y = int(place["X"]), int(place["Y"])
         assert (place["WIDTH"], place["HEIGHT"]) == ("480", "800")
-        return reduced(self.display.picture()[y:y + 800, x:x + 480])
+        return reduced(self.display.picture()[y : y + 800, x : x + 480])
 
     def key(self, name):
         self.display.tool("key", "--window", self.id, name)
@@ -128,6 +156,7 @@ def show(display, scratch, tmp_path):
         started.append(Shown(display, scratch, tmp_path, *arguments))
         started[-1].wait_for_page()
         return started[-1]
+
     yield start
     for shown in started:
         shown.process.kill()
@@ -147,6 +176,7 @@ def test_the_window_shows_the_page_with_its_ring_turning(show):
     def several():
         seen.add(index_in(shown.page(), frames))
         return len(seen - {None}) >= 5
+
     wait_until(several, "five different frames in the window")
     shown.key("q")
     assert shown.wait() == (0, "")
