@@ -84,6 +84,14 @@ package_existing(server share/bash-completion/completions
   ${CMAKE_SOURCE_DIR}/tools/ctl/completion/bootlumectl)
 package_existing(tools share/bootlume ${CMAKE_SOURCE_DIR}/tools/preview/catalogue.tsv)
 
+# What programs talk to the splash with.
+package_existing(tools include ${CMAKE_SOURCE_DIR}/tools/client/bootlume-client.h)
+package_existing(tools lib/python3/dist-packages ${CMAKE_SOURCE_DIR}/tools/client/bootlume.py)
+configure_file(${CMAKE_SOURCE_DIR}/tools/client/bootlume-client.pc.in
+               ${CMAKE_BINARY_DIR}/packaging/bootlume-client.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/packaging/bootlume-client.pc DESTINATION share/pkgconfig
+        COMPONENT tools)
+
 install(FILES ${package_source}/systemd/bootlume.service
               ${package_source}/systemd/bootlume-quit.service
               ${package_source}/systemd/bootlume-quit@.service

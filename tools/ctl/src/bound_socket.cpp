@@ -64,7 +64,7 @@ void addIfBoundTo(const struct stat& file, const nlmsghdr* header, Inodes& found
     }
 }
 
-/// Sockets bound to exactly this file. False where the kernel cannot tell.
+/// Sockets bound to exactly this file. False if the kernel cannot tell.
 bool askKernel(const struct stat& file, Inodes& found) {
     const int fd = requestSockets();
     if (fd < 0)

@@ -9,8 +9,8 @@
 
 namespace client {
 
-/// The process that has the socket file at `path` bound; the oldest where several share it. Nothing
-/// where nobody has, or where this user may not look into the process that has it.
+/// The process that has the socket file at `path` bound; the oldest if several share it. Nothing if
+/// nobody has, or if this user may not look into the process that has it.
 std::optional<Process> findHolder(const std::string& path);
 
 } // namespace client

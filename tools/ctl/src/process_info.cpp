@@ -21,12 +21,13 @@ std::optional<Process> findProcess(pid_t pid) {
     std::istringstream fields(text.substr(nameEnd + 1));
     std::string state;
     std::string skipped;
-    Process process{pid, 0};
+    Process process{pid, 0, false};
     fields >> state;
     constexpr int BEFORE_START = 18;
     for (int i = 0; i < BEFORE_START; ++i)
         fields >> skipped;
     fields >> process.startTicks;
+    process.stopped = state == "T" || state == "t";
     const bool ended = state == "Z" || state == "X" || state == "x";
     if (!fields || ended)
         return {};

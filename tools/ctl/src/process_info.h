@@ -13,12 +13,13 @@ namespace client {
 struct Process {
     pid_t pid;
     std::uint64_t startTicks; ///< clock ticks since the boot
+    bool stopped;             ///< by a signal, or by a debugger
 };
 
-/// Nothing where there is no such process, or only its remains.
+/// Nothing if there is no such process, or only its remains.
 std::optional<Process> findProcess(pid_t pid);
 
-/// False once it has ended, even where its parent has not asked for its status yet.
+/// False once it has ended, even if its parent has not asked for its status yet.
 bool isAlive(const Process& process);
 
 /// Seconds since it was started; a change of the wall clock does not show in it.

@@ -23,10 +23,12 @@ public:
 
     /// Sleeps, and returns what ends the wait, if anything does.
     std::optional<QuitResult> sleep(milliseconds time) const {
-        if (m_request.interrupted && m_request.interrupted())
+        if (m_request.interrupted && m_request.interrupted()) {
             return QuitResult::INTERRUPTED;
-        if (m_request.limit.count() > 0 && Clock::now() >= m_end)
+        }
+        if (m_request.limit.count() > 0 && Clock::now() >= m_end) {
             return QuitResult::TIMED_OUT;
+        }
         std::this_thread::sleep_for(time);
         return {};
     }
@@ -36,47 +38,66 @@ private:
     const Clock::time_point m_end;
 };
 
+/// A splash whose queue is full is there as well.
+bool canBeReached(bootlume_result result) {
+    return result == BOOTLUME_SENT || result == BOOTLUME_BUSY;
+}
+
 std::optional<QuitResult> awaitSplash(const SplashSocket& socket, const Patience& patience,
                                       bool wait) {
     for (;;) {
-        const SplashSocket::Answer answer = socket.probe();
-        if (answer == SplashSocket::Answer::ANSWERS)
+        const bootlume_result answer = socket.probe();
+        if (canBeReached(answer)) {
             return {};
-        if (answer != SplashSocket::Answer::NOBODY)
+        }
+        if (answer != BOOTLUME_NO_SPLASH) {
             return QuitResult::FAILED;
-        if (!wait)
+        }
+        if (!wait) {
             return QuitResult::NO_SPLASH;
-        if (const auto end = patience.sleep(WAIT_FOR_SPLASH))
+        }
+        if (const auto end = patience.sleep(WAIT_FOR_SPLASH)) {
             return *end == QuitResult::TIMED_OUT ? QuitResult::NONE_CAME : *end;
+        }
     }
 }
 
 /// A splash that has taken over the path since is not the one to end.
 bool isStillAt(const std::string& path, const std::optional<Process>& splash) {
-    if (!splash)
+    if (!splash) {
         return true;
+    }
     const std::optional<Process> holder = findHolder(path);
     return holder && holder->pid == splash->pid;
+}
+
+/// False if sending is refused for good.
+bool sendQuit(const SplashSocket& socket) {
+    const bootlume_result result = socket.send("QUIT");
+    return canBeReached(result) || result == BOOTLUME_NO_SPLASH;
 }
 
 } // namespace
 
 QuitResult quitSplash(const SplashSocket& socket, const QuitRequest& request) {
     const Patience patience(request);
-    if (const auto end = awaitSplash(socket, patience, request.waitForSplash))
+    if (const auto end = awaitSplash(socket, patience, request.waitForSplash)) {
         return *end;
+    }
     const std::optional<Process> splash = findHolder(socket.path());
     for (Clock::time_point next = Clock::now();;) {
-        if (splash ? !isAlive(*splash) : socket.probe() == SplashSocket::Answer::NOBODY)
+        if (splash ? !isAlive(*splash) : socket.probe() == BOOTLUME_NO_SPLASH) {
             return splash ? QuitResult::GONE : QuitResult::SOCKET_GONE;
+        }
         if (Clock::now() >= next) {
-            if (isStillAt(socket.path(), splash) &&
-                socket.send("QUIT", milliseconds(0)) == SplashSocket::Sent::FAILED)
+            if (isStillAt(socket.path(), splash) && !sendQuit(socket)) {
                 return QuitResult::FAILED;
+            }
             next = Clock::now() + REPEAT;
         }
-        if (const auto end = patience.sleep(LOOK_AGAIN))
+        if (const auto end = patience.sleep(LOOK_AGAIN)) {
             return *end;
+        }
     }
 }
 

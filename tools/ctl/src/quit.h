@@ -23,7 +23,7 @@ enum class QuitResult {
     NONE_CAME, ///< one was waited for
     TIMED_OUT,
     INTERRUPTED,
-    FAILED, ///< SplashSocket::lastError() says why
+    FAILED, ///< SplashSocket::probe() says why
 };
 
 /// Sends "QUIT" until the splash that answers now has gone: one that has only just been started may

@@ -8,8 +8,8 @@
 namespace client {
 
 /// Why the command socket cannot carry these texts as they are meant, as a sentence for people;
-/// empty where it can. `lines` is the second field: lines separated by newlines, or by a backslash
-/// and the letter n.
+/// empty if it can. `lines` is the second field: lines separated by newlines, or by a backslash and
+/// the letter n.
 std::string refusal(const std::string& title, const std::string& lines);
 
 /// The same for lines that are given one by one.

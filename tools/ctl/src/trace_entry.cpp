@@ -1,5 +1,7 @@
 #include "trace_entry.h"
 
+#include "nearest.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -81,9 +83,11 @@ std::string parseLevel(const std::string& text) {
             throw std::invalid_argument("the file cannot set level 0; the lowest is 1, FATAL");
         return digit;
     }
-    throw std::invalid_argument("'" + text +
-                                "' is no level: give 1 to 6, or FATAL, ERROR, WARN, INFO, DEBUG "
-                                "or VERBOSE");
+    const std::string meant = nearest(text, {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "VERBOSE"});
+    throw std::invalid_argument("'" + text + "' is no level: " +
+                                (meant.empty()
+                                     ? "give 1 to 6, or FATAL, ERROR, WARN, INFO, DEBUG or VERBOSE"
+                                     : "did you mean '" + meant + "'?"));
 }
 
 std::string parseMasks(const std::vector<std::string>& texts) {

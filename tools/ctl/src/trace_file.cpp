@@ -1,5 +1,7 @@
 #include "trace_file.h"
 
+#include "lock_holder.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -7,30 +9,35 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 
 namespace ctl {
 namespace {
 
 constexpr off_t LARGEST = 1 << 20;
 constexpr mode_t FILE_MODE = 0644;
+constexpr std::chrono::seconds LOCK_PATIENCE{5};
+constexpr std::chrono::milliseconds TRY_AGAIN{20};
 
 [[noreturn]] void fail(const std::string& path, const std::string& why) {
     throw std::runtime_error(path + ": " + why);
 }
 
-/// The open, locked file; another bootlumectl waits for the lock.
+/// The open file, locked against another bootlumectl.
 class File {
 public:
-    explicit File(const std::string& path) : m_path(path) {
-        struct stat about {};
-        m_created = stat(path.c_str(), &about) != 0 && errno == ENOENT;
-        m_fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, FILE_MODE);
-        if (m_fd < 0)
-            fail(path, std::strerror(errno));
-        flock(m_fd, LOCK_EX);
+    explicit File(const std::string& path) : m_path(path), m_fd(openOrCreate()) {
+        try {
+            checkKind();
+            lock();
+        } catch (...) {
+            close(m_fd);
+            throw;
+        }
     }
     ~File() { close(m_fd); }
     File(const File&) = delete;
@@ -41,17 +48,80 @@ public:
     void rewrite(const std::string& before, const std::string& after) const;
 
 private:
+    int openOrCreate();
+    void checkKind() const;
+    void lock() const;
+
     const std::string& m_path;
-    int m_fd = -1;
     bool m_created = false;
+    int m_fd;
 };
+
+/// Follows no link: whoever owns the folder could lead root to any file by it.
+int File::openOrCreate() {
+    constexpr int FLAGS = O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW;
+    int fd = open(m_path.c_str(), FLAGS);
+    if (fd < 0 && errno == ENOENT) {
+        fd = open(m_path.c_str(), FLAGS | O_CREAT | O_EXCL, FILE_MODE);
+        m_created = fd >= 0;
+        if (fd < 0 && errno == EEXIST) { // another was faster
+            fd = open(m_path.c_str(), FLAGS);
+        }
+    }
+    if (fd >= 0) {
+        return fd;
+    }
+    switch (errno) {
+    case ELOOP:
+    case EEXIST: // a link that leads nowhere
+        fail(m_path, "a link, which is not followed; name the file itself with --trace-config");
+    case ENOENT:
+        fail(m_path, "its folder is not there; make it first, with mkdir -p");
+    case EACCES:
+    case EPERM:
+        fail(m_path, "permission denied; try it as root");
+    default:
+        fail(m_path, std::strerror(errno));
+    }
+}
+
+void File::checkKind() const {
+    struct stat about {};
+    if (fstat(m_fd, &about) != 0) {
+        fail(m_path, std::strerror(errno));
+    }
+    if (!S_ISREG(about.st_mode)) {
+        fail(m_path, "no regular file; it is left as it is");
+    }
+    if (about.st_nlink > 1) {
+        fail(m_path,
+             "has another name elsewhere, which may be anybody's file; it is left as it is");
+    }
+}
+
+/// Whoever may read a file may keep it locked.
+void File::lock() const {
+    const auto end = std::chrono::steady_clock::now() + LOCK_PATIENCE;
+    while (flock(m_fd, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            fail(m_path, std::strerror(errno));
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            struct stat about {};
+            const std::string holders =
+                fstat(m_fd, &about) == 0 ? lockHolders(about) : std::string();
+            fail(m_path, "another program keeps it locked: " +
+                             (holders.empty() ? "any that may read it can" : holders) +
+                             "; end it and try again");
+        }
+        std::this_thread::sleep_for(TRY_AGAIN);
+    }
+}
 
 std::string File::read() const {
     struct stat about {};
     if (fstat(m_fd, &about) != 0)
         fail(m_path, std::strerror(errno));
-    if (!S_ISREG(about.st_mode))
-        fail(m_path, "no regular file; it is left as it is");
     if (about.st_size > LARGEST)
         fail(m_path, "too large for a trace configuration; it is left as it is");
     std::string text(static_cast<std::size_t>(about.st_size), '\0');
@@ -105,22 +175,42 @@ Line findEntry(const std::string& text) {
     return {text.size(), text.size()};
 }
 
-} // namespace
+std::string entryAt(const std::string& text, const Line& place) {
+    return text.substr(place.start, place.end - place.start);
+}
 
-TraceChange setTraceEntry(const std::string& path, const TraceWish& wish) {
-    const File file(path);
-    const std::string before = file.read();
-    const Line place = findEntry(before);
-    const std::string line = traceLine(wish, before.substr(place.start, place.end - place.start));
-    std::string after = before;
-    if (place.start == before.size()) {
-        const bool cut = !before.empty() && before.back() != '\n';
+std::string withEntry(const std::string& text, const Line& place, const std::string& line) {
+    std::string after = text;
+    if (place.start == text.size()) {
+        const bool cut = !text.empty() && text.back() != '\n';
         after += (cut ? "\n" : "") + line + "\n";
     } else {
         after.replace(place.start, place.end - place.start, line);
     }
-    file.rewrite(before, after);
-    return {line, file.created()};
+    return after;
+}
+
+} // namespace
+
+TraceChange setTraceEntry(const std::string& path, const TraceWish& wish) {
+    const File file(path);
+    const std::string text = file.read();
+    const Line place = findEntry(text);
+    const std::string before = entryAt(text, place);
+    const std::string line = traceLine(wish, before);
+    file.rewrite(text, withEntry(text, place, line));
+    return {line, before, file.created()};
+}
+
+bool putTraceEntryBack(const std::string& path, const TraceChange& change) {
+    const File file(path);
+    const std::string text = file.read();
+    const Line place = findEntry(text);
+    if (entryAt(text, place) != change.line) {
+        return false;
+    }
+    file.rewrite(text, withEntry(text, place, change.before.empty() ? NO_ENTRY : change.before));
+    return true;
 }
 
 } // namespace ctl

@@ -1,6 +1,10 @@
 """A desk with the program on it, and the client beside it."""
 
+import contextlib
+import signal
+import socket
 import subprocess
+from pathlib import Path
 
 import pytest
 
@@ -31,3 +35,37 @@ def wait_for_answer(splash):
     path = splash.desk.path(SOCKET)
     wait_until(lambda: listens(path), f"an answer at {path}")
     return splash
+
+
+def advice(desk):
+    """What is said where no splash answers."""
+    return (
+        f"bootlumectl: no splash answers at {desk.path(SOCKET)}; 'systemctl status "
+        "bootlume.service' says whether one was started\n"
+    )
+
+
+@contextlib.contextmanager
+def stopped(splash):
+    """A splash that stands still, with its process in that state."""
+    splash.signal(signal.SIGSTOP)
+    stat = Path(f"/proc/{splash.pid}/stat")
+    wait_until(lambda: stat.read_text().rpartition(")")[2].split()[0] == "T", "the splash to stop")
+    try:
+        yield splash
+    finally:
+        splash.signal(signal.SIGCONT)
+
+
+@contextlib.contextmanager
+def full(desk):
+    """In the place of the splash a socket that nobody reads, with its queue full."""
+    path = desk.path(SOCKET)
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as deaf:
+        deaf.bind(str(path))
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.setblocking(False)
+            with contextlib.suppress(BlockingIOError):
+                while True:
+                    sender.sendto(b"A;B", str(path))
+        yield deaf

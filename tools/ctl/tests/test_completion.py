@@ -29,13 +29,14 @@ def complete(*words):
         (["bootlumectl", "trace", "5", "--mask", "D"], {"DISPATCHER"}),
         (["bootlumectl", "trace", "5", "V"], set()),
         (["bootlumectl", "quit", "--t"], {"--timeout"}),
+        (["bootlumectl", "trace", "5", "--for", "3"], {"30s"}),
     ],
 )
 def test_a_word_that_was_begun_is_completed(words, offered):
     assert complete(*words) == offered
 
 
-@pytest.mark.parametrize("command", ["", "quit", "text", "status", "trace"])
+@pytest.mark.parametrize("command", ["", "quit", "text", "status", "trace", "report"])
 def test_every_option_of_the_help_is_offered(command):
     words = [command] if command else []
     text = subprocess.run(

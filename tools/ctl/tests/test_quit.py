@@ -9,8 +9,8 @@ import threading
 
 import pytest
 
-from ctl_desk import SECONDS, wait_for_answer
-from desk import BUILD, SOCKET, Desk, wait_until
+from ctl_desk import SECONDS, advice, stopped, wait_for_answer
+from desk import BUILD, Desk, SOCKET, wait_until
 
 
 def test_the_splash_has_gone_when_it_returns(desk, ctl):
@@ -50,7 +50,7 @@ def test_the_message_is_repeated_until_it_is_heard(desk, ctl):
 def test_without_a_splash_it_says_so(desk, ctl):
     done = ctl("quit")
     assert done.returncode == 3
-    assert done.stderr == f"bootlumectl: no splash answers at {desk.path(SOCKET)}\n"
+    assert done.stderr == advice(desk)
 
 
 def test_a_file_that_a_splash_left_behind_counts_as_no_splash(desk, ctl):
@@ -62,7 +62,34 @@ def test_a_file_that_a_splash_left_behind_counts_as_no_splash(desk, ctl):
 
 def test_waiting_for_a_splash_ends_in_time(desk, ctl):
     done = ctl("quit", "--wait", "--timeout", "0.2")
-    assert (done.returncode, done.stderr) == (3, "bootlumectl: no splash came up in time\n")
+    assert done.returncode == 3
+    assert done.stderr == f"bootlumectl: no splash came up in time at {desk.path(SOCKET)}\n"
+
+
+@pytest.mark.parametrize("time", ["nan", "-1", "inf", "1e7", "soon"])
+def test_a_time_that_is_none_is_refused(ctl, time):
+    done = ctl("quit", "--timeout", time)
+    assert done.returncode == 2
+    assert done.stderr.startswith("bootlumectl: ") and "--timeout" in done.stderr
+
+
+def test_no_splash_is_no_error_if_it_is_asked_so(desk, ctl):
+    done = ctl("quit", "--if-running")
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+    splash = wait_for_answer(desk.start())
+    assert ctl("quit", "--if-running").returncode == 0
+    assert splash.process.poll() == 0
+
+
+def test_one_that_is_stopped_is_named_and_how_to_go_on(desk, ctl):
+    with stopped(wait_for_answer(desk.start())) as splash:
+        done = ctl("quit", "--if-running", "--timeout", "0.3")
+        assert done.returncode == 4
+        assert done.stderr == (
+            f"bootlumectl: the splash has not gone in time: process {splash.pid} is "
+            f"stopped; 'kill -CONT {splash.pid}' lets it go on\n"
+        )
+    assert splash.wait() == 0
 
 
 def test_a_splash_that_does_not_go_is_reported(desk, ctl):
@@ -70,7 +97,11 @@ def test_a_splash_that_does_not_go_is_reported(desk, ctl):
     wait_for_answer(splash)
     splash.wait_for_record(lambda r: r["kind"] == "fault", "the blocked display")
     done = ctl("quit", "--timeout", "0.3")
-    assert (done.returncode, done.stderr) == (4, "bootlumectl: the splash has not gone in time\n")
+    assert done.returncode == 4
+    assert done.stderr == (
+        "bootlumectl: the splash has not gone in time: it has closed its socket and "
+        "waits for the display; a longer --timeout may do\n"
+    )
     assert splash.process.poll() is None
 
 
@@ -99,7 +130,7 @@ def test_a_folder_in_the_sockets_place_counts_as_no_splash(desk, ctl):
     desk.path(SOCKET).mkdir(parents=True)
     done = ctl("quit")
     assert done.returncode == 3
-    assert done.stderr == f"bootlumectl: no splash answers at {desk.path(SOCKET)}\n"
+    assert done.stderr == advice(desk)
 
 
 def test_a_root_too_long_for_a_socket_address_works(tmp_path):
@@ -145,5 +176,16 @@ def test_a_socket_that_may_not_be_written_gives_the_reason(desk, as_nobody):
     desk.path(SOCKET).chmod(0o600)
     done = as_nobody("quit")
     assert done.returncode == 1
-    assert done.stderr == f"bootlumectl: {desk.path(SOCKET)}: Permission denied\n"
+    assert done.stderr == (f"bootlumectl: {desk.path(SOCKET)}: permission denied: only root may send " "to it\n")
     assert splash.process.poll() is None
+
+
+def test_a_group_that_may_send_is_named(desk, as_nobody):
+    wait_for_answer(desk.start())
+    path = desk.path(SOCKET)
+    shutil.chown(path, group="video")
+    path.chmod(0o660)
+    for command in ("status", "quit"):
+        done = as_nobody(command)
+        assert done.returncode == 1
+        assert done.stderr == (f"bootlumectl: {path}: permission denied: root and the group video may " "send to it\n")

@@ -1,13 +1,16 @@
 """bootlumectl text and status, against the program."""
 
 import datetime
+import json
+import os
 import re
+import socket
 import subprocess
 import time
 
 import pytest
 
-from ctl_desk import wait_for_answer
+from ctl_desk import advice, full, stopped, wait_for_answer
 from desk import BUILD, DEADLINE, SOCKET
 
 REFUSED = [
@@ -21,10 +24,13 @@ REFUSED = [
     ([b"\xed\xa0\x80", b"line"], "not UTF-8"),
     ([b"Title", b"\xf4\x90\x80\x80"], "not UTF-8"),
     ([b"Title", b"\xc0\xaf"], "not UTF-8"),
+    (["Title", "one\\n"], "would stand on the screen; they go between two lines: leave them out"),
+    (["Title", "\\n"], "would stand on the screen"),
 ]
 TAKEN = [
     (["Title", "one", "two"], "Title;one\ntwo"),
     (["Title", "one\\ntwo"], "Title;one\\ntwo"),
+    (["Title", "one\\ntwo\\n"], "Title;one\\ntwo\\n"),
     (["", "one"], ";one"),
     (["QUIT", "one"], "QUIT;one"),
     (["Größe", "起動中", "🙂"], "Größe;起動中\n🙂"),
@@ -90,7 +96,7 @@ def test_a_text_too_long_for_one_message_is_refused(desk, splash):
             "-o",
             desk.root / "strace",
             "-e",
-            "inject=sendto:error=EMSGSIZE",
+            "inject=sendmsg:error=EMSGSIZE",
             BUILD / "bin/bootlumectl",
             "--root",
             desk.root,
@@ -110,8 +116,7 @@ def test_a_text_too_long_for_one_message_is_refused(desk, splash):
 
 def test_a_text_without_a_splash_says_so(desk, ctl):
     done = ctl("text", "Title", "line")
-    assert done.returncode == 3
-    assert done.stderr == f"bootlumectl: no splash answers at {desk.path(SOCKET)}\n"
+    assert (done.returncode, done.stderr) == (3, advice(desk))
 
 
 def test_status_tells_the_process_and_its_start(desk, ctl, splash):
@@ -138,4 +143,86 @@ def test_status_sends_nothing(ctl, splash):
 def test_status_of_a_splash_that_has_ended_says_none(desk, ctl, splash):
     assert splash.quit() == 0
     done = ctl("status")
-    assert (done.returncode, done.stdout) == (3, f"no splash answers at {desk.path(SOCKET)}\n")
+    assert (done.returncode, done.stdout, done.stderr) == (3, "", advice(desk))
+    told = ctl("status", "--json")
+    assert (told.returncode, told.stderr) == (3, advice(desk))
+    assert json.loads(told.stdout) == {"socket": str(desk.path(SOCKET)), "state": "none"}
+
+
+def test_status_tells_a_stopped_splash_from_one_that_answers(desk, ctl, splash):
+    assert json.loads(ctl("status", "--json").stdout)["state"] == "answers"
+    with stopped(splash):
+        done = ctl("status", "--json")
+        assert done.returncode == 4
+        assert done.stderr == (
+            f"bootlumectl: the splash at {desk.path(SOCKET)} does not answer: process "
+            f"{splash.pid} is stopped; 'kill -CONT {splash.pid}' lets it go on\n"
+        )
+        told = json.loads(done.stdout)
+        assert (told["state"], told["process"]) == ("stopped", splash.pid)
+        assert told["seconds"] > 0 and told["since"].startswith("20")
+    assert ctl("status").returncode == 0
+
+
+def test_status_tells_one_that_does_not_read_its_socket(desk, ctl):
+    with full(desk):
+        done = ctl("status", "--json")
+    assert done.returncode == 4
+    assert json.loads(done.stdout)["state"] == "busy"
+    assert done.stderr == (
+        f"bootlumectl: the splash at {desk.path(SOCKET)} does not answer: process "
+        f"{os.getpid()} is there; bootlume-troubleshooting(7) says what to look at\n"
+    )
+
+
+def test_a_text_for_one_that_does_not_read_gives_up_in_time(desk, ctl):
+    with full(desk):
+        begin = time.monotonic()
+        done = ctl("text", "Title", "line")
+    assert done.returncode == 4
+    assert done.stderr.startswith("bootlumectl: not sent: the splash does not read its socket: process ")
+    assert 5 <= time.monotonic() - begin < 8
+
+
+@pytest.mark.parametrize("command", [["status"], ["text", "A", "B"], ["quit"]])
+def test_a_stream_socket_in_its_place_is_no_splash(desk, ctl, command):
+    path = desk.path(SOCKET)
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as other:
+        other.bind(str(path))
+        other.listen()
+        done = ctl(*command)
+    assert (done.returncode, done.stdout) == (1, "")
+    assert done.stderr == (
+        f"bootlumectl: {path}: something other than a splash has the socket; end that "
+        "program, and start the splash again\n"
+    )
+
+
+def test_quiet_says_nothing_and_keeps_the_status(desk, ctl, splash):
+    assert ctl("--quiet", "status").stdout == ""
+    assert ctl("status", "--quiet").returncode == 0
+    assert splash.quit() == 0
+    for command in (["status"], ["text", "A", "B"], ["quit"]):
+        done = ctl("--quiet", *command)
+        assert (done.returncode, done.stdout, done.stderr) == (3, "", "")
+
+
+@pytest.mark.parametrize(
+    "words,said",
+    [
+        (["quti"], "'quti' is unknown; did you mean 'quit'?"),
+        (["statsu", "--json"], "'statsu' is unknown; did you mean 'status'?"),
+        (["--rot", "/x", "status"], "'--rot' is unknown; did you mean '--root'?"),
+        (["quit", "--wiat"], "'--wiat' is unknown; did you mean '--wait'?"),
+        (["trace", "5", "--maks", "ALL"], "'--maks' is unknown; did you mean '--mask'?"),
+        (["trace", "verbsoe"], "'verbsoe' is no level: did you mean 'VERBOSE'?"),
+        (["text", "-Title", "x"], "'-Title' is unknown; a text that begins with a dash goes behind --"),
+        (["xyzzy"], "'xyzzy' is unknown; 'bootlumectl --help' says more"),
+        (["status", "now"], "'now' is unknown; 'bootlumectl status --help' says more"),
+        ([], "A subcommand is required; 'bootlumectl --help' says more"),
+        (["text"], "TITLE is required; 'bootlumectl text --help' says more"),
+    ],
+)
+def test_a_wrong_command_line_is_told_in_one_line(ctl, words, said):
+    done = ctl(*words)
+    assert (done.returncode, done.stdout, done.stderr) == (2, "", f"bootlumectl: {said}\n")

@@ -1,13 +1,18 @@
 """bootlumectl trace: the configuration is edited where it lies, and the splash follows."""
 
+import fcntl
 import os
 import shutil
+import signal
 import subprocess
 import threading
+import time
+from pathlib import Path
 
 import pytest
 
-from desk import BUILD, TRACE_CONFIG
+from ctl_desk import SECONDS
+from desk import BUILD, TRACE_CONFIG, wait_until
 
 OTHERS = "# levels\nOther 4 0 1\n\nbootlume-helper 3 80002 0\n"
 
@@ -111,16 +116,159 @@ def test_a_missing_folder_is_an_error(desk, ctl):
     shutil.rmtree(config(desk).parent)
     done = ctl("trace", "5")
     assert done.returncode == 1
-    assert "No such file or directory" in done.stderr
+    assert done.stderr == f"bootlumectl: {config(desk)}: its folder is not there; make it first, with mkdir -p\n"
 
 
-def test_a_link_is_followed_and_stays_a_link(desk, ctl):
+@pytest.mark.parametrize("there", [True, False])
+def test_a_link_is_not_followed(desk, ctl, there):
+    """Whoever owns the folder could lead root to any file by it."""
     target = desk.root / "elsewhere"
-    target.write_text("bootlume 4 0 0\n")
+    if there:
+        target.write_text("bootlume 4 0 0\n")
     config(desk).symlink_to(target)
-    assert ctl("trace", "5").returncode == 0
-    assert config(desk).is_symlink()
-    assert target.read_text() == "bootlume 5 0 0\n"
+    done = ctl("trace", "5")
+    assert done.returncode == 1
+    assert done.stderr == (
+        f"bootlumectl: {config(desk)}: a link, which is not followed; name the file " "itself with --trace-config\n"
+    )
+    assert target.exists() == there
+    if there:
+        assert target.read_text() == "bootlume 4 0 0\n"
+
+
+def test_a_second_name_of_another_file_is_left_alone(desk, ctl):
+    other = desk.root / "elsewhere"
+    other.write_text("secret\n")
+    os.link(other, config(desk))
+    done = ctl("trace", "5")
+    assert done.returncode == 1
+    assert "has another name elsewhere" in done.stderr
+    assert other.read_text() == "secret\n"
+
+
+def test_a_lock_that_somebody_keeps_is_waited_for_and_its_holder_named(desk, ctl):
+    desk.trace_config("bootlume 4 0 0")
+    with config(desk).open() as reader:
+        fcntl.flock(reader, fcntl.LOCK_SH)
+        begin = time.monotonic()
+        done = ctl("trace", "5")
+        assert 5 <= time.monotonic() - begin < 8
+    assert done.returncode == 1
+    name = Path("/proc/self/comm").read_text().strip()
+    assert done.stderr == (
+        f"bootlumectl: {config(desk)}: another program keeps it locked: process "
+        f"{os.getpid()} ({name}); end it and try again\n"
+    )
+    assert config(desk).read_text() == "bootlume 4 0 0\n"
+
+
+def test_a_lock_that_is_let_go_in_time_costs_nothing(desk, ctl):
+    desk.trace_config("bootlume 4 0 0")
+    with config(desk).open() as reader:
+        fcntl.flock(reader, fcntl.LOCK_SH)
+        client = subprocess.Popen([BUILD / "bin/bootlumectl", "--root", desk.root, "trace", "5"])
+        wait_until(lambda: is_open_in(client.pid, config(desk)), "the client to open the file")
+        fcntl.flock(reader, fcntl.LOCK_UN)
+        assert client.wait(SECONDS) == 0
+    assert config(desk).read_text() == "bootlume 5 0 0\n"
+
+
+def is_open_in(pid, path):
+    return any(os.path.realpath(link) == str(path) for link in Path(f"/proc/{pid}/fd").iterdir())
+
+
+@pytest.fixture
+def for_a_while(desk):
+    """Starts bootlumectl trace with a time; the process, once it waits."""
+    started = []
+
+    def start(*arguments):
+        client = subprocess.Popen(
+            [BUILD / "bin/bootlumectl", "--root", desk.root, "trace", *arguments],
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            text=True,
+        )
+        started.append(client)
+        client.said = client.stdout.readline()
+        return client
+
+    yield start
+    for client in started:
+        client.kill()
+        client.communicate()
+
+
+@pytest.mark.parametrize(
+    "before,after",
+    [
+        ("a 1 0 0\nbootlume 3 80002 1\nb 1 0 0\n", None),
+        ("a 1 0 0\n", "a 1 0 0\nbootlume 4 0 0\n"),  # to take it out again would change nothing
+    ],
+)
+def test_a_level_for_a_while_is_put_back(desk, ctl, before, after):
+    desk.write(TRACE_CONFIG, before)
+    begin = time.monotonic()
+    done = ctl("trace", "VERBOSE", "--mask", "ALL", "--for", "0.3s")
+    assert time.monotonic() - begin >= 0.3
+    assert (done.returncode, done.stderr) == (0, "")
+    assert config(desk).read_text() == (after or before)
+    kept = "bootlume 3 80002 1" if after is None else "bootlume 4 0 0"
+    masks = "0xffffffff " + kept[-1]
+    assert done.stdout == f"bootlume 6 {masks}\n{kept}\n"
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT])
+def test_a_level_for_a_while_is_put_back_when_it_is_interrupted(desk, for_a_while, number):
+    desk.trace_config("bootlume 3 0 0")
+    client = for_a_while("VERBOSE", "--for", "1h")
+    assert client.said == "bootlume 6 0 0\n" == config(desk).read_text()
+    client.send_signal(number)
+    assert client.wait(SECONDS) == -number
+    assert config(desk).read_text() == "bootlume 3 0 0\n"
+
+
+def test_a_level_for_a_while_is_put_back_when_nobody_reads_the_output(desk, for_a_while):
+    desk.trace_config("bootlume 3 0 0")
+    client = for_a_while("VERBOSE", "--for", "0.3")
+    client.stdout.close()
+    assert client.wait(SECONDS) == 0
+    assert config(desk).read_text() == "bootlume 3 0 0\n"
+
+
+def test_what_somebody_else_has_set_meanwhile_stays(desk, ctl, for_a_while):
+    desk.trace_config("bootlume 3 0 0")
+    client = for_a_while("VERBOSE", "--for", "1h")
+    assert ctl("trace", "DEBUG").returncode == 0
+    client.send_signal(signal.SIGINT)
+    assert client.wait(SECONDS) == -signal.SIGINT
+    assert client.stderr.read() == "bootlumectl: the entry has been changed since, and is left as it is\n"
+    assert config(desk).read_text() == "bootlume 5 0 0\n"
+
+
+def test_a_level_for_a_while_needs_a_file_that_is_watched(desk, ctl):
+    done = ctl("trace", "5", "--for", "1h")
+    assert done.returncode == 1
+    assert "is not there, so a splash that runs does not watch it" in done.stderr
+    assert not config(desk).exists()
+
+
+def test_a_splash_follows_there_and_back(desk, for_a_while):
+    desk.trace_config("bootlume 4 0 0")
+    splash = desk.start()
+    splash.wait_for_record("inotify_add_watch")
+    client = for_a_while("VERBOSE", "--for", "1h")
+    splash.wait_for_trace("Drawing time used")
+    client.send_signal(signal.SIGINT)
+    client.wait(SECONDS)
+
+    def quiet_again():
+        lines = len(splash.trace("Drawing time used"))
+        splash.screen.wait_for_frame(splash.screen.frame_number + 3)
+        return lines == len(splash.trace("Drawing time used"))
+
+    wait_until(quiet_again, "the level to be back")
+    assert splash.quit() == 0
 
 
 def test_a_full_disk_leaves_the_entries_as_they_were(desk):

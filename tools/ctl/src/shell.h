@@ -1,0 +1,16 @@
+/// \file
+/// What commands of the system say.
+#pragma once
+
+#include <string>
+
+namespace ctl {
+
+/// A text as one argument of the shell.
+std::string quoted(const std::string& text);
+
+/// What a shell's commands write, errors included; they are ended after 5 s. "(nothing)" if they
+/// write nothing. Ends with a newline.
+std::string said(const std::string& commands);
+
+} // namespace ctl
