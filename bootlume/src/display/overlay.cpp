@@ -27,9 +27,14 @@ std::chrono::milliseconds since(WallClock::time_point start) {
 double selectFont(cairo_t* cr, const std::string& family, std::int32_t size) {
     cairo_select_font_face(cr, family.c_str(), CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     cairo_set_font_size(cr, size);
-    cairo_text_extents_t extents;
+    cairo_text_extents_t extents{};
     cairo_text_extents(cr, SAMPLE, &extents);
     return extents.height;
+}
+
+void showText(cairo_t* cr, const std::string& text, double x, double y) {
+    cairo_move_to(cr, x, y);
+    cairo_show_text(cr, drawableText(text).c_str());
 }
 
 } // namespace
@@ -64,54 +69,17 @@ void Overlay::setText(const std::string& title, const std::string& lines) {
 
 void Overlay::run() {
     while (m_running) {
-        readLanguage();
-        showFrame();
+        m_chinese = isChineseSelected();
+        const auto start = WallClock::now();
+        drawFrame(m_contexts[m_surface.freeBufferIndex()]);
+        auto exec_ms = since(start);
+        TRACE(Trace::LEVEL_VERBOSE, "Drawing time used" << TRACE_VALUE(exec_ms.count()));
+        m_surface.flip(); // a failure is logged there, and the next frame tries again
+        exec_ms = since(start);
+        TRACE(Trace::LEVEL_VERBOSE, "Drawing and Flip time used" << TRACE_VALUE(exec_ms.count()));
+        sleepForRest(exec_ms);
     }
     m_surface.close();
-}
-
-void Overlay::showFrame() {
-    const auto start = WallClock::now();
-    drawFrame(m_contexts[m_surface.freeBufferIndex()]);
-    auto exec_ms = since(start);
-    TRACE(Trace::LEVEL_VERBOSE, "Drawing time used" << TRACE_VALUE(exec_ms.count()));
-    m_surface.flip(); // a failure is logged there, and the next frame tries again
-    exec_ms = since(start);
-    TRACE(Trace::LEVEL_VERBOSE, "Drawing and Flip time used" << TRACE_VALUE(exec_ms.count()));
-    sleepUntilNextFrame(exec_ms);
-}
-
-void Overlay::sleepUntilNextFrame(std::chrono::milliseconds exec_ms) const {
-    // A wall clock that is set back in the middle of a frame must not make it sleep for hours.
-    const auto used = std::max<std::chrono::milliseconds::rep>(exec_ms.count(), 0);
-    if (used >= m_framePeriodMs) {
-        return;
-    }
-    const auto rest = m_framePeriodMs - used;
-    const timespec pause{static_cast<time_t>(rest / 1000),
-                         static_cast<long>(rest % 1000) * 1000000};
-    nanosleep(&pause, nullptr); // a signal may cut it short: the next frame then comes sooner
-}
-
-void Overlay::readLanguage() {
-    m_chinese = isChineseSelected();
-}
-
-void Overlay::computeRuns(const std::string& text) {
-    m_runs.firstText = text;
-    m_runs.firstFont = m_latinFont;
-    m_runs.secondText.clear();
-    m_runs.secondFont.clear();
-    if (!m_chinese) {
-        return;
-    }
-    m_runs.firstFont = m_chineseFont;
-    if (text.compare(0, m_productPrefix.size(), m_productPrefix) == 0) {
-        m_runs.firstText = m_productPrefix;
-        m_runs.firstFont = m_latinFont;
-        m_runs.secondText.assign(text, m_productPrefix.size(), std::string::npos);
-        m_runs.secondFont = m_chineseFont;
-    }
 }
 
 void Overlay::drawFrame(cairo_t* cr) {
@@ -120,6 +88,7 @@ void Overlay::drawFrame(cairo_t* cr) {
     drawTexts(cr);
     drawDivider(cr);
     drawSpinner(cr);
+    m_frame += 1;
 }
 
 void Overlay::drawTexts(cairo_t* cr) {
@@ -127,7 +96,7 @@ void Overlay::drawTexts(cairo_t* cr) {
     cairo_set_source_rgb(cr, 0.1, 0.1, 0.1);
     const TextStyle title{m_titleX, m_titleFontSize, m_titleCharWidth, m_titleRunYOffset, true};
     drawText(cr, m_title, m_titleY, title);
-    // A line's baseline is whole only where it has two runs, on purpose.
+    // A line's baseline is whole only if it has two runs, on purpose.
     const TextStyle body{m_linesX, m_lineFontSize, m_lineCharWidth, m_lineRunYOffset, false};
     std::int32_t top = m_linesY;
     for (const std::string& line : m_lines) {
@@ -137,24 +106,30 @@ void Overlay::drawTexts(cairo_t* cr) {
 }
 
 void Overlay::drawText(cairo_t* cr, const std::string& text, std::int32_t top,
-                       const TextStyle& style) {
-    computeRuns(text);
-    const bool twoRuns = !m_runs.secondFont.empty();
-    double y = top + selectFont(cr, m_runs.firstFont, style.fontSize);
+                       const TextStyle& style) const {
+    const TextRuns runs = textRuns(text);
+    const bool twoRuns = !runs.secondFont.empty();
+    double y = top + selectFont(cr, runs.firstFont, style.fontSize);
     if (style.wholeBaseline || twoRuns) {
         y = std::trunc(y);
     }
-    drawRun(cr, m_runs.firstText, style.x, y);
+    showText(cr, runs.firstText, style.x, y);
     if (twoRuns) {
-        selectFont(cr, m_runs.secondFont, style.fontSize);
-        const auto advance = style.charWidth * static_cast<std::int32_t>(m_runs.firstText.size());
-        drawRun(cr, m_runs.secondText, style.x + advance, y + style.runYOffset);
+        selectFont(cr, runs.secondFont, style.fontSize);
+        const auto advance = style.charWidth * static_cast<std::int32_t>(runs.firstText.size());
+        showText(cr, runs.secondText, style.x + advance, y + style.runYOffset);
     }
 }
 
-void Overlay::drawRun(cairo_t* cr, const std::string& text, double x, double y) {
-    cairo_move_to(cr, x, y);
-    cairo_show_text(cr, drawableText(text, m_repaired).c_str());
+TextRuns Overlay::textRuns(const std::string& text) const {
+    if (!m_chinese) {
+        return {text, m_latinFont, "", ""};
+    }
+    const std::size_t prefix = m_productPrefix.size();
+    if (text.compare(0, prefix, m_productPrefix) == 0) {
+        return {m_productPrefix, m_latinFont, text.substr(prefix), m_chineseFont};
+    }
+    return {text, m_chineseFont, "", ""};
 }
 
 void Overlay::drawDivider(cairo_t* cr) const {
@@ -165,7 +140,7 @@ void Overlay::drawDivider(cairo_t* cr) const {
     cairo_stroke(cr);
 }
 
-void Overlay::drawSpinner(cairo_t* cr) {
+void Overlay::drawSpinner(cairo_t* cr) const {
     const std::int32_t step = m_frame % m_spinnerSteps;
     const double angle = (2 * step) * PI / m_spinnerSteps;
     cairo_set_line_width(cr, m_spinnerLineWidth);
@@ -176,7 +151,17 @@ void Overlay::drawSpinner(cairo_t* cr) {
     cairo_set_source_rgba(cr, 0, 0, 0, 0.76);
     cairo_arc(cr, m_spinnerX, m_spinnerY, m_spinnerRadius, angle + PI, angle);
     cairo_stroke(cr);
-    m_frame += 1;
+}
+
+void Overlay::sleepForRest(std::chrono::milliseconds used) const {
+    const std::chrono::milliseconds period(m_framePeriodMs);
+    // A wall clock that is set back in the middle of a frame must not make it sleep for hours.
+    const auto rest = std::min(period - used, period).count();
+    if (rest > 0) {
+        const timespec pause{static_cast<time_t>(rest / 1000),
+                             static_cast<long>(rest % 1000) * 1000000};
+        nanosleep(&pause, nullptr); // a signal may cut it short: the next frame then comes sooner
+    }
 }
 
 } // namespace paint

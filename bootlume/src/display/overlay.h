@@ -13,7 +13,7 @@
 
 namespace paint {
 
-/// How one text is drawn: the first text in the first font, then, where there is a second font, the
+/// How one text is drawn: the first text in the first font; then, if there is a second font, the
 /// second text in that.
 struct TextRuns {
     std::string firstText;
@@ -38,7 +38,7 @@ public:
     Overlay& operator=(const Overlay&) = delete;
 
     /// Replaces the texts, from the next frame on. The lines are split at newlines, or at each
-    /// backslash followed by the letter n where that gives more lines.
+    /// backslash followed by the letter n if that gives more lines.
     void setText(const std::string& title, const std::string& lines);
 
     /// Draws frames until stop(), then closes the display.
@@ -56,16 +56,14 @@ private:
         bool wholeBaseline;      ///< the baseline is cut to a whole number with one run, too
     };
 
-    void readLanguage();
-    void computeRuns(const std::string& text);
-    void showFrame();
-    void sleepUntilNextFrame(std::chrono::milliseconds exec_ms) const;
+    TextRuns textRuns(const std::string& text) const;
     void drawFrame(cairo_t* cr);
     void drawTexts(cairo_t* cr);
-    void drawText(cairo_t* cr, const std::string& text, std::int32_t top, const TextStyle& style);
-    void drawRun(cairo_t* cr, const std::string& text, double x, double y);
+    void drawText(cairo_t* cr, const std::string& text, std::int32_t top,
+                  const TextStyle& style) const;
     void drawDivider(cairo_t* cr) const;
-    void drawSpinner(cairo_t* cr);
+    void drawSpinner(cairo_t* cr) const;
+    void sleepForRest(std::chrono::milliseconds used) const;
 
     std::int32_t m_framePeriodMs = 30; ///< shortest time from one frame's start to the next
     const char* m_latinFont = "Univers Next W1G Medium";
@@ -100,9 +98,6 @@ private:
     std::mutex m_textMutex; ///< guards the title and the lines
     std::atomic<bool> m_running{true};
     bool m_chinese = false; ///< read anew for every frame
-
-    TextRuns m_runs; ///< of the text being drawn; kept, so that a steady frame allocates nothing
-    std::string m_repaired; ///< of the text being drawn, where it is not sound UTF-8
 };
 
 } // namespace paint

@@ -18,10 +18,6 @@ constexpr std::uint32_t BUFFER_COUNT = 2;
 constexpr std::uint32_t PAGE_BYTES = Surface::WIDTH * Surface::HEIGHT * Surface::BYTES_PER_PIXEL;
 constexpr int WHITE_BYTE = 0xFF; // two of them are white in RGB565
 
-[[noreturn]] void endWithoutScreen() {
-    std::exit(-1);
-}
-
 } // namespace
 
 Surface::Surface() {
@@ -30,7 +26,7 @@ Surface::Surface() {
     setFormat();
     if (allocateBuffers() != 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't allocate video buffers.");
-        endWithoutScreen();
+        std::exit(-1);
     }
     showFirstBuffer();
 }
@@ -41,21 +37,17 @@ Surface::~Surface() {
     }
 }
 
-int Surface::control(unsigned long request, void* argument) const {
-    return ioctl(m_fd, request, argument);
-}
-
 void Surface::openDevice() {
     m_fd = open(m_device, O_RDWR);
     if (m_fd < 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't open v4l2 overlay device.");
-        endWithoutScreen();
+        std::exit(-1);
     }
 }
 
 void Surface::queryCapabilities() const {
     v4l2_capability vid_caps{};
-    if (control(VIDIOC_QUERYCAP, &vid_caps) < 0) {
+    if (ioctl(m_fd, VIDIOC_QUERYCAP, &vid_caps) < 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't query caps from overlay device.");
     }
     TRACE(Trace::LEVEL_DEBUG, "Device Caps" << TRACE_VALUE(vid_caps.capabilities));
@@ -64,7 +56,7 @@ void Surface::queryCapabilities() const {
 void Surface::setFormat() const {
     v4l2_format format{};
     format.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
-    if (control(VIDIOC_G_FMT, &format) < 0) {
+    if (ioctl(m_fd, VIDIOC_G_FMT, &format) < 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't get format from overlay device.");
     }
     format.fmt.pix.width = WIDTH;
@@ -72,9 +64,9 @@ void Surface::setFormat() const {
     format.fmt.pix.pixelformat = V4L2_PIX_FMT_RGB565;
     format.fmt.pix.field = V4L2_FIELD_ANY;
     format.fmt.pix.colorspace = V4L2_COLORSPACE_SRGB;
-    if (control(VIDIOC_S_FMT, &format) < 0) {
+    if (ioctl(m_fd, VIDIOC_S_FMT, &format) < 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't set the video FMT.");
-        endWithoutScreen();
+        std::exit(-1);
     }
 }
 
@@ -83,7 +75,7 @@ int Surface::allocateBuffers() {
     request.count = BUFFER_COUNT;
     request.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     request.memory = V4L2_MEMORY_MMAP;
-    if (control(VIDIOC_REQBUFS, &request) < 0) {
+    if (ioctl(m_fd, VIDIOC_REQBUFS, &request) < 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't get request buffers.");
         return -1;
     }
@@ -101,7 +93,7 @@ int Surface::allocateBuffer(std::uint32_t index, const v4l2_requestbuffers& requ
     vbuffer.index = index;
     vbuffer.type = request.type;
     vbuffer.memory = V4L2_MEMORY_MMAP;
-    if (control(VIDIOC_QUERYBUF, &vbuffer) < 0) {
+    if (ioctl(m_fd, VIDIOC_QUERYBUF, &vbuffer) < 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't query video buffers.");
         return -1;
     }
@@ -123,25 +115,25 @@ void Surface::showFirstBuffer() {
     m_freeBuffer.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     m_freeBuffer.memory = V4L2_MEMORY_MMAP;
     m_freeBuffer.index = 1;
-    if (control(VIDIOC_QBUF, &m_freeBuffer) < 0) {
+    if (ioctl(m_fd, VIDIOC_QBUF, &m_freeBuffer) < 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't queue buffer" << TRACE_VALUE(m_freeBuffer.index));
-        endWithoutScreen();
+        std::exit(-1);
     }
-    if (control(VIDIOC_STREAMON, &m_bufferType) < 0) {
+    if (ioctl(m_fd, VIDIOC_STREAMON, &m_bufferType) < 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't set video device to stream on.");
-        endWithoutScreen();
+        std::exit(-1);
     }
     m_freeBuffer.index = 0;
 }
 
 int Surface::flip() {
-    if (control(VIDIOC_QBUF, &m_freeBuffer) < 0) {
+    if (ioctl(m_fd, VIDIOC_QBUF, &m_freeBuffer) < 0) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't queue buffer" << TRACE_VALUE(m_freeBuffer.index));
         recoverBuffer();
         return -1;
     }
     m_freeBuffer.index = m_freeBuffer.index == 0 ? 1 : 0;
-    m_bufferOwed = control(VIDIOC_DQBUF, &m_freeBuffer) < 0;
+    m_bufferOwed = ioctl(m_fd, VIDIOC_DQBUF, &m_freeBuffer) < 0;
     if (m_bufferOwed) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't dequeue buffer" << TRACE_VALUE(m_freeBuffer.index));
     }
@@ -152,12 +144,12 @@ int Surface::flip() {
 /// this the picture would stand still for good.
 void Surface::recoverBuffer() {
     if (m_bufferOwed) {
-        m_bufferOwed = control(VIDIOC_DQBUF, &m_freeBuffer) < 0;
+        m_bufferOwed = ioctl(m_fd, VIDIOC_DQBUF, &m_freeBuffer) < 0;
     }
 }
 
 void Surface::close() {
-    if (control(VIDIOC_STREAMOFF, &m_bufferType) < 0) {
+    if (ioctl(m_fd, VIDIOC_STREAMOFF, &m_bufferType) < 0) {
         TRACE(Trace::LEVEL_ERROR, "FAILED to VIDIOC_STREAMOFF.");
     }
     for (const Buffer& buffer : m_buffers) {

@@ -41,14 +41,13 @@ public:
     std::uint32_t freeBufferIndex() const { return m_freeBuffer.index; }
 
     /// Shows the buffer just drawn and waits for the display to release the other. Returns the new
-    /// free index; -1, and nothing changed, where the buffer could not be queued. A dequeue that
+    /// free index; -1, and nothing changed, if the buffer could not be queued. A dequeue that
     /// fails is only logged; it is made up for when the driver then refuses the next buffer.
     int flip();
     /// Stops streaming, unmaps the buffers and closes the device. To be called once.
     void close();
 
 private:
-    int control(unsigned long request, void* argument) const;
     void openDevice();
     void queryCapabilities() const;
     void setFormat() const;

@@ -4,9 +4,8 @@
 
 namespace paint {
 
-/// The text as cairo takes it: itself where it is sound UTF-8 throughout; else a copy in `repaired`
-/// with U+FFFD for each invalid sequence. cairo refuses noncharacters as well, and one refused text
-/// would end all drawing in its context for good.
-const std::string& drawableText(const std::string& text, std::string& repaired);
+/// The text as cairo takes it: with U+FFFD for each sequence that is not sound UTF-8. cairo refuses
+/// noncharacters as well, and one refused text would end all drawing in its context.
+std::string drawableText(const std::string& text);
 
 } // namespace paint
