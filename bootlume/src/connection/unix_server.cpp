@@ -16,7 +16,6 @@ namespace cmd {
 namespace {
 
 constexpr int POLL_TIMEOUT_MS = 2000;
-const char* const QUIT = "QUIT";
 
 int createSocket() {
     const int descriptor = socket(AF_UNIX, SOCK_DGRAM, 0);
@@ -57,9 +56,8 @@ void UnixServer::stop() {
 }
 
 bool UnixServer::bindSocket() {
-    sockaddr_un address;
+    sockaddr_un address{};
     static_assert(sizeof address == 110, "the length that the socket is bound with");
-    std::memset(&address, 0, sizeof address);
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, m_path.c_str(), sizeof address.sun_path - 1);
     const std::lock_guard<std::mutex> lock(m_socketMutex);
@@ -78,52 +76,38 @@ void UnixServer::serve() {
     pollfd wait{m_socket, POLLIN, 0};
     while (m_running) {
         TRACE(Trace::LEVEL_VERBOSE, "Polling socket.");
-        const int ready = poll(&wait, 1, POLL_TIMEOUT_MS);
-        if (ready > 0 && m_running) { // a stop wakes the poll, too, and leaves nothing to read
+        if (poll(&wait, 1, POLL_TIMEOUT_MS) > 0) {
             readMessage();
         }
     }
 }
 
 void UnixServer::readMessage() {
-    std::string command;
-    {
-        const std::lock_guard<std::mutex> lock(m_socketMutex);
-        if (!m_running) { // stopped in between: an end, not a failure
-            return;
-        }
-        command = receive();
+    std::unique_lock<std::mutex> lock(m_socketMutex);
+    if (!m_running) { // a stop wakes the poll, too: an end, not a failure
+        return;
     }
+    const std::string command = receive();
+    lock.unlock();
     if (command.empty()) {
         TRACE(Trace::LEVEL_ERROR, "Nothing read from the socket. Quitting.");
-        m_callback(QUIT);
+        m_callback("QUIT");
         return;
     }
     TRACE(Trace::LEVEL_DEBUG, "Got Message from socket" << TRACE_VALUE(command));
     m_callback(command);
 }
 
-/// One datagram, whole; empty where nothing can be read.
-std::string UnixServer::receive() {
-    const int descriptor = m_socket;
+/// One datagram, whole; empty if nothing can be read.
+std::string UnixServer::receive() const {
     std::int32_t count = 0;
-    ioctl(descriptor, FIONREAD, &count);
+    ioctl(m_socket, FIONREAD, &count);
     std::string command(static_cast<std::size_t>(count), '\0');
-    const ssize_t length = read(descriptor, command.data(), command.size());
-    if (length < 1) {
-        dropEmptyDatagram();
-        command.clear();
+    const ssize_t length = read(m_socket, command.data(), command.size());
+    if (length == 0) { // a read leaves an empty datagram in its place, to be found again and again
+        recv(m_socket, nullptr, 0, MSG_DONTWAIT);
     }
-    return command;
-}
-
-/// A read of no bytes leaves a datagram of no bytes in its place, to be found again and again.
-void UnixServer::dropEmptyDatagram() {
-    char probe;
-    const int descriptor = m_socket;
-    if (recv(descriptor, &probe, sizeof probe, MSG_PEEK | MSG_DONTWAIT) == 0) {
-        recv(descriptor, &probe, sizeof probe, MSG_DONTWAIT);
-    }
+    return length < 1 ? std::string() : command;
 }
 
 } // namespace cmd

@@ -25,7 +25,7 @@ public:
     UnixServer& operator=(const UnixServer&) = delete;
 
     /// Binds the path, replacing what is there, and serves until stop(). Returns at once, with a
-    /// line on standard error, where the socket cannot be made or bound. The socket's file stays
+    /// line on standard error, if the socket cannot be made or bound. The socket's file stays
     /// behind.
     void run();
     void stop();
@@ -34,8 +34,7 @@ private:
     bool bindSocket();
     void serve();
     void readMessage();
-    std::string receive();
-    void dropEmptyDatagram();
+    std::string receive() const;
 
     [[maybe_unused]] std::uint32_t m_bufferSize = 128; ///< no limit: a datagram is read whole
     std::string m_path;
