@@ -3,17 +3,12 @@
 
 #include "server/ending.h"
 #include "server/globals.h"
+#include "support/recorded_overlay.h"
 #include "tracing.h"
 
 std::atomic<brem::IDispatcher*> gdispatcher{nullptr};
 
 namespace {
-
-struct Texts {
-    int calls = 0;
-    std::string title;
-    std::string lines;
-};
 
 /// Whether the message has the form of a text command, told without splitting it.
 bool isTextCommand(const std::string& message) {
@@ -31,15 +26,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     discardOutput();
     Trace::Log::s_configuration.level = Trace::LEVEL_VERBOSE;
     const std::string message = textOf(data, size);
-    Texts texts;
-    handleCommand(message, [&texts](const std::string& title, const std::string& lines) {
-        ++texts.calls;
-        texts.title = title;
-        texts.lines = lines;
-    });
-    require(texts.calls == (isTextCommand(message) ? 1 : 0), "only a text command sets texts");
-    if (texts.calls == 1) {
-        const std::string whole = texts.title + ";" + texts.lines;
+    static paint::Overlay& overlay = *new paint::Overlay;
+    recorded_overlay::Texts& texts = recorded_overlay::texts;
+    texts.clear();
+    CommandHandler{overlay}(message);
+    require(texts.size() == (isTextCommand(message) ? 1 : 0), "only a text command sets texts");
+    if (texts.size() == 1) {
+        const std::string whole = texts[0].first + ";" + texts[0].second;
         require(message == whole || message == whole + ";", "both texts arrive as they were sent");
     }
     return 0;

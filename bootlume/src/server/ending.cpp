@@ -28,7 +28,7 @@ void endBySignal(int sig) {
     stopDispatcher();
 }
 
-void handleCommand(const std::string& message, const SetText& setText) {
+void CommandHandler::operator()(std::string message) const {
     if (message == "QUIT") {
         TRACE(Trace::LEVEL_DEBUG, "End splash-screen over socket command.");
         stopDispatcher();
@@ -36,7 +36,7 @@ void handleCommand(const std::string& message, const SetText& setText) {
     }
     const std::vector<std::string> tmp = brem::split(message, ";");
     if (tmp.size() == 2) {
-        setText(tmp[0], tmp[1]);
+        m_overlay.setText(tmp[0], tmp[1]);
     } else {
         TRACE(Trace::LEVEL_WARN, "Wrong message format" << TRACE_VALUE(tmp.size()));
     }

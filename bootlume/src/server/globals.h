@@ -11,15 +11,15 @@ extern const char* VRX_REBOOT_COMMAND;
 extern const char* SPLASH_TIMEOUT;
 extern const char* SPLASH_TIMEOUT_HARD;
 
-/// Where commands are taken.
+/// The path of the command socket.
 extern const char* socket_path;
 
 /// The program's message loop; null before main has created it and after the teardown. Written by
 /// the main thread only, before the other threads start and after they have ended.
 extern std::atomic<brem::IDispatcher*> gdispatcher;
 
-/// The variable's text, whatever it is; the default where it is not set. Main thread only.
+/// The variable's text, whatever it is; the default if the variable is not set. Main thread only.
 std::string getEnvParameter(const char* name, const std::string& defaultValue);
-/// The number that the variable's text begins with; the default where it is not set, or with an
-/// "ERROR" line where it is none. Main thread only.
+/// The number that the variable's text begins with. The default if the variable is not set, or,
+/// with an "ERROR" line, if its text begins with no number. Main thread only.
 int getEnvParameter(const char* name, int defaultValue);

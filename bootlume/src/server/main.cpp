@@ -4,13 +4,14 @@
 #include "process.h"
 #include "server/ending.h"
 #include "server/globals.h"
-#include "server/standard_descriptors.h"
+#include "server/inheritance.h"
 #include "server/startup_watchdog.h"
 #include "thread_name.h"
 #include "tracing.h"
 
 #include <signal.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -39,26 +40,11 @@ void logParseFailure(const char* name, int defaultValue, const std::exception& e
                                   << (Trace::Value() << ", " << error.what()));
 }
 
-/// Signals that whoever starts the splash has blocked stay blocked in it, and could not end it.
-void unblockEndingSignals() {
-    sigset_t ending;
-    sigemptyset(&ending);
-    for (const int sig : {SIGHUP, SIGINT, SIGTERM}) {
-        sigaddset(&ending, sig);
-    }
-    sigprocmask(SIG_UNBLOCK, &ending, nullptr);
-}
-
-/// Whether the command line asks for the watchdog.
-bool asksForWatchdog(int argc, char* argv[]) {
-    // Exactly two characters are compared, on purpose: what follows them does not matter.
-    return argc > 1 && std::strncmp(argv[1], "-c", 2) == 0;
-}
-
 /// Hands the texts of the command line to the renderer; returns whether the watchdog is asked for.
 /// A wrong number of texts ends the process.
 bool readCommandLine(int argc, char* argv[], paint::Overlay& overlay) {
-    const bool checkStartup = asksForWatchdog(argc, argv);
+    // Exactly two characters are compared, on purpose: what follows them does not matter.
+    const bool checkStartup = argc > 1 && std::strncmp(argv[1], "-c", 2) == 0;
     if (checkStartup) {
         TRACE(Trace::LEVEL_DEBUG, "startup check");
     }
@@ -71,6 +57,19 @@ bool readCommandLine(int argc, char* argv[], paint::Overlay& overlay) {
         std::exit(-1);
     }
     return checkStartup;
+}
+
+/// The dispatcher, and the relay that brings signals to it.
+void makeDispatcher() {
+    signalRelay.start(endBySignal);
+    gdispatcher = new brem::Dispatcher;
+    (*gdispatcher).post([] { brem::nameThisThread("bl-dispatcher"); });
+}
+
+void endDispatcher() {
+    signalRelay.stop(); // from here on no signal reaches the dispatcher
+    delete gdispatcher.load();
+    gdispatcher = nullptr;
 }
 
 void armWatchdog(brem::IProcess& vrxRebootProcess, brem::IProcess& rebootProcess) {
@@ -86,22 +85,6 @@ void join(std::thread& thread) {
     if (thread.joinable()) {
         thread.join();
     }
-}
-
-/// Starts the splash's threads, makes the calling thread the dispatcher's until the splash is
-/// ended, and tears down what it built.
-void dispatch(cmd::UnixServer& server, paint::Overlay& overlay) {
-    std::thread serverThread(&cmd::UnixServer::run, &server);
-    std::thread overlayThread(&paint::Overlay::run, &overlay);
-    (*gdispatcher).run();
-
-    server.stop();
-    join(serverThread);
-    overlay.stop();
-    join(overlayThread);
-    signalRelay.stop(); // from here on no signal reaches the dispatcher
-    delete gdispatcher.load();
-    gdispatcher = nullptr;
 }
 
 } // namespace
@@ -136,33 +119,32 @@ int getEnvParameter(const char* name, int defaultValue) {
 }
 
 int main(int argc, char* argv[]) {
-    openStandardDescriptors();
-    signal(SIGCHLD, SIG_DFL); // ignored by whoever started it, a reboot would have no result
     signal(SIGHUP, shutdown);
     signal(SIGINT, shutdown);
-    unblockEndingSignals();
+    correctInheritance();
     Trace::Log::setAppName("bootlume");
     paint::Overlay overlay;
     const bool checkStartup = readCommandLine(argc, argv, overlay);
-
-    signalRelay.start(endBySignal);
-    gdispatcher = new brem::Dispatcher;
-    (*gdispatcher).post([] { brem::nameThisThread("bl-dispatcher"); });
-    const std::string vrxRebootCommand =
-        getEnvParameter(VRX_REBOOT_COMMAND, defaultVrxRebootCommand);
-    brem::Process vrxRebootProcess(gdispatcher, {vrxRebootCommand}, false);
-    const std::string rebootCommand = getEnvParameter(REBOOT_COMMAND, defaultRebootCommand);
-    brem::Process rebootProcess(gdispatcher, {rebootCommand}, false);
+    makeDispatcher();
+    const std::string vrx = getEnvParameter(VRX_REBOOT_COMMAND, defaultVrxRebootCommand);
+    brem::Process vrxRebootProcess(gdispatcher, {vrx}, false);
+    const std::string plain = getEnvParameter(REBOOT_COMMAND, defaultRebootCommand);
+    brem::Process rebootProcess(gdispatcher, {plain}, false);
     if (checkStartup) {
         armWatchdog(vrxRebootProcess, rebootProcess);
     }
     const std::string path(socket_path);
-    const auto commandHandler = [&overlay](const std::string& message) {
-        handleCommand(message, [&overlay](const std::string& title, const std::string& lines) {
-            overlay.setText(title, lines);
-        });
-    };
+    const CommandHandler commandHandler(overlay);
     cmd::UnixServer server(path, commandHandler);
-    dispatch(server, overlay);
+    std::thread serverThread(&cmd::UnixServer::run, &server);
+    std::thread overlayThread(&paint::Overlay::run, &overlay);
+
+    (*gdispatcher).run();
+
+    server.stop();
+    join(serverThread);
+    overlay.stop();
+    join(overlayThread);
+    endDispatcher();
     return 0;
 }

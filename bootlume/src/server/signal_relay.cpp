@@ -2,24 +2,20 @@
 
 #include <sys/prctl.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
-#include <utility>
 
-static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "used in a signal handler");
-
-SignalRelay::SignalRelay() {
-    sem_init(&m_raised, 0, 0);
-}
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<char>::is_always_lock_free,
+              "used in a signal handler");
 
 SignalRelay::~SignalRelay() {
     stop();
     sem_destroy(&m_raised);
 }
 
-void SignalRelay::start(Function function) {
+void SignalRelay::start(const Function& function) {
     m_running = true;
-    m_thread = std::thread([this, kept = std::move(function)] { run(kept); });
+    m_thread = std::thread([this, function] { run(function); });
 }
 
 void SignalRelay::stop() {
@@ -32,38 +28,29 @@ void SignalRelay::stop() {
 
 void SignalRelay::raise(int sig) noexcept {
     const int error = errno;
-    std::uint32_t name[NAME_WORDS] = {};
+    char name[16] = "";
     prctl(PR_GET_NAME, name, 0, 0, 0);
-    for (std::size_t i = 0; i < NAME_WORDS; ++i) {
-        m_name[i].store(name[i], std::memory_order_relaxed);
-    }
-    m_pending[static_cast<std::size_t>(sig)].fetch_add(1);
+    std::copy(std::begin(name), std::end(name), m_name.begin());
+    ++m_pending[static_cast<std::size_t>(sig)];
     sem_post(&m_raised);
     errno = error; // the interrupted code may be about to look at it
 }
 
 void SignalRelay::run(const Function& function) {
-    for (;;) {
-        while (sem_wait(&m_raised) == -1 && errno == EINTR) {
-        }
-        if (!m_running) {
-            return;
-        }
-        for (int sig = 1; sig < NSIG; ++sig) {
-            // A stop does not wait for the rest of a storm, whose lines a slow reader may hold up.
-            for (auto& count = m_pending[static_cast<std::size_t>(sig)]; m_running && count != 0;
-                 --count) {
-                takeName();
-                function(sig);
-            }
-        }
+    while (m_running) {
+        sem_wait(&m_raised); // an interrupted wait only finds nothing
+        handOn(SIGHUP, function);
+        handOn(SIGINT, function);
     }
 }
 
-void SignalRelay::takeName() const {
-    std::uint32_t name[NAME_WORDS];
-    for (std::size_t i = 0; i < NAME_WORDS; ++i) {
-        name[i] = m_name[i].load(std::memory_order_relaxed);
+void SignalRelay::handOn(int sig, const Function& function) {
+    std::atomic<int>& count = m_pending[static_cast<std::size_t>(sig)];
+    // A stop does not wait for the rest of a storm, whose lines a slow reader may hold up.
+    for (; m_running && count != 0; --count) {
+        char name[16];
+        std::copy(m_name.begin(), m_name.end(), name);
+        prctl(PR_SET_NAME, name, 0, 0, 0);
+        function(sig);
     }
-    prctl(PR_SET_NAME, name, 0, 0, 0);
 }

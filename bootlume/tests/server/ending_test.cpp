@@ -3,6 +3,7 @@
 #include "dispatcher.h"
 #include "server/globals.h"
 #include "support/fake_dispatcher.h"
+#include "support/recorded_overlay.h"
 #include "support/traced_test.h"
 
 #include <signal.h>
@@ -14,27 +15,26 @@ namespace {
 
 const char* const FILE_NAME = "server/ending.cpp";
 
+using recorded_overlay::Texts;
+
 class Ending : public TracedTest {
 protected:
     Ending() { gdispatcher = &m_dispatcher; }
-    ~Ending() override { gdispatcher = nullptr; }
-
-    void handle(const std::string& message) {
-        handleCommand(message, [this](const std::string& title, const std::string& text) {
-            m_texts.emplace_back(title, text);
-        });
+    ~Ending() override {
+        gdispatcher = nullptr;
+        texts.clear();
     }
 
-    using Texts = std::vector<std::pair<std::string, std::string>>;
-
     FakeDispatcher m_dispatcher;
-    Texts m_texts;
+    paint::Overlay m_overlay;
+    const CommandHandler handle{m_overlay};
+    Texts& texts = recorded_overlay::texts;
 };
 
 TEST_F(Ending, QuitStopsTheDispatcher) {
     handle("QUIT");
     EXPECT_EQ(m_dispatcher.stops, 1);
-    EXPECT_EQ(m_texts, Texts());
+    EXPECT_EQ(texts, Texts());
     EXPECT_THAT(lines(), testing::ElementsAre(
                              line("DEBUG", "End splash-screen over socket command.", FILE_NAME)));
 }
@@ -52,11 +52,11 @@ TEST_F(Ending, TwoFieldsAreTheTexts) {
     handle(";only lines");
     handle("QUIT;now");
     handle(";;");
-    EXPECT_EQ(m_texts, (Texts{{"title", "lines"},
-                              {"title", "one\ntwo"},
-                              {"", "only lines"},
-                              {"QUIT", "now"},
-                              {"", ""}}));
+    EXPECT_EQ(texts, (Texts{{"title", "lines"},
+                            {"title", "one\ntwo"},
+                            {"", "only lines"},
+                            {"QUIT", "now"},
+                            {"", ""}}));
     EXPECT_EQ(m_dispatcher.stops, 0);
     EXPECT_THAT(lines(), testing::IsEmpty());
 }
@@ -72,7 +72,7 @@ TEST_F(Ending, AnyOtherNumberOfFieldsIsRefused) {
             "WARN", "Wrong message format, tmp.size() = " + std::to_string(pieces), FILE_NAME));
     }
     EXPECT_EQ(lines(), expected);
-    EXPECT_EQ(m_texts, Texts());
+    EXPECT_EQ(texts, Texts());
     EXPECT_EQ(m_dispatcher.stops, 0);
 }
 

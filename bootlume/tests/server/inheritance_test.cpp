@@ -1,7 +1,9 @@
-#include "server/standard_descriptors.h"
+#include "server/inheritance.h"
+
+#include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,7 +32,7 @@ bool opensInPlaceOf(const std::vector<int>& closed) {
         for (const int descriptor : closed) {
             good = close(descriptor) == 0 && good;
         }
-        openStandardDescriptors();
+        correctInheritance();
         std::size_t nulls = 0;
         for (int descriptor = 0; descriptor < 3; ++descriptor) {
             nulls += isNull(descriptor) ? 1U : 0U;
@@ -46,13 +48,33 @@ bool opensInPlaceOf(const std::vector<int>& closed) {
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-TEST(StandardDescriptors, AreOpenedWhereTheyAreClosedAndNowhereElse) {
+TEST(Inheritance, OpensStandardDescriptorsIfTheyAreClosedAndNoOthers) {
     EXPECT_TRUE(opensInPlaceOf({}));
     EXPECT_TRUE(opensInPlaceOf({0}));
     EXPECT_TRUE(opensInPlaceOf({1}));
     EXPECT_TRUE(opensInPlaceOf({2}));
     EXPECT_TRUE(opensInPlaceOf({0, 2}));
     EXPECT_TRUE(opensInPlaceOf({0, 1, 2}));
+}
+
+TEST(Inheritance, TakesOverNeitherAnIgnoredSigchldNorBlockedEndingSignals) {
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGCHLD, SIG_IGN);
+        sigset_t all{};
+        sigfillset(&all);
+        sigprocmask(SIG_SETMASK, &all, nullptr);
+        correctInheritance();
+        sigset_t left{};
+        sigprocmask(SIG_SETMASK, nullptr, &left);
+        const bool good = signal(SIGCHLD, SIG_IGN) == SIG_DFL && sigismember(&left, SIGHUP) == 0 &&
+                          sigismember(&left, SIGINT) == 0 && sigismember(&left, SIGTERM) == 0 &&
+                          sigismember(&left, SIGUSR1) == 1;
+        _exit(good ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
 } // namespace
