@@ -5,12 +5,14 @@
 #include <sched.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace brem {
 
 namespace {
 
 const char* const SUBSYSTEM = "DISPATCHER";
+constexpr std::chrono::milliseconds SHORTEST_WAIT{1};
 constexpr std::chrono::milliseconds LONGEST_WAIT{1000};
 
 } // namespace
@@ -18,62 +20,63 @@ constexpr std::chrono::milliseconds LONGEST_WAIT{1000};
 #define TRACE_DISPATCHER(LEVEL, MESSAGE)                                                           \
     TRACE_MASKED(LEVEL, Trace::TRACE_MASK_DISPATCHER, SUBSYSTEM, MESSAGE)
 
-Dispatcher::Dispatcher() : m_current(m_queue.end()) {
+Dispatcher::Dispatcher() : m_taken(m_queue.end()) {
     TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "create dispatcher");
 }
 
 Dispatcher::~Dispatcher() {
-    cutLifeline();
+    lifeline()->cut();
     TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "destroy dispatcher");
 }
 
 void Dispatcher::run() {
     TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "entering dispatcher loop");
     m_running = true; // a stop() that came before is lost, on purpose
-    Queue done; // entries that have run: their messages are gone, their memory is still to be freed
-    std::unique_lock<std::mutex> lock(m_queueMutex);
     while (m_running) {
-        waitForMessage(lock);
-        if (!m_running) {
-            break;
-        }
-        const auto due = firstDue(); // from the front again: of two that fell due since, the first
-        if (due != m_queue.end()) {
-            runEntry(due, lock, done);
-        } else { // polled for: others get at the queue meanwhile
-            lock.unlock();
-            lock.lock();
+        waitForMessage();
+        if (m_running) {
+            runMessage();
         }
     }
-    lock.unlock();
     TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "exiting dispatcher loop");
 }
 
-/// Calls a copy of the message with the mutex free; the entry stays queued, and counted, until the
-/// copy has run.
-void Dispatcher::runEntry(Queue::iterator entry, std::unique_lock<std::mutex>& lock, Queue& done) {
-    TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "got message");
-    Message copy = entry->message;
-    m_current = entry;
-    lock.unlock();
-    done.clear();
-    try {
-        if (copy) {
-            copy();
+/// Returns when a message is due or nearly so, or when the loop is to stop.
+void Dispatcher::waitForMessage() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (firstDue() == m_queue.end() && m_running) {
+        const auto wait = untilEarliest();
+        if (wait < SHORTEST_WAIT) {
+            return; // polled for, not slept for
         }
-    } catch (...) {
-        lock.lock();
-        m_current = m_queue.end(); // the entry stays queued
-        lock.unlock();
-        throw;
+        // The deadline is on the wall clock, on purpose: a clock that is set shifts this one wait.
+        m_condition.wait_until(lock, std::chrono::system_clock::now() + wait);
     }
-    // Destroyed with the mutex free: what a message holds may post when it is destroyed. Nobody
-    // else looks into the entry that runs.
-    entry->message = nullptr;
-    copy = nullptr;
-    lock.lock();
-    done.splice(done.end(), m_queue, entry);
-    m_current = m_queue.end();
+}
+
+/// Runs a copy of the first message that is due, if there is one. The entry stays queued, and
+/// counted, until the copy has run; for good if the copy throws.
+void Dispatcher::runMessage() {
+    Message message;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_taken = firstDue(); // from the front again: of two that fell due since, the first posted
+        if (m_taken == m_queue.end()) {
+            return;
+        }
+        TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "got message");
+        message = m_taken->message;
+    }
+    if (message) {
+        message();
+    }
+    // Destroyed with the mutex free, as the copy is: what a message holds may post at its end.
+    Message queued;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_taken != m_queue.end()) {
+        queued.swap(m_taken->message);
+        m_queue.erase(m_taken);
+    }
 }
 
 void Dispatcher::post(Message message) {
@@ -99,12 +102,9 @@ void Dispatcher::postAfter(std::chrono::nanoseconds delay, Message&& message) {
 }
 
 void Dispatcher::append(std::chrono::nanoseconds delay, Message&& message) {
-    Queue entry; // made with the mutex free
-    entry.push_back({{}, std::move(message)});
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        entry.front().due = Clock::now() + delay;
-        m_posted.splice(m_posted.end(), entry);
+        m_queue.push_back({Clock::now() + delay, std::move(message)});
     }
     m_condition.notify_one();
     sched_yield();
@@ -122,24 +122,16 @@ void Dispatcher::shutdown() {
 
 void Dispatcher::clear() {
     TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "clear");
-    Queue dropped; // destroyed with the mutex free: a message's destructor may call back
-    const std::lock_guard<std::mutex> lock(m_queueMutex);
-    const std::lock_guard<std::mutex> postedLock(m_mutex);
-    dropped.splice(dropped.end(), m_posted);
-    for (auto entry = m_queue.begin(); entry != m_queue.end();) {
-        const auto next = std::next(entry);
-        if (entry != m_current) { // the running one is the loop's to unlink, and still counts
-            dropped.splice(dropped.end(), m_queue, entry);
-        }
-        entry = next;
-    }
+    Queue dropped; // destroyed with the mutex free: what a message holds may post at its end
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    dropped.swap(m_queue);
+    m_taken = m_queue.end();
 }
 
 std::size_t Dispatcher::size() {
     TRACE_DISPATCHER(Trace::LEVEL_VERBOSE, "size");
-    const std::lock_guard<std::mutex> lock(m_queueMutex);
-    const std::lock_guard<std::mutex> postedLock(m_mutex);
-    return m_queue.size() + m_posted.size();
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_queue.size();
 }
 
 Dispatcher::Queue::iterator Dispatcher::firstDue() {
@@ -148,7 +140,7 @@ Dispatcher::Queue::iterator Dispatcher::firstDue() {
 }
 
 /// How long to wait for the earliest of the queue: whole milliseconds, and never over a second.
-std::chrono::milliseconds Dispatcher::untilEarliest() {
+std::chrono::milliseconds Dispatcher::untilEarliest() const {
     const auto earliest =
         std::min_element(m_queue.begin(), m_queue.end(),
                          [](const Entry& a, const Entry& b) { return a.due < b.due; });
@@ -158,36 +150,6 @@ std::chrono::milliseconds Dispatcher::untilEarliest() {
     const auto untilDue =
         std::chrono::duration_cast<std::chrono::milliseconds>(earliest->due - Clock::now());
     return std::min(untilDue, LONGEST_WAIT);
-}
-
-/// Returns when a message is due, or when the loop is to stop or to look again at once.
-void Dispatcher::waitForMessage(std::unique_lock<std::mutex>& lock) {
-    bool yielded = false;
-    while (firstDue() == m_queue.end() && m_running) {
-        std::unique_lock<std::mutex> postedLock(m_mutex);
-        if (!m_posted.empty()) { // all of it was posted after all of the queue
-            m_queue.splice(m_queue.end(), m_posted);
-            continue;
-        }
-        if (!yielded) {
-            // Who posts one message often posts the next: cheaper than to be woken for it.
-            yielded = true;
-            postedLock.unlock();
-            lock.unlock();
-            sched_yield();
-            lock.lock();
-            continue;
-        }
-        const auto wait = untilEarliest();
-        if (wait.count() < 1) {
-            return; // due in less than a millisecond: polled for, not slept for
-        }
-        lock.unlock();
-        // The deadline is on the wall clock, on purpose: a clock that is set shifts this one wait.
-        m_condition.wait_until(postedLock, std::chrono::system_clock::now() + wait);
-        postedLock.unlock();
-        lock.lock();
-    }
 }
 
 } // namespace brem

@@ -39,20 +39,18 @@ private:
     };
     using Queue = std::list<Entry>;
 
-    void append(std::chrono::nanoseconds delay, Message&& message);
     void postAfter(std::chrono::nanoseconds delay, Message&& message);
+    void append(std::chrono::nanoseconds delay, Message&& message);
+    void waitForMessage();
+    void runMessage();
     Queue::iterator firstDue();
-    std::chrono::milliseconds untilEarliest();
-    void waitForMessage(std::unique_lock<std::mutex>& lock);
-    void runEntry(Queue::iterator entry, std::unique_lock<std::mutex>& lock, Queue& done);
+    std::chrono::milliseconds untilEarliest() const;
 
     std::condition_variable m_condition;
-    std::mutex m_mutex; ///< guards what was posted since the loop last ran out of messages
-    Queue m_posted;     ///< the queue's end; moved all at once, so as not to hold posters up
+    std::mutex m_mutex; ///< guards the queue
+    Queue m_queue;      ///< in posting order, not sorted by due time
     std::atomic<bool> m_running{false};
-    std::mutex m_queueMutex;   ///< guards the rest of the queue; taken before the other
-    Queue m_queue;             ///< in posting order, not sorted by due time
-    Queue::iterator m_current; ///< the entry whose message runs; the end where none does
+    Queue::iterator m_taken; ///< the entry whose message runs; the queue's end once it is cleared
 };
 
 } // namespace brem

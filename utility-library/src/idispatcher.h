@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <memory>
 
 namespace brem {
 
@@ -13,8 +14,8 @@ class IDispatcher {
 public:
     using Message = std::function<void()>;
 
-    IDispatcher() : m_lifeline(this) {}
-    virtual ~IDispatcher() = default;
+    IDispatcher() = default;
+    virtual ~IDispatcher() { m_lifeline->cut(); }
 
     IDispatcher(const IDispatcher&) = delete;
     IDispatcher& operator=(const IDispatcher&) = delete;
@@ -27,25 +28,22 @@ public:
     virtual void postDelayed(std::chrono::milliseconds delay, Message message) = 0;
     virtual void postDelayed(std::chrono::seconds delay, Message message) = 0;
     virtual void postDelayed(std::chrono::minutes delay, Message message) = 0;
-    /// Any thread. run() returns after the message that is running; lost where run() has not begun.
+    /// Any thread. run() returns after the message that is running; lost if run() has not begun.
     virtual void stop() = 0;
-    /// Any thread. Drops all waiting messages without calling them.
+    /// Any thread. Drops all messages without calling them; the one that is running goes on.
     virtual void clear() = 0;
     /// Any thread. Counts the messages, due or not, the running one included.
     virtual std::size_t size() = 0;
     /// Any thread. Posts a stop: what was posted before and is due runs first.
     virtual void shutdown() = 0;
 
-    /// For whoever may want to post when the dispatcher is gone.
-    Lifeline<IDispatcher>::End lifeline() const { return m_lifeline.end(); }
-
-protected:
-    /// First thing in a destructor: from here on nobody reaches the dispatcher through its
-    /// lifeline.
-    void cutLifeline() { m_lifeline.cut(); }
+    /// For whoever may want to post when the dispatcher is gone. An implementation cuts it first
+    /// thing in its destructor.
+    const std::shared_ptr<Lifeline<IDispatcher>>& lifeline() const { return m_lifeline; }
 
 private:
-    Lifeline<IDispatcher> m_lifeline;
+    const std::shared_ptr<Lifeline<IDispatcher>> m_lifeline =
+        std::make_shared<Lifeline<IDispatcher>>(this);
 };
 
 } // namespace brem

@@ -7,7 +7,7 @@ namespace brem {
 /// An external program that its owner can start and end.
 class IProcess {
 public:
-    /// Called on the dispatcher's thread with the exit code, or -1 where the child did not end by
+    /// Called on the dispatcher's thread with the exit code, or -1 if the child did not end by
     /// itself.
     using ResultCallback = std::function<void(int)>;
 

@@ -8,6 +8,7 @@
 
 #include <exception>
 #include <istream>
+#include <utility>
 
 namespace brem {
 
@@ -26,21 +27,20 @@ void logLines(std::istream& stream, const std::string& prefix) {
 } // namespace
 
 Process::Process(IDispatcher* dispatcher, const std::vector<std::string>& arguments, bool detached)
-    : m_dispatcher(dispatcher), m_arguments(arguments), m_detached(detached), m_lifeline(this) {
-    if (m_dispatcher != nullptr) {
-        m_dispatcherLine = m_dispatcher->lifeline();
-    }
-}
+    : m_dispatcher(dispatcher->lifeline()),
+      m_arguments(arguments),
+      m_detached(detached),
+      m_lifeline(std::make_shared<Lifeline<Process>>(this)) {}
 
 Process::~Process() {
-    m_lifeline.cut(); // a result that is still queued finds nobody
+    m_lifeline->cut(); // a result that is still queued finds nobody
     joinThread();
 }
 
 void Process::start(ResultCallback callback) {
     TRACE(Trace::LEVEL_DEBUG, "Function: start");
     // Excludes sendResult(): a quick worker's result must find the thread that it is to join.
-    m_lifeline.end().call([&](Process&) {
+    m_lifeline->call([&](Process&) {
         if (m_thread) {
             TRACE(Trace::LEVEL_WARN, "already running");
         } else if (m_detached) {
@@ -72,7 +72,7 @@ void Process::startThread(Body body, const ResultCallback& callback) {
         m_thread = std::make_unique<std::thread>(&Process::runThread, this, body, callback);
     } catch (const std::exception& e) { // no room for a thread: a result all the same
         TRACE(Trace::LEVEL_ERROR, "failed to start RTQ: " << TRACE_VALUE(e.what()));
-        postResult(callback, false);
+        postResult(callback);
     }
 }
 
@@ -84,39 +84,43 @@ void Process::runThread(Body body, const ResultCallback& callback) {
     } catch (const std::exception& e) {
         TRACE(Trace::LEVEL_ERROR, "failed to start RTQ: " << TRACE_VALUE(e.what()));
     }
-    postResult(callback, true);
+    postResult(callback);
     m_running = false;
 }
 
 void Process::runAttached() {
-    const std::string& path = program();
-    const std::string command = commandLine();
     process::basic_context context;
-    context.environment = process::current_environment();
-    context.stdin_behavior = process::stream_behavior::close;
     context.stdout_behavior = process::stream_behavior::capture;
     context.stderr_behavior = process::stream_behavior::capture;
-    TRACE(Trace::LEVEL_DEBUG, "start command: " + command);
-
-    process::posix_child child = process::launch(path, m_arguments, context);
-    noteStart(child);
-    logLines(child.get_stdout(), path + ": stdout: ");
+    const process::posix_child child = launch(context);
+    logLines(child.get_stdout(), program() + ": stdout: ");
     // Only now, on purpose: a child that fills this pipe first stalls until it is ended.
-    logLines(child.get_stderr(), path + ": stderr: ");
-    noteEnd(child);
+    logLines(child.get_stderr(), program() + ": stderr: ");
+    waitFor(child);
 }
 
 void Process::runDetached() {
-    const std::string& path = program();
-    const std::string command = commandLine();
     process::posix_context context;
-    context.environment = process::current_environment();
     context.new_session = true;
-    TRACE(Trace::LEVEL_DEBUG, "start command: " + command);
+    waitFor(launch(context));
+}
 
+template <class Context>
+process::posix_child Process::launch(Context& context) {
+    const std::string& path = program();
+    context.environment = process::current_environment();
+    TRACE(Trace::LEVEL_DEBUG, "start command: " + commandLine());
     process::posix_child child = process::launch(path, m_arguments, context);
-    noteStart(child);
-    noteEnd(child);
+    m_childPid = child.id();
+    TRACE(Trace::LEVEL_DEBUG, "command started: " << TRACE_VALUE(m_childPid));
+    return child;
+}
+
+void Process::waitFor(const process::posix_child& child) {
+    const process::status status = child.wait();
+    m_result = status.exited() ? status.exit_status() : -1;
+    TRACE(Trace::LEVEL_DEBUG, "child exited: " + program() << TRACE_VALUE(m_result));
+    m_childPid = -1;
 }
 
 const std::string& Process::program() const {
@@ -131,39 +135,20 @@ std::string Process::commandLine() const {
     return text;
 }
 
-void Process::noteStart(const process::posix_child& child) {
-    m_childPid = child.id();
-    TRACE(Trace::LEVEL_DEBUG, "command started: " << TRACE_VALUE(m_childPid));
-}
-
-void Process::noteEnd(process::posix_child& child) {
-    const process::status status = child.wait();
-    m_result = status.exited() ? status.exit_status() : -1;
-    TRACE(Trace::LEVEL_DEBUG, "child exited: " + program() << TRACE_VALUE(m_result));
-    m_childPid = -1;
-}
-
-void Process::postResult(const ResultCallback& callback, bool threadHeld) {
-    const auto line = m_lifeline.end();
-    // The dispatcher may be gone by now: then nobody waits for the result.
-    m_dispatcherLine.call([&](IDispatcher& dispatcher) {
-        dispatcher.post([line, threadHeld, callback] { sendResult(line, threadHeld, callback); });
+void Process::postResult(const ResultCallback& callback) {
+    // Neither the dispatcher now nor this runner later needs to be there still.
+    m_dispatcher->call([&](IDispatcher& dispatcher) {
+        dispatcher.post([lifeline = m_lifeline, callback] {
+            lifeline->call([&](Process& self) { self.sendResult(callback); });
+        });
     });
 }
 
-void Process::sendResult(const Lifeline<Process>::End& process, bool threadHeld,
-                         const ResultCallback& callback) {
-    std::int32_t result = -1;
-    const bool alive = process.call([&](Process& self) {
-        TRACE(Trace::LEVEL_DEBUG, "Function: sendResult");
-        if (threadHeld) {
-            self.joinThread();
-        }
-        result = self.m_result;
-    });
-    // Called with nothing held: it may start the process again, or destroy it.
-    if (alive && callback) {
-        callback(result);
+void Process::sendResult(const ResultCallback& callback) {
+    TRACE(Trace::LEVEL_DEBUG, "Function: sendResult");
+    joinThread();
+    if (callback) {
+        callback(m_result); // may end this runner
     }
 }
 

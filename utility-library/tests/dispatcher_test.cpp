@@ -131,7 +131,7 @@ TEST_F(ADispatcher, DropsEveryWaitingMessageOnClear) {
     EXPECT_EQ(order, "");
 }
 
-TEST_F(ADispatcher, CountsTheRunningMessageAfterAClearUntilItEnds) {
+TEST_F(ADispatcher, IsEmptyAfterAClearByTheMessageThatRuns) {
     std::vector<std::size_t> sizes;
     dispatcher.post([&] {
         dispatcher.clear();
@@ -143,9 +143,24 @@ TEST_F(ADispatcher, CountsTheRunningMessageAfterAClearUntilItEnds) {
     });
     dispatcher.post(writes('a'));
     dispatcher.run();
-    EXPECT_THAT(sizes, ElementsAre(1U, 1U, 2U));
+    EXPECT_THAT(sizes, ElementsAre(0U, 0U, 2U));
     EXPECT_EQ(order, "");
     EXPECT_EQ(dispatcher.size(), 0U);
+}
+
+TEST_F(ADispatcher, NoLongerCountsAMessageWhenItsCopyIsDestroyed) {
+    struct CountsAtItsEnd {
+        brem::IDispatcher& loop;
+        std::vector<std::size_t>& counts;
+        ~CountsAtItsEnd() { counts.push_back(loop.size()); }
+    };
+    std::vector<std::size_t> counts;
+    auto atEnd = std::shared_ptr<CountsAtItsEnd>(new CountsAtItsEnd{dispatcher, counts});
+    dispatcher.post([atEnd] {});
+    atEnd.reset();
+    dispatcher.shutdown();
+    dispatcher.run();
+    EXPECT_THAT(counts, ElementsAre(1U)) << "only the shutdown is left";
 }
 
 TEST_F(ADispatcher, ClearsFromAnotherThreadWhileAMessageRuns) {

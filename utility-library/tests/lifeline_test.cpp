@@ -14,48 +14,45 @@ namespace {
 
 struct Swimmer {
     int calls = 0;
-    brem::Lifeline<Swimmer> lifeline{this};
 };
 
 const auto count = [](Swimmer& swimmer) { ++swimmer.calls; };
 
 TEST(ALifeline, ReachesItsObject) {
     Swimmer swimmer;
-    EXPECT_TRUE(swimmer.lifeline.end().call(count));
-    EXPECT_EQ(swimmer.calls, 1);
-}
-
-TEST(ALifeline, IsNoReachWithoutAnObject) {
-    const brem::Lifeline<Swimmer>::End end;
-    EXPECT_FALSE(end.call(count));
+    brem::Lifeline<Swimmer> lifeline(&swimmer);
+    lifeline.call(count);
+    lifeline.call(count);
+    EXPECT_EQ(swimmer.calls, 2);
 }
 
 TEST(ALifeline, EndsAllReachWhenCut) {
     Swimmer swimmer;
-    const auto end = swimmer.lifeline.end();
-    const auto copy = end;
-    swimmer.lifeline.cut();
-    EXPECT_FALSE(end.call(count));
-    EXPECT_FALSE(copy.call(count));
-    EXPECT_FALSE(swimmer.lifeline.end().call(count));
+    brem::Lifeline<Swimmer> lifeline(&swimmer);
+    lifeline.cut();
+    lifeline.call(count);
     EXPECT_EQ(swimmer.calls, 0);
 }
 
-TEST(ALifeline, IsCutByTheEndOfItsObject) {
-    auto swimmer = std::make_unique<Swimmer>();
-    const auto end = swimmer->lifeline.end();
-    swimmer.reset();
-    EXPECT_FALSE(end.call([](Swimmer&) { FAIL() << "reached an object that is gone"; }));
+TEST(ALifeline, MayBeUsedAndCutByACall) {
+    Swimmer swimmer;
+    brem::Lifeline<Swimmer> lifeline(&swimmer);
+    lifeline.call([&](Swimmer&) {
+        lifeline.call(count);
+        lifeline.cut();
+        lifeline.call(count);
+    });
+    EXPECT_EQ(swimmer.calls, 1);
 }
 
 TEST(ALifeline, IsCutOnlyWhenACallUnderWayHasEnded) {
     Swimmer swimmer;
-    const auto end = swimmer.lifeline.end();
+    brem::Lifeline<Swimmer> lifeline(&swimmer);
     std::promise<void> begun;
     std::promise<void> mayEnd;
     std::atomic<bool> ended{false};
     std::thread caller([&] {
-        end.call([&](Swimmer&) {
+        lifeline.call([&](Swimmer&) {
             begun.set_value();
             mayEnd.get_future().wait();
             ended = true;
@@ -63,7 +60,7 @@ TEST(ALifeline, IsCutOnlyWhenACallUnderWayHasEnded) {
     });
     begun.get_future().wait();
     auto cut = std::async(std::launch::async, [&] {
-        swimmer.lifeline.cut();
+        lifeline.cut();
         return ended.load();
     });
     // A cut that does not wait is over long before this.
@@ -76,31 +73,34 @@ TEST(ALifeline, IsCutOnlyWhenACallUnderWayHasEnded) {
 TEST(ADispatchersLifeline, PostsWhileTheDispatcherLives) {
     brem::Dispatcher dispatcher;
     bool ran = false;
-    const auto end = dispatcher.lifeline();
-    EXPECT_TRUE(end.call([&](brem::IDispatcher& reached) { reached.post([&] { ran = true; }); }));
+    dispatcher.lifeline()->call(
+        [&](brem::IDispatcher& reached) { reached.post([&] { ran = true; }); });
     dispatcher.shutdown();
     dispatcher.run();
     EXPECT_TRUE(ran);
 }
 
-TEST(ADispatchersLifeline, PostsNothingOnceTheDispatcherIsDeleted) {
+TEST(ADispatchersLifeline, ReachesNothingOnceTheDispatcherIsDeleted) {
     std::unique_ptr<brem::IDispatcher> dispatcher(new brem::Dispatcher);
-    const auto end = dispatcher->lifeline();
+    const auto lifeline = dispatcher->lifeline();
     dispatcher.reset();
-    EXPECT_FALSE(end.call([](brem::IDispatcher& gone) { gone.post([] {}); }));
+    lifeline->call([](brem::IDispatcher&) { FAIL() << "reached a dispatcher that is gone"; });
 }
 
 TEST(ADispatchersLifeline, IsCutBeforeTheQueueIsDropped) {
     std::unique_ptr<brem::IDispatcher> dispatcher(new brem::Dispatcher);
-    const auto end = dispatcher->lifeline();
-    bool reached = true;
-    auto atEnd = std::shared_ptr<int>(new int, [&](int* number) {
-        delete number;
-        reached = end.call([](brem::IDispatcher& gone) { gone.post([] {}); });
-    });
+    bool dropped = false;
+    bool reached = false;
+    auto atEnd =
+        std::shared_ptr<int>(new int, [&, lifeline = dispatcher->lifeline()](const int* number) {
+            delete number;
+            dropped = true;
+            lifeline->call([&](brem::IDispatcher&) { reached = true; });
+        });
     dispatcher->post([atEnd] {});
     atEnd.reset();
     dispatcher.reset();
+    EXPECT_TRUE(dropped);
     EXPECT_FALSE(reached);
 }
 

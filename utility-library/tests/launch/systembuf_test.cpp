@@ -3,8 +3,6 @@
 #include "boost/process/operations.h"
 #include "support/isolated.h"
 
-#include <boost/system/system_error.hpp>
-
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -13,6 +11,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -236,12 +235,12 @@ TEST(AFileHandle, MovesToAnotherNumber) {
     isolated([] {
         TestPipe pipe;
         const int before = pipe.wend.get();
-        pipe.wend.posix_remap(200);
+        EXPECT_EQ(pipe.wend.posix_remap(200), nullptr);
         EXPECT_EQ(pipe.wend.get(), 200);
         EXPECT_EQ(fcntl(before, F_GETFD), -1);
-        pipe.wend.posix_remap(200);
+        EXPECT_EQ(pipe.wend.posix_remap(200), nullptr);
         EXPECT_EQ(pipe.wend.get(), 200);
-        Handle::posix_dup(200, 201);
+        EXPECT_EQ(Handle::posix_dup(200, 201), nullptr);
         EXPECT_EQ(write(201, "a", 1), 1);
         EXPECT_EQ(pipe.take(), "a");
     });
@@ -249,20 +248,13 @@ TEST(AFileHandle, MovesToAnotherNumber) {
 
 TEST(AFileHandle, SaysWhichStepFailed) {
     TestPipe pipe;
-    try {
-        Handle::posix_dup(pipe.rend.get(), -1);
-        FAIL();
-    } catch (const boost::system::system_error& e) {
-        EXPECT_STREQ(e.what(), "boost::process::detail::file_handle::posix_dup: dup2(2) failed: "
-                               "Bad file descriptor");
-    }
-    try {
-        pipe.rend.posix_remap(-1);
-        FAIL();
-    } catch (const boost::system::system_error& e) {
-        EXPECT_STREQ(e.what(), "boost::process::detail::file_handle::posix_remap: dup2(2) failed: "
-                               "Bad file descriptor");
-    }
+    EXPECT_STREQ(Handle::posix_dup(pipe.rend.get(), -1),
+                 "boost::process::detail::file_handle::posix_dup: dup2(2) failed");
+    EXPECT_EQ(errno, EBADF);
+    errno = 0;
+    EXPECT_STREQ(pipe.rend.posix_remap(-1),
+                 "boost::process::detail::file_handle::posix_remap: dup2(2) failed");
+    EXPECT_EQ(errno, EBADF);
 }
 
 TEST(AFileHandleDeathTest, IsNotAskedWhileItIsEmpty) {
@@ -283,14 +275,52 @@ TEST(AStreamToAChild, IsWrittenOutAtItsEnd) {
     EXPECT_EQ(read(reader, text, sizeof text), 0) << "the pipe was left open";
 }
 
-TEST(AStreamFromAChild, EndsThePipeWhenItIsClosed) {
+TEST(AStreamToAChild, NeverWritesToTheNextOwnerOfItsNumber) {
+    isolated([] {
+        signal(SIGPIPE, SIG_IGN);
+        TestPipe broken;
+        const int number = broken.wend.get();
+        broken.rend.close();
+        TestPipe other;
+        fcntl(other.rend.get(), F_SETFL, O_NONBLOCK);
+        {
+            process::postream stream(std::move(broken.wend));
+            stream << "pending";
+            stream.close(); // cannot write it out
+            EXPECT_TRUE(stream.bad());
+            ASSERT_EQ(dup2(other.wend.get(), number), number);
+            stream.clear();
+            stream << "more" << std::flush;
+            EXPECT_TRUE(stream.bad());
+        }
+        EXPECT_EQ(other.take(), "");
+        EXPECT_NE(fcntl(number, F_GETFD), -1) << "it closed what is not its own";
+    });
+}
+
+TEST(AStreamFromAChild, EndsThePipeWithIt) {
     isolated([] {
         signal(SIGPIPE, SIG_IGN);
         TestPipe pipe;
-        process::pistream stream(std::move(pipe.rend));
-        stream.close();
+        { process::pistream(std::move(pipe.rend)); }
         EXPECT_EQ(write(pipe.wend.get(), "a", 1), -1);
+        EXPECT_EQ(errno, EPIPE);
     });
+}
+
+/// Shows how the streams of a child are set.
+struct OpenChild : process::child {
+    OpenChild() : child(1) {}
+    using child::set_stderr;
+    using child::set_stdin;
+    using child::set_stdout;
+};
+
+TEST(AChildDeathTest, HasNoStreamWithoutADescriptor) {
+    OpenChild child;
+    EXPECT_DEATH(child.set_stdin(Handle()), "Assertion `fhstdin.valid\\(\\)' failed");
+    EXPECT_DEATH(child.set_stdout(Handle()), "Assertion `fhstdout.valid\\(\\)' failed");
+    EXPECT_DEATH(child.set_stderr(Handle()), "Assertion `fhstderr.valid\\(\\)' failed");
 }
 
 TEST(AChild, IsWaitedForThroughInterruptions) {

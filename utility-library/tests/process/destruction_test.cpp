@@ -88,13 +88,20 @@ TEST_F(TheEndOfARunner, MayComeOnAnotherThreadThanTheDispatchers) {
     // Again and again, so that the end falls before, into and after the result's delivery.
     std::thread loop([this] { runDispatcher(); });
     for (int i = 0; i < 50; ++i) {
-        brem::Process process(&m_dispatcher, {"/bin/true"}, false);
-        // A callback that has begun may outlast the runner.
-        const auto called = std::make_shared<std::atomic<bool>>(false);
-        process.start([called](int) { *called = true; });
-        for (int pause = 0; pause < i * 20 && !*called; ++pause) {
-            std::this_thread::yield();
+        std::atomic<bool> called{false};
+        std::atomic<bool> over{false};
+        {
+            brem::Process process(&m_dispatcher, {"/bin/true"}, false);
+            process.start([&](int) {
+                called = true;
+                std::this_thread::yield();
+                EXPECT_FALSE(over) << "a callback outlasted its runner";
+            });
+            for (int pause = 0; pause < i * 20 && !called; ++pause) {
+                std::this_thread::yield();
+            }
         }
+        over = true;
     }
     m_dispatcher.stop();
     loop.join();

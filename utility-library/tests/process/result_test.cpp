@@ -121,33 +121,6 @@ TEST_F(TheResult, IsMinusOneWhereNoThreadCanBeMade) {
     });
 }
 
-TEST_F(TheResult, OfAStartWithoutAThreadComesWhileTheNextRunGoesOn) {
-    SKIP_UNDER_EMULATION("the emulator does not pass process limits on");
-    isolated([&] {
-        makeFirstThread();
-        if (!becomeUnprivileged()) {
-            GTEST_SKIP() << "only root can take an id that no other process has";
-        }
-        const std::string gate = m_folder.file("gate");
-        const std::string waits =
-            "for i in $(seq 500); do [ -e " + gate + " ] && exit 3; sleep 0.02; done; exit 4";
-        brem::Process process(&m_dispatcher, {script(waits)}, false);
-        std::vector<int> results;
-        leaveRoomFor(0);
-        process.start([&](int code) {
-            results.push_back(code);
-            m_folder.write("gate", "");
-        });
-        leaveRoomFor(8);
-        process.start([&](int code) {
-            results.push_back(code);
-            m_dispatcher.stop();
-        });
-        runDispatcher();
-        EXPECT_THAT(results, ElementsAre(-1, 3));
-    });
-}
-
 TEST_F(TheResult, IsMinusOneWithoutAnyArgument) {
     EXPECT_EQ(run(std::vector<std::string>()), -1);
 }

@@ -10,25 +10,22 @@
 #include <cerrno>
 #include <utility>
 
-namespace boost {
-namespace process {
+namespace boost::process {
 
-namespace {
-
-template <class Stream>
-boost::shared_ptr<Stream> stream_over(detail::file_handle handle) {
-    return handle.valid() ? boost::make_shared<Stream>(std::move(handle))
-                          : boost::shared_ptr<Stream>();
+void child::set_stdin(detail::file_handle fhstdin) {
+    assert(fhstdin.valid());
+    stdin_ = boost::make_shared<postream>(std::move(fhstdin));
 }
 
-} // namespace
+void child::set_stdout(detail::file_handle fhstdout) {
+    assert(fhstdout.valid());
+    stdout_ = boost::make_shared<pistream>(std::move(fhstdout));
+}
 
-child::child(pid_t id, detail::file_handle fhstdin, detail::file_handle fhstdout,
-             detail::file_handle fhstderr)
-    : id_(id),
-      stdin_(stream_over<postream>(std::move(fhstdin))),
-      stdout_(stream_over<pistream>(std::move(fhstdout))),
-      stderr_(stream_over<pistream>(std::move(fhstderr))) {}
+void child::set_stderr(detail::file_handle fhstderr) {
+    assert(fhstderr.valid());
+    stderr_ = boost::make_shared<pistream>(std::move(fhstderr));
+}
 
 postream& child::get_stdin() const {
     assert(stdin_);
@@ -45,7 +42,7 @@ pistream& child::get_stderr() const {
     return *stderr_;
 }
 
-status child::wait() {
+status child::wait() const {
     int flags = 0;
     pid_t ended;
     do {
@@ -57,5 +54,4 @@ status child::wait() {
     return status(flags);
 }
 
-} // namespace process
-} // namespace boost
+} // namespace boost::process

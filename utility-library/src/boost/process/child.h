@@ -1,5 +1,6 @@
 #pragma once
 
+#include "boost/process/detail/file_handle.h"
 #include "boost/process/status.h"
 #include "boost/process/stream.h"
 
@@ -7,8 +8,7 @@
 
 #include <sys/types.h>
 
-namespace boost {
-namespace process {
+namespace boost::process {
 
 /// A started child and the parent's ends of its captured standard streams. Copies share the
 /// streams.
@@ -16,9 +16,7 @@ namespace process {
 /// Bound to one thread at a time. Does not end or reap the child: wait() does that, once.
 class child {
 public:
-    /// Takes over the parent's ends; an empty handle is a stream that was not captured.
-    child(pid_t id, detail::file_handle fhstdin, detail::file_handle fhstdout,
-          detail::file_handle fhstderr);
+    explicit child(pid_t id) : id_(id) {}
 
     pid_t id() const { return id_; }
 
@@ -28,7 +26,13 @@ public:
     pistream& get_stderr() const;
 
     /// Blocks until the child has ended. Throws system_error.
-    status wait();
+    status wait() const;
+
+protected:
+    // Wrap the parent's end of a stream that was captured.
+    void set_stdin(detail::file_handle fhstdin);
+    void set_stdout(detail::file_handle fhstdout);
+    void set_stderr(detail::file_handle fhstderr);
 
 private:
     pid_t id_;
@@ -37,5 +41,4 @@ private:
     boost::shared_ptr<pistream> stderr_;
 };
 
-} // namespace process
-} // namespace boost
+} // namespace boost::process

@@ -9,8 +9,7 @@
 #include <cassert>
 #include <cstring>
 
-namespace boost {
-namespace process {
+namespace boost::process {
 
 std::string current_work_directory() {
     const long longest = ::pathconf(".", _PC_PATH_MAX);
@@ -46,5 +45,4 @@ posix_context::posix_context(const std::string& directory)
       gid(::getgid()),
       egid(::getegid()) {}
 
-} // namespace process
-} // namespace boost
+} // namespace boost::process

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "boost/process/environment.h"
 #include "boost/process/stream_behavior.h"
 
 #include <sys/types.h>
@@ -8,8 +7,13 @@
 #include <map>
 #include <string>
 
-namespace boost {
-namespace process {
+namespace boost::process {
+
+/// Variables by name.
+using environment = std::map<std::string, std::string>;
+
+/// The calling process's environment, each entry split at its first equals sign.
+environment current_environment();
 
 /// The current directory. Throws system_error.
 std::string current_work_directory();
@@ -45,5 +49,4 @@ struct posix_context {
     bool new_session = false;
 };
 
-} // namespace process
-} // namespace boost
+} // namespace boost::process

@@ -4,28 +4,9 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cassert>
 
-namespace boost {
-namespace process {
-
-namespace {
-
-using behavior_map = std::map<int, stream_behavior>;
-
-/// One above the highest descriptor that the child sets up.
-int first_free(const behavior_map& inputs, const behavior_map& outputs) {
-    int highest = STDERR_FILENO;
-    for (const behavior_map* behaviors : {&inputs, &outputs}) {
-        if (!behaviors->empty()) {
-            highest = std::max(highest, behaviors->rbegin()->first);
-        }
-    }
-    return highest + 1;
-}
-
-} // namespace
+namespace boost::process {
 
 posix_child launch(const std::string& executable, const std::vector<std::string>& arguments,
                    const basic_context& ctx) {
@@ -41,12 +22,10 @@ posix_child launch(const std::string& executable, const std::vector<std::string>
                    const posix_context& ctx) {
     assert(!args.empty());
     assert(!ctx.work_directory.empty());
-    const int lowest = first_free(ctx.input_behavior, ctx.output_behavior);
-    detail::info_map inputs = detail::make_infos(ctx.input_behavior, false, lowest);
-    detail::info_map outputs = detail::make_infos(ctx.output_behavior, true, lowest);
+    detail::info_map inputs = detail::make_infos(ctx.input_behavior, false);
+    detail::info_map outputs = detail::make_infos(ctx.output_behavior, true);
     const pid_t pid = detail::posix_start(executable, args, ctx, inputs, outputs);
     return posix_child(pid, inputs, outputs);
 }
 
-} // namespace process
-} // namespace boost
+} // namespace boost::process

@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace boost {
-namespace process {
+namespace boost::process {
 
 /// Starts a program. The first argument is the program's argument zero; there must be one.
 ///
@@ -19,5 +18,4 @@ posix_child launch(const std::string& executable, const std::vector<std::string>
 posix_child launch(const std::string& executable, const std::vector<std::string>& arguments,
                    const posix_context& ctx);
 
-} // namespace process
-} // namespace boost
+} // namespace boost::process

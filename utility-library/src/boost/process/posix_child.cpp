@@ -7,38 +7,16 @@
 #include <cassert>
 #include <utility>
 
-namespace boost {
-namespace process {
+namespace boost::process {
 
 namespace {
 
-/// The parent's end of a captured stream, the child's end closed; empty where there is none.
-detail::file_handle parents_end(detail::info_map& infos, int descriptor, bool output) {
-    const auto info = infos.find(descriptor);
-    if (info == infos.end() || info->second.kind_ != detail::stream_info::use_pipe) {
-        return detail::file_handle();
-    }
-    detail::stream_info& si = info->second;
+/// Closes the child's end of a captured stream and gives the parent's away.
+detail::file_handle parents_end(detail::stream_info& si, bool output) {
     assert(si.pipe_->rend().valid());
     assert(si.pipe_->wend().valid());
-    detail::file_handle& childs = output ? si.pipe_->wend() : si.pipe_->rend();
-    detail::file_handle& parents = output ? si.pipe_->rend() : si.pipe_->wend();
-    childs.close();
-    si.kind_ = detail::stream_info::close; // taken
-    detail::file_handle taken(std::move(parents));
-    return taken;
-}
-
-template <class Stream>
-std::map<int, boost::shared_ptr<Stream>> further_streams(detail::info_map& infos, bool output) {
-    std::map<int, boost::shared_ptr<Stream>> streams;
-    for (const auto& info : infos) {
-        detail::file_handle handle = parents_end(infos, info.first, output);
-        if (handle.valid()) {
-            streams[info.first] = boost::make_shared<Stream>(std::move(handle));
-        }
-    }
-    return streams;
+    (output ? si.pipe_->wend() : si.pipe_->rend()).close();
+    return std::move(output ? si.pipe_->rend() : si.pipe_->wend());
 }
 
 template <class Stream>
@@ -51,28 +29,46 @@ Stream& stream_at(const std::map<int, boost::shared_ptr<Stream>>& streams, int d
 } // namespace
 
 posix_child::posix_child(pid_t id, detail::info_map& inputs, detail::info_map& outputs)
-    : child(id, parents_end(inputs, STDIN_FILENO, false), parents_end(outputs, STDOUT_FILENO, true),
-            parents_end(outputs, STDERR_FILENO, true)),
-      inputs_(further_streams<postream>(inputs, false)),
-      outputs_(further_streams<pistream>(outputs, true)) {}
+    : child(id) {
+    for (auto& [descriptor, si] : inputs) {
+        if (si.kind_ == detail::stream_info::use_pipe) {
+            add_input(descriptor, parents_end(si, false));
+        }
+    }
+    for (auto& [descriptor, si] : outputs) {
+        if (si.kind_ == detail::stream_info::use_pipe) {
+            add_output(descriptor, parents_end(si, true));
+        }
+    }
+}
+
+void posix_child::add_input(int descriptor, detail::file_handle handle) {
+    if (descriptor == STDIN_FILENO) {
+        set_stdin(std::move(handle));
+    } else {
+        inputs_[descriptor] = boost::make_shared<postream>(std::move(handle));
+    }
+}
+
+void posix_child::add_output(int descriptor, detail::file_handle handle) {
+    if (descriptor == STDOUT_FILENO) {
+        set_stdout(std::move(handle));
+    } else if (descriptor == STDERR_FILENO) {
+        set_stderr(std::move(handle));
+    } else {
+        outputs_[descriptor] = boost::make_shared<pistream>(std::move(handle));
+    }
+}
 
 postream& posix_child::get_input(int descriptor) const {
-    if (descriptor == STDIN_FILENO) {
-        return get_stdin();
-    }
-    return stream_at(inputs_, descriptor);
+    return descriptor == STDIN_FILENO ? get_stdin() : stream_at(inputs_, descriptor);
 }
 
 pistream& posix_child::get_output(int descriptor) const {
-    switch (descriptor) {
-    case STDOUT_FILENO:
+    if (descriptor == STDOUT_FILENO) {
         return get_stdout();
-    case STDERR_FILENO:
-        return get_stderr();
-    default:
-        return stream_at(outputs_, descriptor);
     }
+    return descriptor == STDERR_FILENO ? get_stderr() : stream_at(outputs_, descriptor);
 }
 
-} // namespace process
-} // namespace boost
+} // namespace boost::process

@@ -5,8 +5,7 @@
 
 #include <map>
 
-namespace boost {
-namespace process {
+namespace boost::process {
 
 /// A child that may have streams on other descriptors than the three standard ones.
 class posix_child : public child {
@@ -19,9 +18,11 @@ public:
     pistream& get_output(int descriptor) const;
 
 private:
+    void add_input(int descriptor, detail::file_handle handle);
+    void add_output(int descriptor, detail::file_handle handle);
+
     std::map<int, boost::shared_ptr<postream>> inputs_;
     std::map<int, boost::shared_ptr<pistream>> outputs_;
 };
 
-} // namespace process
-} // namespace boost
+} // namespace boost::process

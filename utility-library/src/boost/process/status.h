@@ -1,7 +1,8 @@
 #pragma once
 
-namespace boost {
-namespace process {
+#include <sys/wait.h>
+
+namespace boost::process {
 
 /// How a child ended: the raw wait status.
 class status {
@@ -9,13 +10,12 @@ public:
     explicit status(int flags) : flags_(flags) {}
 
     /// Whether the child ended by itself, not by a signal.
-    bool exited() const;
-    /// The exit code (bits 8 to 15 of the status); meaningful only where it exited.
-    int exit_status() const;
+    bool exited() const { return WIFEXITED(flags_); }
+    /// The exit code (bits 8 to 15 of the status); meaningful only if it exited.
+    int exit_status() const { return WEXITSTATUS(flags_); }
 
 private:
     int flags_;
 };
 
-} // namespace process
-} // namespace boost
+} // namespace boost::process

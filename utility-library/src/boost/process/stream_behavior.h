@@ -1,7 +1,6 @@
 #pragma once
 
-namespace boost {
-namespace process {
+namespace boost::process {
 
 /// What the caller wants for one stream of the child.
 class stream_behavior {
@@ -32,5 +31,4 @@ private:
     int target_ = -1;
 };
 
-} // namespace process
-} // namespace boost
+} // namespace boost::process

@@ -1,17 +1,14 @@
 #pragma once
 
-namespace boost {
-namespace process {
-namespace detail {
+#include <boost/system/system_error.hpp>
 
-/// Throws boost::system::system_error with errno and the text of the step that failed.
-[[noreturn]] void throw_errno(const char* text);
+#include <cerrno>
 
-// The steps that can fail in the parent and in the child alike.
-extern const char* const REMAP_DUP_FAILED;
-extern const char* const REMAP_CLOSE_FAILED;
-extern const char* const DUP_FAILED;
+namespace boost::process::detail {
 
-} // namespace detail
-} // namespace process
-} // namespace boost
+/// Throws with errno and the text of the step that failed.
+[[noreturn]] inline void throw_errno(const char* text) {
+    throw boost::system::system_error(errno, boost::system::system_category(), text);
+}
+
+} // namespace boost::process::detail

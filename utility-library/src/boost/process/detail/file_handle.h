@@ -1,8 +1,8 @@
 #pragma once
 
-namespace boost {
-namespace process {
-namespace detail {
+#include <utility>
+
+namespace boost::process::detail {
 
 /// Owns one descriptor; -1 when empty. Movable; bound to one thread.
 class file_handle {
@@ -12,9 +12,8 @@ public:
     file_handle() noexcept = default;
     /// Takes over a valid descriptor.
     explicit file_handle(int handle);
-    file_handle(file_handle&& other) noexcept : handle_(other.handle_) {
-        other.handle_ = invalid_value();
-    }
+    file_handle(file_handle&& other) noexcept
+        : handle_(std::exchange(other.handle_, invalid_value())) {}
     file_handle& operator=(file_handle&& other) noexcept;
     ~file_handle();
 
@@ -29,20 +28,23 @@ public:
     /// Closes the descriptor; there must be one.
     void close();
 
-    /// Duplicates a descriptor onto a number. Throws system_error.
-    static void posix_dup(int source, int target);
-    /// Moves the owned descriptor onto a number, whatever was open there. Throws system_error.
-    void posix_remap(int target);
+    // Both give the text of the step that failed, with its errno, or null. They neither throw nor
+    // allocate: a forked child calls them.
+
+    /// Duplicates a descriptor onto a number.
+    static const char* posix_dup(int source, int target);
+    /// Moves the owned descriptor onto a number, whatever was open there.
+    const char* posix_remap(int target);
 
 private:
     int handle_ = invalid_value();
 };
 
-/// The two ends of a pipe.
-struct pipe {
-    /// Opens a pipe whose ends close at an execve and lie at `lowest` or above, out of the way of
-    /// the numbers that a child sets up. Throws system_error.
-    explicit pipe(int lowest);
+/// The two ends of a pipe, which both close at an execve.
+class pipe {
+public:
+    /// Throws system_error.
+    pipe();
 
     file_handle& rend() { return rend_; }
     file_handle& wend() { return wend_; }
@@ -52,6 +54,4 @@ private:
     file_handle wend_;
 };
 
-} // namespace detail
-} // namespace process
-} // namespace boost
+} // namespace boost::process::detail

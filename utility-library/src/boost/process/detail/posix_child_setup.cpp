@@ -1,23 +1,19 @@
 // This code runs in a forked child of a program with many threads. Only async-signal-safe calls may
-// be made here: no allocation, no locks, no stdio, no exceptions, no destructors. Another thread
-// may have held any lock at the moment of the fork, and that thread does not exist here.
+// be made here: no allocation, no locks, no stdio, no exceptions, no destructors of the parent's
+// objects. Another thread may have held any lock at the moment of the fork, and that thread does
+// not exist here. Containers that were filled before the fork may be read.
 #include "boost/process/detail/posix_child_setup.h"
 
-#include "boost/process/detail/errors.h"
-
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 
-namespace boost {
-namespace process {
-namespace detail {
+namespace boost::process::detail {
 
 namespace {
 
@@ -39,87 +35,77 @@ private:
     std::size_t length_ = 0;
 };
 
-[[noreturn]] void fail(const child_plan& plan, const char* text) noexcept {
-    const int error = errno;
+[[noreturn]] void fail(const child_plan& plan, const char* step, const char* path = "") noexcept {
+    const auto error = static_cast<std::size_t>(errno);
     ::signal(SIGPIPE, SIG_IGN); // a text that nobody reads must not change how the child ends
-    text_buffer buffer;
-    buffer.append(text);
-    buffer.append(error >= 0 && error < plan.reason_count ? plan.reasons[error]
-                                                          : ": Unknown error");
-    buffer.append("\n");
-    buffer.write_to(STDERR_FILENO);
+    text_buffer text;
+    text.append(step);
+    text.append(path);
+    text.append(error < plan.reasons.size() ? plan.reasons[error].c_str() : ": Unknown error");
+    text.append("\n");
+    text.write_to(STDERR_FILENO);
     ::_exit(1); // since this is a forked child: the parent's objects and buffers are not its own
 }
 
-void require_below_limit(const child_plan& plan, int d) noexcept {
-    if (d < plan.maxdescs) {
-        return;
-    }
-    text_buffer buffer;
-    buffer.append("boost::process: Assertion `d < maxdescs' failed.\n");
-    buffer.write_to(STDERR_FILENO);
-    std::abort();
-}
-
-void remap(const child_plan& plan, int source, int target) noexcept {
-    if (source == target) {
-        return;
-    }
-    if (::dup2(source, target) == -1) {
-        fail(plan, REMAP_DUP_FAILED);
-    }
-    if (::close(source) == -1) {
-        fail(plan, REMAP_CLOSE_FAILED);
+void require(const child_plan& plan, const char* failed_step) noexcept {
+    if (failed_step != nullptr) {
+        fail(plan, failed_step);
     }
 }
 
-void use_file(const child_plan& plan, const descriptor_step& step) noexcept {
-    const int file = ::open(step.path, step.open_flags);
+void check_limit(const child_plan& plan) noexcept {
+    for (const int d : plan.descriptors) {
+        if (d >= plan.maxdescs) {
+            text_buffer text;
+            text.append("boost::process: Assertion `d < maxdescs' failed.\n");
+            text.write_to(STDERR_FILENO);
+            std::abort();
+        }
+    }
+}
+
+void use_file(const child_plan& plan, const stream_info& si, int d, bool output) noexcept {
+    const int file = ::open(si.file_.c_str(), output ? O_WRONLY : O_RDONLY);
     if (file == -1) {
-        fail(plan, step.open_error);
+        fail(plan,
+             output ? "boost::process::detail::setup_output: open(2) of "
+                    : "boost::process::detail::setup_input: open(2) of ",
+             si.file_.c_str());
     }
-    remap(plan, file, step.descriptor);
+    file_handle handle(file);
+    require(plan, handle.posix_remap(d));
+    handle.release();
 }
 
-void set_up_descriptor(const child_plan& plan, const descriptor_step& step) noexcept {
-    require_below_limit(plan, step.descriptor);
-    switch (step.action) {
-    case descriptor_step::close:
-        ::close(step.descriptor);
-        break;
-    case descriptor_step::inherit:
-        ::fcntl(step.descriptor, F_SETFD, 0); // kept over the execve, too
-        break;
-    case descriptor_step::redirect:
-        if (::dup2(step.source, step.descriptor) == -1) {
-            fail(plan, DUP_FAILED);
-        }
-        break;
-    case descriptor_step::use_file:
-        use_file(plan, step);
-        break;
-    case descriptor_step::use_pipe:
-        remap(plan, step.source, step.descriptor);
-        ::close(step.other_end);
-        break;
-    }
-}
-
-bool is_kept(const child_plan& plan, int descriptor) noexcept {
-    for (std::size_t i = 0; i < plan.kept_count; ++i) {
-        if (plan.kept[i] == descriptor) {
-            return true;
+void set_up(const child_plan& plan, info_map& infos, bool output) noexcept {
+    for (auto& [d, si] : infos) {
+        switch (si.kind_) {
+        case stream_info::close:
+            ::close(d);
+            break;
+        case stream_info::inherit:
+            ::fcntl(d, F_SETFD, 0); // kept over the execve, too
+            break;
+        case stream_info::redirect:
+            require(plan, file_handle::posix_dup(si.target_, d));
+            break;
+        case stream_info::use_file:
+            use_file(plan, si, d, output);
+            break;
+        case stream_info::use_pipe:
+            require(plan, (output ? si.pipe_->wend() : si.pipe_->rend()).posix_remap(d));
+            (output ? si.pipe_->rend() : si.pipe_->wend()).close();
+            break;
         }
     }
-    return false;
 }
 
-/// One call for each gap between kept descriptors; false where the kernel has no such call.
+/// One call for each gap between set-up descriptors; false if the kernel has no such call.
 bool close_by_range(const child_plan& plan) noexcept {
 #ifdef SYS_close_range
     unsigned first = 0;
-    for (std::size_t i = 0; i < plan.kept_count; ++i) {
-        const auto kept = static_cast<unsigned>(plan.kept[i]);
+    for (const int d : plan.descriptors) {
+        const auto kept = static_cast<unsigned>(d);
         if (kept > first && ::syscall(SYS_close_range, first, kept - 1, 0U) == -1) {
             return false;
         }
@@ -132,15 +118,7 @@ bool close_by_range(const child_plan& plan) noexcept {
 #endif
 }
 
-/// The kernel's record of one folder entry.
-struct folder_record {
-    std::uint64_t inode;
-    std::int64_t offset;
-    unsigned short length;
-    unsigned char type;
-    char name[1];
-};
-
+/// -1 for a name that is no number.
 int descriptor_number(const char* name) noexcept {
     int number = 0;
     for (; *name >= '0' && *name <= '9'; ++name) {
@@ -149,47 +127,41 @@ int descriptor_number(const char* name) noexcept {
     return *name == '\0' ? number : -1;
 }
 
-/// Only the descriptors that are open; false where the folder of them cannot be read.
+/// Only the descriptors that are open; false if the folder of them cannot be read.
 bool close_by_folder(const child_plan& plan) noexcept {
     const int folder = ::open("/proc/self/fd", O_RDONLY | O_DIRECTORY);
     if (folder == -1) {
         return false;
     }
-    alignas(folder_record) char records[2048];
-    for (;;) {
-        const long length = ::syscall(SYS_getdents64, folder, records, sizeof records);
-        if (length <= 0) {
-            ::close(folder);
-            return length == 0;
-        }
+    alignas(dirent64) char entries[2048];
+    long length;
+    while ((length = ::syscall(SYS_getdents64, folder, entries, sizeof entries)) > 0) {
         for (long at = 0; at < length;) {
-            const char* const record = records + at;
-            const int descriptor = descriptor_number(record + offsetof(folder_record, name));
-            if (descriptor >= 0 && record[offsetof(folder_record, name)] != '\0' &&
-                descriptor != folder && !is_kept(plan, descriptor)) {
-                ::close(descriptor);
+            const auto* const entry = reinterpret_cast<const dirent64*>(entries + at);
+            const int d = descriptor_number(entry->d_name);
+            if (d != -1 && d != folder && plan.descriptors.count(d) == 0) {
+                ::close(d);
             }
-            unsigned short record_length;
-            std::memcpy(&record_length, record + offsetof(folder_record, length),
-                        sizeof record_length);
-            at += record_length;
+            at += entry->d_reclen;
         }
     }
+    ::close(folder);
+    return length == 0;
 }
 
 void close_others(const child_plan& plan) noexcept {
     if (close_by_range(plan) || close_by_folder(plan)) {
         return;
     }
-    for (int descriptor = 0; descriptor < plan.maxdescs; ++descriptor) {
-        if (!is_kept(plan, descriptor)) {
-            ::close(descriptor);
+    for (int d = 0; d < plan.maxdescs; ++d) {
+        if (plan.descriptors.count(d) == 0) {
+            ::close(d);
         }
     }
 }
 
 /// A macro, not a function: each text is put together by the compiler.
-#define POSIX_SETUP_STEP(plan, condition, call, name)                                              \
+#define POSIX_SETUP_STEP(condition, call, name)                                                    \
     do {                                                                                           \
         if ((condition) && (call) == -1) {                                                         \
             fail(plan, "boost::process::detail::posix_setup: " name "(2) failed");                 \
@@ -197,38 +169,36 @@ void close_others(const child_plan& plan) noexcept {
     } while (false)
 
 void set_up_process(const child_plan& plan) noexcept {
-    POSIX_SETUP_STEP(plan, *plan.chroot != '\0', ::chroot(plan.chroot), "chroot");
-    POSIX_SETUP_STEP(plan, plan.gid != ::getgid(), ::setgid(plan.gid), "setgid");
-    POSIX_SETUP_STEP(plan, plan.egid != ::getegid(), ::setegid(plan.egid), "setegid");
-    POSIX_SETUP_STEP(plan, plan.uid != ::getuid(), ::setuid(plan.uid), "setuid");
-    POSIX_SETUP_STEP(plan, plan.euid != ::geteuid(), ::seteuid(plan.euid), "seteuid");
-    POSIX_SETUP_STEP(plan, plan.new_session, ::setsid(), "setsid");
-    POSIX_SETUP_STEP(plan, true, ::chdir(plan.work_directory), "chdir");
+    const posix_context& ctx = plan.ctx;
+    POSIX_SETUP_STEP(!ctx.chroot.empty(), ::chroot(ctx.chroot.c_str()), "chroot");
+    POSIX_SETUP_STEP(ctx.gid != ::getgid(), ::setgid(ctx.gid), "setgid");
+    POSIX_SETUP_STEP(ctx.egid != ::getegid(), ::setegid(ctx.egid), "setegid");
+    POSIX_SETUP_STEP(ctx.uid != ::getuid(), ::setuid(ctx.uid), "setuid");
+    POSIX_SETUP_STEP(ctx.euid != ::geteuid(), ::seteuid(ctx.euid), "seteuid");
+    POSIX_SETUP_STEP(ctx.new_session, ::setsid(), "setsid");
+    POSIX_SETUP_STEP(true, ::chdir(ctx.work_directory.c_str()), "chdir");
 }
 
-void restore_signals(const child_plan& plan) noexcept {
-    struct sigaction defaults;
-    std::memset(&defaults, 0, sizeof defaults);
+void restore_signals(const sigset_t& callers_mask) noexcept {
+    struct sigaction defaults {};
     defaults.sa_handler = SIG_DFL;
     for (int signal = 1; signal < NSIG; ++signal) {
         ::sigaction(signal, &defaults, nullptr); // fails for those that cannot be handled
     }
-    ::sigprocmask(SIG_SETMASK, &plan.caller_mask, nullptr);
+    ::sigprocmask(SIG_SETMASK, &callers_mask, nullptr);
 }
 
 } // namespace
 
-void run_child(const child_plan& plan) noexcept {
-    for (std::size_t i = 0; i < plan.step_count; ++i) {
-        set_up_descriptor(plan, plan.steps[i]);
-    }
+void run_child(const child_plan& plan, const sigset_t& callers_mask) noexcept {
+    check_limit(plan); // before any descriptor is touched
+    set_up(plan, plan.inputs, false);
+    set_up(plan, plan.outputs, true);
     close_others(plan);
     set_up_process(plan);
-    restore_signals(plan);
-    ::execve(plan.executable, plan.argv, plan.envp);
+    restore_signals(callers_mask);
+    ::execve(plan.executable.c_str(), plan.argv, plan.envp);
     fail(plan, "boost::process::detail::posix_start: execve(2) failed");
 }
 
-} // namespace detail
-} // namespace process
-} // namespace boost
+} // namespace boost::process::detail

@@ -1,58 +1,34 @@
 #pragma once
 
+#include "boost/process/context.h"
+#include "boost/process/detail/stream_info.h"
+
 #include <signal.h>
-#include <sys/types.h>
 
-#include <cstddef>
+#include <set>
+#include <string>
 #include <type_traits>
+#include <vector>
 
-namespace boost {
-namespace process {
-namespace detail {
+namespace boost::process::detail {
 
-/// What the child does with one descriptor; all in plain memory, laid out before the fork.
-struct descriptor_step {
-    enum kind { close, inherit, redirect, use_file, use_pipe };
-
-    int descriptor;
-    kind action;
-    int source;             ///< of redirect: the target; of use_pipe: the child's end
-    int other_end;          ///< of use_pipe: the parent's end
-    const char* path;       ///< of use_file
-    int open_flags;         ///< of use_file
-    const char* open_error; ///< of use_file: the text, with the path
-};
-
-/// Everything that the child needs between fork and execve. Borrows all that it points to.
+/// Everything that the child needs between fork and execve, laid out before the fork and borrowed.
 struct child_plan {
-    const char* executable;
+    const std::string& executable;
     char* const* argv;
     char* const* envp;
-    const descriptor_step* steps; ///< inputs, then outputs, each by number
-    std::size_t step_count;
-    const int* kept; ///< descriptors that stay open, ascending, each once
-    std::size_t kept_count;
-    int maxdescs; ///< descriptors lie below it
-    const char* chroot;
-    const char* work_directory;
-    uid_t uid;
-    uid_t euid;
-    gid_t gid;
-    gid_t egid;
-    bool new_session;
-    sigset_t caller_mask;
-    const char* const* reasons; ///< what the error class appends to a text, for each errno
-    int reason_count;
+    info_map& inputs; ///< the child moves its ends of the pipes, in its copy of the memory
+    info_map& outputs;
+    const std::set<int>& descriptors; ///< the keys of both
+    long maxdescs;                    ///< all descriptors lie below it
+    const posix_context& ctx;
+    const std::vector<std::string>& reasons; ///< what the error class appends, for each errno
 };
 
-static_assert(std::is_trivially_destructible<child_plan>::value &&
-                  std::is_trivially_destructible<descriptor_step>::value,
-              "the child runs no destructor");
+static_assert(std::is_trivially_destructible_v<child_plan>, "the child runs no destructor of it");
 
 /// Body of the forked child: becomes the program, or writes the reason to descriptor 2 and ends
-/// with code 1. All signals must be blocked.
-[[noreturn]] void run_child(const child_plan& plan) noexcept;
+/// with code 1. All signals must be blocked; the program gets the caller's mask.
+[[noreturn]] void run_child(const child_plan& plan, const sigset_t& callers_mask) noexcept;
 
-} // namespace detail
-} // namespace process
-} // namespace boost
+} // namespace boost::process::detail

@@ -3,160 +3,96 @@
 #include "boost/process/detail/errors.h"
 #include "boost/process/detail/posix_child_setup.h"
 
-#include <boost/system/system_error.hpp>
+#include <boost/function.hpp>
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cassert>
 #include <cerrno>
-#include <limits>
+#include <set>
 
-namespace boost {
-namespace process {
-namespace detail {
+namespace boost::process::detail {
 
 namespace {
 
-/// Strings as a null-terminated vector of pointers; the strings stay with their owner.
-class pointer_vector {
-public:
-    explicit pointer_vector(const std::vector<std::string>& texts) {
-        for (const std::string& text : texts) {
-            pointers_.push_back(const_cast<char*>(text.c_str())); // as execve declares it
-        }
-        pointers_.push_back(nullptr);
+/// The strings as execve takes them; they stay with their owner.
+std::vector<char*> null_terminated(const std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (const std::string& text : texts) {
+        pointers.push_back(const_cast<char*>(text.c_str()));
     }
-    char* const* get() const { return pointers_.data(); }
-
-private:
-    std::vector<char*> pointers_;
-};
+    pointers.push_back(nullptr);
+    return pointers;
+}
 
 std::vector<std::string> environment_block(const environment& variables) {
     std::vector<std::string> block;
-    for (const auto& variable : variables) {
-        block.push_back(variable.first + "=" + variable.second);
+    for (const auto& [name, value] : variables) {
+        block.push_back(name + "=" + value);
     }
     return block;
 }
 
-/// What the error class appends to a text for every errno, in plain memory, made at the first
-/// launch.
-const std::vector<const char*>& reasons() {
-    constexpr int ERRNO_COUNT = 134; // EHWPOISON, the kernel's last, is 133
+/// What the error class appends to a text for every errno, made at the first launch: a child could
+/// not ask for it.
+const std::vector<std::string>& reasons() {
     static const std::vector<std::string> texts = [] {
+        constexpr int ERRNO_COUNT = 134; // EHWPOISON, the kernel's last, is 133
         std::vector<std::string> all;
-        all.reserve(ERRNO_COUNT);
         for (int number = 0; number < ERRNO_COUNT; ++number) {
-            const boost::system::error_code code(number, boost::system::system_category());
-            const std::string text = "text";
-            all.push_back(boost::system::system_error(code, text).what() + text.size());
+            const boost::system::system_error error(number, boost::system::system_category(), "_");
+            all.emplace_back(error.what() + 1);
         }
         return all;
     }();
-    static const std::vector<const char*> pointers = [] {
-        std::vector<const char*> all;
-        all.reserve(texts.size());
-        for (const std::string& text : texts) {
-            all.push_back(text.c_str());
-        }
-        return all;
-    }();
-    return pointers;
+    return texts;
 }
 
-/// The steps of the child's descriptors, with the texts that they may need.
-class step_list {
-public:
-    step_list(info_map& inputs, info_map& outputs) {
-        errors_.reserve(inputs.size() + outputs.size()); // pointers into it must stay
-        add(inputs, false);
-        add(outputs, true);
-        std::sort(kept_.begin(), kept_.end());
-        kept_.erase(std::unique(kept_.begin(), kept_.end()), kept_.end());
-    }
-
-    void describe(child_plan& plan) const {
-        plan.steps = steps_.data();
-        plan.step_count = steps_.size();
-        plan.kept = kept_.data();
-        plan.kept_count = kept_.size();
-    }
-
-private:
-    void add(info_map& infos, bool output) {
-        for (auto& info : infos) {
-            steps_.push_back(step(info.first, info.second, output));
-            kept_.push_back(info.first);
+/// Moves an end of a pipe to a number that the child does not set up.
+void move_off(file_handle& end, const std::set<int>& descriptors) {
+    while (descriptors.count(end.get()) != 0) {
+        const int next = ::fcntl(end.get(), F_DUPFD_CLOEXEC, end.get() + 1);
+        if (next == -1) {
+            throw_errno("boost::process::detail::posix_start: fcntl(2) failed");
         }
+        end = file_handle(next);
     }
-
-    descriptor_step step(int descriptor, stream_info& si, bool output) {
-        descriptor_step result{descriptor, descriptor_step::close, -1, -1, nullptr, 0, nullptr};
-        switch (si.kind_) {
-        case stream_info::close:
-            break;
-        case stream_info::inherit:
-            result.action = descriptor_step::inherit;
-            break;
-        case stream_info::redirect:
-            result.action = descriptor_step::redirect;
-            result.source = si.target_;
-            break;
-        case stream_info::use_file:
-            errors_.push_back(std::string("boost::process::detail::setup_") +
-                              (output ? "output" : "input") + ": open(2) of " + si.file_);
-            result.action = descriptor_step::use_file;
-            result.path = si.file_.c_str();
-            result.open_flags = output ? O_WRONLY : O_RDONLY;
-            result.open_error = errors_.back().c_str();
-            break;
-        case stream_info::use_pipe:
-            result.action = descriptor_step::use_pipe;
-            result.source = (output ? si.pipe_->wend() : si.pipe_->rend()).get();
-            result.other_end = (output ? si.pipe_->rend() : si.pipe_->wend()).get();
-            break;
-        }
-        return result;
-    }
-
-    std::vector<descriptor_step> steps_;
-    std::vector<int> kept_;
-    std::vector<std::string> errors_;
-};
-
-int descriptor_limit() {
-    const long limit = ::sysconf(_SC_OPEN_MAX);
-    if (limit == -1) {
-        return 1024;
-    }
-    return static_cast<int>(std::min<long>(limit, std::numeric_limits<int>::max()));
 }
 
-void describe_process(child_plan& plan, const posix_context& ctx) {
-    plan.chroot = ctx.chroot.c_str();
-    plan.work_directory = ctx.work_directory.c_str();
-    plan.uid = ctx.uid;
-    plan.euid = ctx.euid;
-    plan.gid = ctx.gid;
-    plan.egid = ctx.egid;
-    plan.new_session = ctx.new_session;
+/// The descriptors that the child sets up, with all pipes moved off them.
+std::set<int> reserve_descriptors(info_map& inputs, info_map& outputs) {
+    std::set<int> descriptors;
+    for (const info_map* infos : {&inputs, &outputs}) {
+        for (const auto& info : *infos) {
+            descriptors.insert(info.first);
+        }
+    }
+    for (info_map* infos : {&inputs, &outputs}) {
+        for (auto& info : *infos) {
+            if (info.second.kind_ == stream_info::use_pipe) {
+                move_off(info.second.pipe_->rend(), descriptors);
+                move_off(info.second.pipe_->wend(), descriptors);
+            }
+        }
+    }
+    return descriptors;
 }
 
 /// Forks with all signals blocked, so that no handler of the parent's ever runs in the child.
-pid_t fork_child(child_plan& plan) {
+pid_t fork_child(const boost::function<void(const sigset_t& callers_mask)>& run) {
     sigset_t all;
+    sigset_t callers_mask;
     sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &plan.caller_mask);
+    pthread_sigmask(SIG_SETMASK, &all, &callers_mask);
     const pid_t pid = ::fork();
     if (pid == 0) {
-        run_child(plan);
+        run(callers_mask);
     }
     const int error = errno;
-    pthread_sigmask(SIG_SETMASK, &plan.caller_mask, nullptr);
+    pthread_sigmask(SIG_SETMASK, &callers_mask, nullptr);
     errno = error;
     return pid;
 }
@@ -167,22 +103,22 @@ pid_t posix_start(const std::string& executable, const std::vector<std::string>&
                   const posix_context& ctx, info_map& inputs, info_map& outputs) {
     const std::size_t nargs = args.size();
     assert(nargs > 0);
-    const pointer_vector argv(args);
+    const std::vector<char*> argv = null_terminated(args);
     const std::vector<std::string> block = environment_block(ctx.environment);
-    const pointer_vector envp(block);
-    const step_list steps(inputs, outputs);
+    const std::vector<char*> envp = null_terminated(block);
+    const std::set<int> descriptors = reserve_descriptors(inputs, outputs);
+    const long limit = ::sysconf(_SC_OPEN_MAX);
 
-    child_plan plan{};
-    plan.executable = executable.c_str();
-    plan.argv = argv.get();
-    plan.envp = envp.get();
-    plan.maxdescs = descriptor_limit();
-    plan.reasons = reasons().data();
-    plan.reason_count = static_cast<int>(reasons().size());
-    steps.describe(plan);
-    describe_process(plan, ctx);
-
-    const pid_t pid = fork_child(plan);
+    const child_plan plan{executable,
+                          argv.data(),
+                          envp.data(),
+                          inputs,
+                          outputs,
+                          descriptors,
+                          limit == -1 ? 1024 : limit,
+                          ctx,
+                          reasons()};
+    const pid_t pid = fork_child([&plan](const sigset_t& mask) { run_child(plan, mask); });
     if (pid == -1) {
         throw_errno("boost::process::detail::posix_start: fork(2) failed");
     }
@@ -190,6 +126,4 @@ pid_t posix_start(const std::string& executable, const std::vector<std::string>&
     return pid;
 }
 
-} // namespace detail
-} // namespace process
-} // namespace boost
+} // namespace boost::process::detail

@@ -2,15 +2,13 @@
 
 #include <cassert>
 
-namespace boost {
-namespace process {
-namespace detail {
+namespace boost::process::detail {
 
-stream_info::stream_info(const stream_behavior& behavior, bool output, int lowest) {
+stream_info::stream_info(const stream_behavior& behavior, bool output) {
     switch (behavior.kind()) {
     case stream_behavior::capture:
         kind_ = use_pipe;
-        pipe_.emplace(lowest);
+        pipe_.emplace();
         break;
     case stream_behavior::close:
         kind_ = close;
@@ -35,14 +33,12 @@ stream_info::stream_info(const stream_behavior& behavior, bool output, int lowes
     }
 }
 
-info_map make_infos(const std::map<int, stream_behavior>& behaviors, bool output, int lowest) {
+info_map make_infos(const std::map<int, stream_behavior>& behaviors, bool output) {
     info_map infos;
-    for (const auto& behavior : behaviors) {
-        infos.emplace(behavior.first, stream_info(behavior.second, output, lowest));
+    for (const auto& [descriptor, behavior] : behaviors) {
+        infos.emplace(descriptor, stream_info(behavior, output));
     }
     return infos;
 }
 
-} // namespace detail
-} // namespace process
-} // namespace boost
+} // namespace boost::process::detail

@@ -8,16 +8,14 @@
 #include <map>
 #include <string>
 
-namespace boost {
-namespace process {
-namespace detail {
+namespace boost::process::detail {
 
 /// What the child does with one descriptor, made from a stream_behavior.
 struct stream_info {
     enum kind { close, inherit, redirect, use_file, use_pipe };
 
-    /// Opens the pipe of a captured stream, its ends at `lowest` or above. Throws system_error.
-    stream_info(const stream_behavior& behavior, bool output, int lowest);
+    /// Opens the pipe of a captured stream. Throws system_error.
+    stream_info(const stream_behavior& behavior, bool output);
 
     kind kind_ = close;
     int target_ = -1;            ///< of a redirect
@@ -29,8 +27,6 @@ struct stream_info {
 using info_map = std::map<int, stream_info>;
 
 /// The infos of the behaviours, pipes opened. Throws system_error.
-info_map make_infos(const std::map<int, stream_behavior>& behaviors, bool output, int lowest);
+info_map make_infos(const std::map<int, stream_behavior>& behaviors, bool output);
 
-} // namespace detail
-} // namespace process
-} // namespace boost
+} // namespace boost::process::detail

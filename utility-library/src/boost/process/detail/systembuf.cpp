@@ -5,9 +5,7 @@
 #include <cassert>
 #include <cerrno>
 
-namespace boost {
-namespace process {
-namespace detail {
+namespace boost::process::detail {
 
 systembuf::systembuf(int handle, std::size_t bufsize) : handle_(handle), bufsize_(bufsize) {
     assert(handle_ >= 0);
@@ -55,6 +53,4 @@ int systembuf::sync() {
     return 0;
 }
 
-} // namespace detail
-} // namespace process
-} // namespace boost
+} // namespace boost::process::detail

@@ -6,9 +6,7 @@
 #include <cstddef>
 #include <streambuf>
 
-namespace boost {
-namespace process {
-namespace detail {
+namespace boost::process::detail {
 
 /// A stream buffer over one descriptor, which it borrows. Bound to one thread.
 class systembuf : public std::streambuf, boost::noncopyable {
@@ -33,6 +31,4 @@ private:
     boost::scoped_array<char> write_buffer_;
 };
 
-} // namespace detail
-} // namespace process
-} // namespace boost
+} // namespace boost::process::detail
