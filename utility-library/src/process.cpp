@@ -16,10 +16,23 @@ namespace process = boost::process;
 
 namespace {
 
+/// A longer line is logged in pieces of this size: a child that writes no newline costs no more.
+constexpr std::size_t LONGEST_LINE = 1 << 20;
+
 /// Logs what the child writes to one stream, line by line, until its end.
 void logLines(std::istream& stream, const std::string& prefix) {
     std::string line;
-    while (std::getline(stream, line)) {
+    for (char character; stream.get(character);) {
+        const bool ended = character == '\n';
+        if (ended || line.size() == LONGEST_LINE) {
+            TRACE(Trace::LEVEL_DEBUG, prefix + line);
+            line.clear();
+        }
+        if (!ended) {
+            line += character;
+        }
+    }
+    if (!line.empty()) {
         TRACE(Trace::LEVEL_DEBUG, prefix + line);
     }
 }

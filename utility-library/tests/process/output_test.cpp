@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <thread>
@@ -13,6 +14,13 @@ using testing::Contains;
 using testing::ElementsAre;
 
 namespace {
+
+/// The most memory that the process has had at once so far, in bytes.
+long peakMemory() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss * 1024;
+}
 
 class TheOutput : public RunnerTest {
 protected:
@@ -72,6 +80,24 @@ TEST_F(TheOutput, MayHaveLinesOfAMegabyte) {
     EXPECT_THAT(stream(program, "stdout"),
                 ElementsAre(std::string(1 << 20, '1'), std::string(1 << 20, '2'),
                             std::string(1 << 20, '3')));
+}
+
+TEST_F(TheOutput, ComesInPiecesOfAMegabyteWithoutNewlines) {
+    const std::string program =
+        script("head -c 2097152 /dev/zero; echo; head -c 2097155 /dev/zero; echo; echo end");
+    EXPECT_EQ(run({program}), 0);
+    const std::string piece(1 << 20, '\0');
+    EXPECT_THAT(stream(program, "stdout"),
+                ElementsAre(piece, piece, piece, piece, std::string(3, '\0'), "end"));
+}
+
+TEST_F(TheOutput, CostsBoundedMemoryHoweverMuchComesWithoutANewline) {
+    isolated([&] {
+        const std::string program = script("head -c 67108864 /dev/zero");
+        const long before = peakMemory();
+        EXPECT_EQ(run({program}), 0);
+        EXPECT_LT(peakMemory() - before, 16 << 20);
+    });
 }
 
 TEST_F(TheOutput, IsCompleteAndInOrder) {
