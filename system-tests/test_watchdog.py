@@ -393,6 +393,16 @@ def test_the_end_waits_for_a_reboot_program_that_still_runs(desk):
     assert splash.trace()[-1].text != " destroy dispatcher", "the child ended after that"
 
 
+def test_a_reboot_program_that_has_begun_outlives_a_splash_that_is_killed(desk):
+    mark = desk.path("/mark")
+    splash = start(desk, f"wait; echo out; echo err >&2; echo done > '{mark}'", soft=0, hard=NEVER)
+    splash.wait_for_trace("command started")
+    splash.process.kill()
+    assert splash.wait() == -signal.SIGKILL
+    release(desk, VRX)
+    wait_until(mark.exists, "the end of the reboot program")
+
+
 def test_a_child_that_ended_before_the_end_has_been_reported(desk):
     splash = start(desk, "exit 0", soft=0, hard=NEVER)
     splash.wait_for_trace("VRX reboot started")

@@ -171,6 +171,26 @@ TEST(AChild, ReadsZerosFromASilencedInput) {
     EXPECT_EQ(folder.report().one("peek"), "00000000");
 }
 
+TEST(AChild, OutlivesTheReaderOfWhatItWrites) {
+    const ScratchFolder folder;
+    pid_t pid = 0;
+    {
+        process::basic_context context;
+        context.stdin_behavior = stream_behavior::capture;
+        context.stdout_behavior = stream_behavior::capture;
+        context.stderr_behavior = stream_behavior::capture;
+        // It begins to write at the end of its input: when all its pipes are closed.
+        const process::posix_child child = process::launch(
+            "/bin/sh",
+            {"sh", "-c",
+             "read line; echo out; echo err >&2; echo done > " + folder.file("mark") + "; exit 3"},
+            context);
+        pid = child.id();
+    }
+    EXPECT_EQ(process::child(pid).wait().exit_status(), 3);
+    EXPECT_EQ(contentsOf(folder.file("mark")), "done\n");
+}
+
 TEST(AChild, PassesAMegabyteThroughBothPipes) {
     const std::string text(1 << 20, 'x');
     process::basic_context context;

@@ -37,7 +37,6 @@ private:
 
 [[noreturn]] void fail(const child_plan& plan, const char* step, const char* path = "") noexcept {
     const auto error = static_cast<std::size_t>(errno);
-    ::signal(SIGPIPE, SIG_IGN); // a text that nobody reads must not change how the child ends
     text_buffer text;
     text.append(step);
     text.append(path);
@@ -179,24 +178,24 @@ void set_up_process(const child_plan& plan) noexcept {
     POSIX_SETUP_STEP(true, ::chdir(ctx.work_directory.c_str()), "chdir");
 }
 
-void restore_signals(const sigset_t& callers_mask) noexcept {
-    struct sigaction defaults {};
-    defaults.sa_handler = SIG_DFL;
-    for (int signal = 1; signal < NSIG; ++signal) {
-        ::sigaction(signal, &defaults, nullptr); // fails for those that cannot be handled
+/// All handlers at their defaults but one: what the child writes, now and as its program, must not
+/// end it when the parent is gone, and with it the reader.
+void reset_handlers() noexcept {
+    for (int number = 1; number < NSIG; ++number) {
+        ::signal(number, number == SIGPIPE ? SIG_IGN : SIG_DFL); // fails for SIGKILL and SIGSTOP
     }
-    ::sigprocmask(SIG_SETMASK, &callers_mask, nullptr);
 }
 
 } // namespace
 
 void run_child(const child_plan& plan, const sigset_t& callers_mask) noexcept {
+    reset_handlers();
     check_limit(plan); // before any descriptor is touched
     set_up(plan, plan.inputs, false);
     set_up(plan, plan.outputs, true);
     close_others(plan);
     set_up_process(plan);
-    restore_signals(callers_mask);
+    ::sigprocmask(SIG_SETMASK, &callers_mask, nullptr);
     ::execve(plan.executable.c_str(), plan.argv, plan.envp);
     fail(plan, "boost::process::detail::posix_start: execve(2) failed");
 }
