@@ -171,7 +171,7 @@ FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig strace -e trace=openat fc-matc
     assert done.returncode == 0, done.stderr
     assert root.answer("enabled") == "enabled\n"
     assert root.answer("quit") == "disabled\n"
-    assert root.answer("font") == "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"
+    assert root.answer("font") == "/usr/share/fonts/truetype/liberation/LiberationSansNarrow-Regular.ttf"
     if root.architecture == "amd64":  # nothing is traced under emulation
         assert int(root.answer("cache")) >= 4
 
