@@ -72,6 +72,7 @@ package_program(server sbin bootlume)
 package_program(server bin bootlumectl)
 package_program(tools bin bootlume-preview)
 package_program(tools ${CMAKE_INSTALL_LIBDIR}/bootlume virtual-device)
+package_program(tools ${CMAKE_INSTALL_LIBDIR}/bootlume cairo-recorder)
 
 function(package_existing component destination)
   foreach(path ${ARGN})
@@ -141,7 +142,7 @@ endif()
 
 set(CPACK_DEBIAN_SERVER_PACKAGE_NAME bootlume)
 set(CPACK_DEBIAN_SERVER_PACKAGE_SECTION admin)
-set(CPACK_DEBIAN_SERVER_PACKAGE_RECOMMENDS "fonts-dejavu-core, fonts-droid-fallback")
+set(CPACK_DEBIAN_SERVER_PACKAGE_RECOMMENDS "fonts-liberation, fonts-dejavu-core, fonts-droid-fallback")
 set(CPACK_DEBIAN_SERVER_PACKAGE_SUGGESTS "bootlume-tools")
 set(CPACK_COMPONENT_SERVER_DESCRIPTION "boot splash for a portrait V4L2 output overlay
 The splash draws a title, lines of text and a turning ring on the overlay of a

@@ -6,6 +6,7 @@ page; a family that is installed by its own name is put beside them where a test
 """
 
 import json
+import os
 import shutil
 import struct
 import subprocess

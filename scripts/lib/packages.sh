@@ -52,17 +52,18 @@ quietly() {
 # What a build of the program and its tests needs.
 # shellcheck disable=SC2034 # used by the scripts that source this file
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcairo2-dev libboost-dev libgtest-dev
-                libgmock-dev libbenchmark-dev fontconfig fonts-dejavu-core fonts-droid-fallback)
+                libgmock-dev libbenchmark-dev fontconfig fonts-dejavu-core fonts-droid-fallback
+                fonts-liberation)
 
 # What the tests need besides.
 # shellcheck disable=SC2034
 TEST_PACKAGES=(python3 python3-pytest python3-pytest-xdist python3-cairo python3-pil python3-numpy valgrind strace
-               xvfb xdotool tmux)
+               xvfb xdotool tmux fonts-freefont-ttf)
 
 # What the preview and the client need.
 # shellcheck disable=SC2034
 TOOLS_PACKAGES=(libsdl2-dev libchafa-dev libwebp-dev nlohmann-json3-dev libcli11-dev
-                libfontconfig-dev)
+                libfontconfig-dev libicu-dev)
 
 # What the packages and their manuals need.
 # shellcheck disable=SC2034

@@ -4,16 +4,23 @@
 
 #include "catalogue.h"
 #include "measure.h"
+#include "picture.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace preview {
 
+class Splash;
+
+enum class Severity { WARNING, ERROR };
+
 struct Finding {
-    std::string kind;       ///< "right", "ring", "bottom", "glyph", "command" or "row"
-    int line = -1;          ///< line of the body from 1, 0 for the title, -1 for the whole page
+    Severity severity;
+    std::string kind;       ///< a word for programs; the manual lists them
+    int line;               ///< line of the body from 1, 0 for the title, -1 for the whole page
     std::string what;       ///< a sentence for people
     std::optional<Box> box; ///< where on the page
 };
@@ -21,9 +28,14 @@ struct Finding {
 struct CheckedPage {
     Page page;
     std::vector<Finding> findings;
-    bool drawable; ///< the program can be started with these texts
+    std::vector<MeasuredText> texts; ///< the title first, then the lines; empty without a picture
+    std::optional<Picture> picture;  ///< nothing where the program cannot be started with the texts
 };
 
-std::vector<CheckedPage> check(const std::vector<Page>& pages);
+/// Lets the program draw each page, and looks at what it drew. Throws what the splash throws.
+std::vector<CheckedPage> check(Splash& splash, const std::vector<Page>& pages);
+
+std::size_t countFindings(const CheckedPage& page, Severity severity);
+std::size_t countFindings(const std::vector<CheckedPage>& pages, Severity severity);
 
 } // namespace preview

@@ -55,7 +55,12 @@ std::string rulesFor(const std::string& file, const char* family, const std::str
            name + "</string></edit></match>\n";
 }
 
-std::string systemConfiguration() {
+/// The configuration file that is in use.
+std::string currentConfiguration() {
+    const char* const root = std::getenv("FONTCONFIG_SYSROOT");
+    if (root != nullptr) {
+        return std::string(root) + "/etc/fonts/fonts.conf";
+    }
     FcChar8* const name = FcConfigFilename(nullptr);
     std::string path = name != nullptr ? reinterpret_cast<const char*>(name) : "";
     FcStrFree(name);
@@ -86,6 +91,7 @@ void useFonts(const std::string& latinFile, const std::string& chineseFile,
               const std::string& root) {
     if (latinFile.empty() && chineseFile.empty())
         return;
+    const std::string base = currentConfiguration();
     unsetenv("FONTCONFIG_SYSROOT"); // the file below would be looked for in it
     const std::string file = root + "/fonts.conf";
     const std::string rules = rulesFor(latinFile, LATIN_FAMILY, root + "/fonts/latin") +
@@ -93,8 +99,8 @@ void useFonts(const std::string& latinFile, const std::string& chineseFile,
     // The cache of the folder comes first, so that nothing is left in the user's.
     std::ofstream(file) << "<?xml version=\"1.0\"?>\n<fontconfig>\n<cachedir>"
                         << escaped(root + "/cache")
-                        << "</cachedir>\n<include ignore_missing=\"yes\">"
-                        << escaped(systemConfiguration()) << "</include>\n"
+                        << "</cachedir>\n<include ignore_missing=\"yes\">" << escaped(base)
+                        << "</include>\n"
                         << rules << "</fontconfig>\n";
     setenv("FONTCONFIG_FILE", file.c_str(), 1);
     FcInitReinitialize();

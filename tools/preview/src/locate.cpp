@@ -12,23 +12,38 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string find(const char* what, const char* option, const char* variable,
-                 const std::string& given, const std::vector<fs::path>& places, int access) {
-    std::vector<fs::path> candidates = places;
-    const char* const environment = std::getenv(variable);
-    if (!given.empty())
-        candidates = {given};
-    else if (environment != nullptr && *environment != '\0')
-        candidates = {environment};
+/// The first of the places where the file is.
+std::string find(const std::string& what, const std::vector<fs::path>& places, int access) {
     std::string looked;
-    for (const fs::path& candidate : candidates) {
+    for (const fs::path& candidate : places) {
         std::error_code error;
-        if (fs::is_regular_file(candidate, error) && ::access(candidate.c_str(), access) == 0)
+        if (fs::is_regular_file(candidate, error) && ::access(candidate.c_str(), access) == 0) {
             return fs::canonical(candidate).string();
+        }
         looked += "\n  " + candidate.lexically_normal().string();
     }
-    throw std::runtime_error("cannot find " + std::string(what) + " (say where with " + option +
-                             " or " + variable + "); looked at" + looked);
+    throw std::runtime_error("cannot find " + what + "; looked at" + looked);
+}
+
+/// What the person or the environment names, in place of where it lies as a rule.
+std::vector<fs::path> placesOr(const std::vector<fs::path>& places, const std::string& given,
+                               const char* variable) {
+    const char* const environment = std::getenv(variable);
+    if (!given.empty()) {
+        return {given};
+    }
+    if (environment != nullptr && *environment != '\0') {
+        return {environment};
+    }
+    return places;
+}
+
+/// A list of libraries to preload is separated by blanks and colons, and has no way to quote them.
+void requirePreloadable(const std::string& path) {
+    if (path.find_first_of(" :") != std::string::npos) {
+        throw std::runtime_error(path + ": a library in a path with a blank or a colon cannot be "
+                                        "preloaded; install it in another folder");
+    }
 }
 
 } // namespace
@@ -38,12 +53,27 @@ Installation locate(const std::string& bootlume, const std::string& virtualDevic
     const fs::path here = fs::read_symlink("/proc/self/exe", error).parent_path();
     const fs::path prefix = here.parent_path();
     const char* const library = "libvirtual-device.so";
-    return {find("bootlume", "--bootlume", "BOOTLUME_PROGRAM", bootlume,
-                 {here / "bootlume", prefix / "sbin/bootlume", "/usr/sbin/bootlume"}, X_OK),
-            find(library, "--virtual-device", "BOOTLUME_VIRTUAL_DEVICE", virtualDevice,
-                 {prefix / "lib" / library, prefix / INSTALL_LIBDIR / "bootlume" / library,
-                  prefix / "lib/bootlume" / library, prefix / INSTALL_LIBDIR / library},
-                 R_OK)};
+    Installation found;
+    found.bootlume =
+        find("bootlume (say where with --bootlume or BOOTLUME_PROGRAM)",
+             placesOr({here / "bootlume", prefix / "sbin/bootlume", "/usr/sbin/bootlume"}, bootlume,
+                      "BOOTLUME_PROGRAM"),
+             X_OK);
+    found.virtualDevice =
+        find(std::string(library) + " (say where with --virtual-device or BOOTLUME_VIRTUAL_DEVICE)",
+             placesOr({prefix / "lib" / library, prefix / INSTALL_LIBDIR / "bootlume" / library,
+                       prefix / "lib/bootlume" / library, prefix / INSTALL_LIBDIR / library},
+                      virtualDevice, "BOOTLUME_VIRTUAL_DEVICE"),
+             R_OK);
+    const char* const recorder = "libcairo-recorder.so";
+    found.recorder =
+        find(recorder,
+             {fs::path(found.virtualDevice).parent_path() / recorder, prefix / "lib" / recorder,
+              prefix / INSTALL_LIBDIR / "bootlume" / recorder},
+             R_OK);
+    requirePreloadable(found.virtualDevice);
+    requirePreloadable(found.recorder);
+    return found;
 }
 
 } // namespace preview

@@ -8,11 +8,13 @@ namespace preview {
 struct Installation {
     std::string bootlume;
     std::string virtualDevice;
+    std::string recorder; ///< library that records drawing calls
 };
 
 /// Takes what is given; looks for the rest in the environment (BOOTLUME_PROGRAM,
 /// BOOTLUME_VIRTUAL_DEVICE), next to this program as in a build folder, and where both are
-/// installed. Throws std::runtime_error that names what is missing and where it was looked for.
+/// installed. The recorder lies beside the virtual device. Throws std::runtime_error that names
+/// what is missing and where it was looked for.
 Installation locate(const std::string& bootlume, const std::string& virtualDevice);
 
 } // namespace preview

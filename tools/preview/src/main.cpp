@@ -38,28 +38,17 @@ int writePictures(Splash& splash, const Options& options) {
     return EXIT_DONE;
 }
 
-std::optional<Picture> draw(Splash& splash, const CheckedPage& checked) {
-    if (!checked.drawable)
-        return {};
-    if (splash.isChinese() != isChinese(checked.page))
-        splash.setChinese(isChinese(checked.page));
-    splash.start(Texts{checked.page.title, checked.page.lines});
-    return splash.frame(0);
-}
-
 int checkCatalogue(Splash& splash, const Options& options) {
-    const std::vector<CheckedPage> pages = check(readCatalogue(options.check));
-    if (!options.sheet.empty()) {
-        std::vector<std::optional<Picture>> pictures;
-        for (const CheckedPage& page : pages)
-            pictures.push_back(draw(splash, page));
-        writeSheet(pages, pictures, options.sheet);
-    }
-    if (options.json)
+    const std::vector<CheckedPage> pages = check(splash, readCatalogue(options.check));
+    if (options.json) {
         writeJson(std::cout, options.check, pages);
-    else
+    } else {
         writeTable(std::cout, options.check, pages);
-    return countFindings(pages) == 0 ? EXIT_DONE : EXIT_FINDINGS;
+    }
+    if (!options.sheet.empty()) {
+        writeSheet(pages, options.sheet);
+    }
+    return countFindings(pages, Severity::ERROR) == 0 ? EXIT_DONE : EXIT_FINDINGS;
 }
 
 /// Where the page can be shown nowhere, a picture of it is what a person can have.

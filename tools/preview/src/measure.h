@@ -1,7 +1,10 @@
 /// \file
-/// Where the texts of a page come to lie, by the page's own layout and fonts.
+/// Where the texts of a page have come to lie.
 #pragma once
 
+#include "page_record.h"
+
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,14 +21,18 @@ struct Box {
 
 /// One text as it is drawn.
 struct MeasuredText {
-    Box ink;                          ///< what is drawn, also where that lies outside the page
-    bool touchesRing;                 ///< some of it lies on the ring or within it
-    std::vector<std::string> missing; ///< characters drawn as a box for want of a glyph
-    std::string font;                 ///< the family asked for in which they are missing
+    std::string text;
+    Box ink;                           ///< what is drawn, also where that lies outside the page
+    int left = 0;                      ///< pixels from its end to the divider's; may be negative
+    std::optional<int> gap;            ///< between its two runs; negative where they overlap
+    Box joint;                         ///< where the two runs meet
+    bool touchesRing = false;          ///< some of it lies on the ring or within it
+    std::vector<std::string> missing;  ///< characters drawn as a box for want of a glyph
+    std::string font;                  ///< the family asked for in which they are missing
+    std::vector<std::string> unhidden; ///< characters that should not show, and do
 };
 
-/// The title first, then the lines. The text must be UTF-8.
-std::vector<MeasuredText> measurePage(const std::string& title,
-                                      const std::vector<std::string>& lines, bool chinese);
+/// The title first, then the lines.
+std::vector<MeasuredText> measurePage(const PageRecord& page);
 
 } // namespace preview

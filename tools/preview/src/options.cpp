@@ -19,7 +19,7 @@ const char* const FOOTER =
     "\n"
     "Exit status:\n"
     "  0  done\n"
-    "  1  the catalogue has findings\n"
+    "  1  the catalogue has errors\n"
     "  2  the command line\n"
     "  3  something cannot be drawn, read or written (the reason is on standard error)";
 

@@ -4,13 +4,16 @@
 
 #include "check.h"
 
+#include <cstddef>
 #include <ostream>
 #include <string>
 #include <vector>
 
 namespace preview {
 
-std::size_t countFindings(const std::vector<CheckedPage>& pages);
+/// "2 errors, 1 warning", or "good".
+std::string verdictOn(std::size_t errors, std::size_t warnings);
+/// For people: every text with the room that is left in its line.
 void writeTable(std::ostream& out, const std::string& catalogue,
                 const std::vector<CheckedPage>& pages);
 void writeJson(std::ostream& out, const std::string& catalogue,

@@ -1,5 +1,8 @@
 #include "sheet.h"
 
+#include "picture.h"
+#include "report.h"
+
 #include <algorithm>
 #include <cmath>
 #include <sstream>
@@ -28,6 +31,17 @@ constexpr Colour EDGE = {0.78, 0.79, 0.81};
 constexpr Colour INK = {0.2, 0.22, 0.25};
 constexpr Colour GOOD = {0.10, 0.50, 0.25};
 constexpr Colour BAD = {0.80, 0.10, 0.12};
+constexpr Colour DOUBTFUL = {0.72, 0.42, 0.0};
+
+const Colour& colourOf(Severity severity) {
+    return severity == Severity::ERROR ? BAD : DOUBTFUL;
+}
+
+/// Of the worst finding.
+const Colour& colourOf(const CheckedPage& checked, const Colour& good) {
+    const bool error = countFindings(checked, Severity::ERROR) > 0;
+    return checked.findings.empty() ? good : error ? BAD : DOUBTFUL;
+}
 
 void setColour(cairo_t* cr, const Colour& colour, double alpha = 1) {
     cairo_set_source_rgba(cr, colour.red, colour.green, colour.blue, alpha);
@@ -50,7 +64,7 @@ void writeRight(cairo_t* cr, double right, double y, double size, const std::str
 }
 
 /// Marks the part of the box that is on the page; what lies outside leaves a bar at the edge.
-void mark(cairo_t* cr, const Box& box) {
+void mark(cairo_t* cr, const Box& box, const Colour& colour) {
     constexpr double PAD = 3;
     constexpr double BAR = 5;
     const double left = std::clamp(box.left - PAD, 0.0, double{PAGE_WIDTH} - BAR);
@@ -58,9 +72,9 @@ void mark(cairo_t* cr, const Box& box) {
     const double right = std::clamp(box.right + PAD, left + BAR, double{PAGE_WIDTH});
     const double bottom = std::clamp(box.bottom + PAD, top + BAR, double{PAGE_HEIGHT});
     cairo_rectangle(cr, left, top, right - left, bottom - top);
-    setColour(cr, BAD, 0.14);
+    setColour(cr, colour, 0.14);
     cairo_fill_preserve(cr);
-    setColour(cr, BAD, 0.9);
+    setColour(cr, colour, 0.9);
     cairo_set_line_width(cr, 2);
     cairo_stroke(cr);
     if (box.right > PAGE_WIDTH) {
@@ -73,13 +87,13 @@ void mark(cairo_t* cr, const Box& box) {
     }
 }
 
-void drawPage(cairo_t* cr, const CheckedPage& checked, const std::optional<Picture>& picture) {
+void drawPage(cairo_t* cr, const CheckedPage& checked) {
     cairo_save(cr);
     cairo_rectangle(cr, 0, 0, CELL_WIDTH, CELL_HEIGHT);
     cairo_clip(cr);
     cairo_scale(cr, SCALE, SCALE);
-    if (picture) {
-        const SurfacePtr page = toSurface(*picture);
+    if (checked.picture) {
+        const SurfacePtr page = toSurface(*checked.picture);
         cairo_set_source_surface(cr, page.get(), 0, 0);
         cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_GOOD);
         cairo_paint(cr);
@@ -91,11 +105,11 @@ void drawPage(cairo_t* cr, const CheckedPage& checked, const std::optional<Pictu
     }
     for (const Finding& finding : checked.findings) {
         if (finding.box)
-            mark(cr, *finding.box);
+            mark(cr, *finding.box, colourOf(finding.severity));
     }
     cairo_restore(cr);
     cairo_rectangle(cr, -0.5, -0.5, CELL_WIDTH + 1, CELL_HEIGHT + 1);
-    setColour(cr, checked.findings.empty() ? EDGE : BAD);
+    setColour(cr, colourOf(checked, EDGE));
     cairo_set_line_width(cr, 1);
     cairo_stroke(cr);
 }
@@ -126,15 +140,13 @@ std::vector<std::string> notesOf(cairo_t* cr, const CheckedPage& checked) {
 }
 
 void drawCaption(cairo_t* cr, const CheckedPage& checked) {
-    const std::size_t count = checked.findings.size();
     setColour(cr, INK);
     write(cr, 0, -9, 13, checked.page.language, true);
-    setColour(cr, count == 0 ? GOOD : BAD);
-    const std::string verdict = count == 0   ? "good"
-                                : count == 1 ? "1 finding"
-                                             : std::to_string(count) + " findings";
-    writeRight(cr, CELL_WIDTH, -9, 12, "row " + std::to_string(checked.page.row) + ": " + verdict);
-    setColour(cr, BAD);
+    setColour(cr, colourOf(checked, GOOD));
+    writeRight(cr, CELL_WIDTH, -9, 12,
+               "row " + std::to_string(checked.page.row) + ": " +
+                   verdictOn(countFindings(checked, Severity::ERROR),
+                             countFindings(checked, Severity::WARNING)));
     double y = CELL_HEIGHT + NOTE;
     for (const std::string& note : notesOf(cr, checked)) {
         write(cr, 0, y, NOTE_SIZE, note, false);
@@ -144,8 +156,7 @@ void drawCaption(cairo_t* cr, const CheckedPage& checked) {
 
 } // namespace
 
-void writeSheet(const std::vector<CheckedPage>& pages,
-                const std::vector<std::optional<Picture>>& pictures, const std::string& path) {
+void writeSheet(const std::vector<CheckedPage>& pages, const std::string& path) {
     // As wide as high, roughly.
     const auto ideal = static_cast<std::size_t>(std::ceil(std::sqrt(double(pages.size()) * 2.2)));
     const std::size_t columns = std::clamp<std::size_t>(ideal, 1, MOST_COLUMNS);
@@ -168,7 +179,7 @@ void writeSheet(const std::vector<CheckedPage>& pages,
         cairo_save(cr.get());
         cairo_translate(cr.get(), MARGIN + (CELL_WIDTH + MARGIN) * static_cast<int>(i % columns),
                         MARGIN + cellHeight * static_cast<int>(i / columns) + CAPTION);
-        drawPage(cr.get(), pages[i], pictures[i]);
+        drawPage(cr.get(), pages[i]);
         drawCaption(cr.get(), pages[i]);
         cairo_restore(cr.get());
     }

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -32,19 +33,6 @@ bool beginsWith(const std::string& text, const char* start) {
     return text.compare(0, std::strlen(start), start) == 0;
 }
 
-/// The splash's environment: this one's, and the virtual device.
-std::vector<std::string> environmentFor(const Installation& installation, const std::string& root) {
-    std::vector<std::string> entries;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string text = *entry;
-        if (!beginsWith(text, "VIRTUAL_DEVICE_") && !beginsWith(text, "LD_PRELOAD="))
-            entries.push_back(text);
-    }
-    entries.push_back("LD_PRELOAD=" + installation.virtualDevice);
-    entries.push_back("VIRTUAL_DEVICE_ROOT=" + root);
-    return entries;
-}
-
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
     for (std::string& text : texts)
@@ -64,6 +52,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     dup2(output, STDERR_FILENO);
     fcntl(keepAlive, F_SETFD, 0);
     execve(program, arguments, environment);
+    dprintf(STDERR_FILENO, "%s: %s\n", program, std::strerror(errno));
     _exit(127);
 }
 
@@ -93,9 +82,29 @@ void Splash::setChinese(bool chinese) {
 
 void Splash::start(const std::optional<Texts>& texts) {
     quit();
+    std::filesystem::remove(recordPath());
     // The first picture of a device that is switched on is blank.
     m_firstFrame = m_screen.newest() + 2;
     launch(texts);
+}
+
+/// This program's own, with the libraries that stand between the splash and the system.
+std::vector<std::string> Splash::environment() const {
+    std::vector<std::string> entries;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string text = *entry;
+        if (!beginsWith(text, "VIRTUAL_DEVICE_") && !beginsWith(text, "LD_PRELOAD=")) {
+            entries.push_back(text);
+        }
+    }
+    std::string libraries = m_installation.virtualDevice;
+    if (m_recording) {
+        libraries += ":" + m_installation.recorder;
+        entries.push_back("CAIRO_RECORDER_LOG=" + recordPath());
+    }
+    entries.push_back("LD_PRELOAD=" + libraries);
+    entries.push_back("VIRTUAL_DEVICE_ROOT=" + m_root.path());
+    return entries;
 }
 
 void Splash::launch(const std::optional<Texts>& texts) {
@@ -104,9 +113,9 @@ void Splash::launch(const std::optional<Texts>& texts) {
         arguments.push_back(texts->title);
         arguments.push_back(texts->lines);
     }
-    std::vector<std::string> environment = environmentFor(m_installation, m_root.path());
+    std::vector<std::string> variables = environment();
     const std::vector<char*> argv = pointersTo(arguments);
-    const std::vector<char*> envp = pointersTo(environment);
+    const std::vector<char*> envp = pointersTo(variables);
     const std::string log = m_root.path() + "/output";
     const int output = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     m_pid = fork();

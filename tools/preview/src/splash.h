@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace preview {
 
@@ -44,6 +45,12 @@ public:
     /// Ends it in an orderly way, by force where that takes too long. Throws nothing.
     void quit();
 
+    /// From the next start on, the program's drawing calls are recorded. For splashes that end
+    /// soon: the record grows with each frame.
+    void recordDrawing() { m_recording = true; }
+    /// Where the calls of the splash that runs now are recorded.
+    std::string recordPath() const { return m_root.path() + "/calls"; }
+
     /// Waits for the picture of a frame, 0 being the first that is drawn.
     Picture frame(std::uint64_t index);
     /// The newest picture, once it is another than the one of `seen`, which is then set; nothing
@@ -54,11 +61,13 @@ private:
     bool hasEnded();
     void throwIfEnded();
     void launch(const std::optional<Texts>& texts);
+    std::vector<std::string> environment() const;
 
     const Installation m_installation;
     const TemporaryRoot& m_root;
     ScreenReader m_screen;
     bool m_chinese = false;
+    bool m_recording = false;
     pid_t m_pid = -1;
     std::uint64_t m_firstFrame = 0; ///< number of the first frame with a page
 };

@@ -1,6 +1,7 @@
 """A catalogue's findings are those that the drawn pages have."""
 
 import json
+import re
 
 import numpy
 import pytest
@@ -24,10 +25,14 @@ BAD = [
     ("en", "Title", "\\n".join("x" * 24) + "\\nlow", "bottom", 25),
     ("ja", "Title", "起動中", "glyph", 1),
     ("zh", "Brem K5", "请稍候", "glyph", 0),
+    ("zh", "Brem K5 启动", "请稍候", "overprint", 0),
     ("en", "Ti;tle", "line", "command", None),
     ("en", "Title", "li;ne", "command", None),
     ("en", "Title", "", "command", None),
-    ("en", "-cold", "line", "command", 0),
+    ("en", "-cold", "line", "command", None),
+    ("en", "Title", "Please wait\\n", "newline", 1),
+    ("en", "Tit\\nle", "line", "newline", 0),
+    ("he", "Title", "המכשיר", "script", 1),
 ]
 
 
@@ -46,10 +51,10 @@ def check(preview, tmp_path):
 
 
 def test_the_example_passes_and_has_languages_enough(preview):
-    done = preview("--check", CATALOGUE, "--json")
+    done = preview("--check", CATALOGUE, "--json", FONTCONFIG_SYSROOT=SOURCE / "packaging/fontconfig")
     report = json.loads(done.stdout)
     assert done.returncode == 0, [p["findings"] for p in report["pages"]]
-    assert report["finding_count"] == 0
+    assert (report["error_count"], report["warning_count"]) == (0, 0)
     languages = {page["language"] for page in report["pages"]}
     assert len(languages) >= 8 and "zh" in languages
 
@@ -113,7 +118,10 @@ def test_a_line_is_too_long_exactly_where_its_ink_leaves_the_page(check):
     """The widest line that is found good still has all of its ink; one more letter has not."""
     rows = [("en", "Title", "i" * n) for n in range(60, 90)]
     _, report = check(*rows)
-    widths = [page["findings"][0]["box"][2] if page["findings"] else None for page in report["pages"]]
+    widths = [
+        boxes[0][2] if boxes else None
+        for boxes in ([f["box"] for f in page["findings"] if f["severity"] == "error"] for page in report["pages"])
+    ]
     first_bad = next(i for i, width in enumerate(widths) if width)
     assert all(widths[first_bad:]) and not any(widths[:first_bad])
     assert 480 < widths[first_bad] <= 488
@@ -123,18 +131,44 @@ def test_a_line_is_too_long_exactly_where_its_ink_leaves_the_page(check):
     assert numpy.nonzero(bad != 0xFFFF)[1].max() >= 470
 
 
-def test_the_table_has_every_page_and_says_how_many_findings(preview, tmp_path):
+def test_the_room_in_a_line_is_what_its_ink_leaves_of_the_divider(check):
+    rows = [("en", "Title", "m" * n) for n in (1, 10, 20)] + [("zh", "启动", "请稍候")]
+    _, report = check(*rows)
+    for (language, *texts), page in zip(rows, report["pages"]):
+        frame = drawn(texts, chinese=language == "zh")[0]
+        divider = 1 + numpy.nonzero(frame[150] < 0x8410)[0].max()
+        for text, first in zip(page["texts"], (127, 163)):
+            ink = 1 + numpy.nonzero((frame[first : first + 22] != 0xFFFF).any(axis=0))[0].max()
+            assert abs(text["px_left"] - (int(divider) - int(ink))) <= 1
+
+
+def test_a_text_beyond_the_divider_is_a_warning_and_no_failure(check):
+    status, report = check(("en", "Title", "m" * 23))
+    assert [(f["severity"], f["kind"]) for f in report["pages"][0]["findings"]] == [("warning", "divider")]
+    assert report["pages"][0]["texts"][1]["px_left"] < 0
+    assert (status, report["error_count"], report["warning_count"]) == (0, 0, 1)
+
+
+def test_a_row_that_fits_on_no_command_line_is_said(check):
+    status, report = check(("en", "Title", "x" * 140_000))
+    assert status == 1
+    assert "131071" in report["pages"][0]["findings"][0]["what"]
+
+
+def test_the_table_has_every_text_and_says_how_many_findings(preview, tmp_path):
     file = tmp_path / "catalogue.tsv"
-    file.write_text("en\tGood\tline\nen\tBad;\tline\n")
+    file.write_text("en\tGood\tline\\nmore\nen\tBad;\tline\n")
     done = preview("--check", file)
     assert done.returncode == 1
     lines = done.stdout.splitlines()
     assert lines[0] == str(file)
-    assert "   1  en       -        Good" in lines
-    assert (
-        "   2  en       command  Bad;: the title holds a semicolon, which separates the title " "from the lines"
-    ) in lines
-    assert lines[-1] == "2 pages, 1 finding"
+    assert re.fullmatch(r"   1  en +\d+ px left  Good", lines[5])
+    assert re.fullmatch(r" +\d+ px left  line", lines[6])
+    assert re.fullmatch(r" +\d+ px left  more", lines[7])
+    assert re.fullmatch(
+        r" +error  the title holds a semicolon, which separates the title from the " r"lines", lines[10]
+    )
+    assert lines[-1] == "2 pages: 1 error"
 
 
 def test_the_font_that_was_given_is_what_is_measured(check):

@@ -9,7 +9,7 @@ import numpy
 import pytest
 from PIL import Image
 
-from desk import wait_until
+from desk import SOURCE, wait_until
 from desk.pictures import rgb
 from preview_desk import PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, processes_with, read_png
 
@@ -77,6 +77,15 @@ def test_a_chinese_font_file_is_used_for_chinese_alone(preview, tmp_path):
     assert numpy.array_equal(read_png(page), rgb(drawn(latin)[0]))
     assert preview("--font-chinese", SERIF, "--chinese", "--png", page, *latin).returncode == 0
     assert not numpy.array_equal(read_png(page), rgb(drawn(latin, chinese=True)[0]))
+
+
+def test_a_font_file_for_one_family_leaves_the_other_as_configured(preview, tmp_path):
+    root = {"FONTCONFIG_SYSROOT": SOURCE / "packaging/fontconfig"}
+    pages = [tmp_path / f"{name}.png" for name in ("with", "without")]
+    for page, options in zip(pages, (["--font-chinese", SERIF], [])):
+        assert preview("--png", page, *options, *TEXTS, **root).returncode == 0
+    assert numpy.array_equal(*map(read_png, pages))
+    assert not numpy.array_equal(read_png(pages[0]), rgb(drawn(TEXTS)[0]))
 
 
 @pytest.mark.parametrize("font,reason", [(__file__, "holds no font"), ("/nowhere", "no such file")])

@@ -41,7 +41,8 @@ static int record_file(void) {
     return file;
 }
 
-/* Appends a JSON text; what is not ASCII stays as it is. */
+/* Appends a JSON text, cut between two characters where there is no room for all of it; what is not
+ * ASCII stays as it is. */
 static size_t put_text(char* line, size_t length, const char* text) {
     line[length++] = '"';
     for (; *text != '\0' && length < LINE_BYTES - 16; ++text) {
@@ -50,6 +51,10 @@ static size_t put_text(char* line, size_t length, const char* text) {
             length += (size_t)sprintf(line + length, "\\u%04x", byte);
         else
             line[length++] = *text;
+    }
+    while (((unsigned char)*text & 0xC0) == 0x80) {
+        --length;
+        --text;
     }
     line[length++] = '"';
     return length;
