@@ -1,9 +1,12 @@
-# Hardened as a distribution hardens its programs.
+# Hardened as a distribution hardens its programs. The level of fortified calls is the integrator's,
+# where the compiler's flags name one.
 add_library(project_hardening INTERFACE)
 target_compile_options(project_hardening INTERFACE -fstack-protector-strong)
 target_link_options(project_hardening INTERFACE -Wl,-z,relro,-z,now)
-if(CMAKE_BUILD_TYPE MATCHES "Rel" AND NOT BOOTLUME_SANITIZE)
-  target_compile_options(project_hardening INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+if(NOT BOOTLUME_SANITIZE AND NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
+  target_compile_options(project_hardening INTERFACE
+    $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE>
+    $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=2>)
 endif()
 include(CheckPIESupported)
 check_pie_supported()
@@ -14,4 +17,14 @@ function(project_product target)
   if(BOOTLUME_LTO AND NOT BOOTLUME_SANITIZE AND NOT BOOTLUME_COVERAGE)
     set_target_properties(${target} PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
   endif()
+endfunction()
+
+# project_preload(TARGET): a library that comes before the C library's own calls. It defines functions
+# that flags of the whole build would give other names (64-bit offsets and times) or bodies (the
+# fortified headers), and it is never instrumented: it comes before the sanitizers' own calls, too.
+function(project_preload target)
+  target_compile_options(${target} PRIVATE -fno-sanitize=all -fstack-protector-strong
+                         -U_FORTIFY_SOURCE -U_FILE_OFFSET_BITS -U_TIME_BITS)
+  target_link_options(${target} PRIVATE -fno-sanitize=all)
+  set_target_properties(${target} PROPERTIES INTERPROCEDURAL_OPTIMIZATION OFF)
 endfunction()

@@ -1,15 +1,15 @@
-# header_library(VARIABLE FOLDER/HEADER): finds a library that is nothing but headers. Where the sysroot of
-# another machine has none, those of this machine do as well, being the same: that folder alone.
-function(header_library variable header)
-  find_path(${variable} ${header})
-  if(NOT ${variable} AND CMAKE_CROSSCOMPILING)
-    find_path(${variable}_HERE ${header} NO_CMAKE_FIND_ROOT_PATH)
-    if(${variable}_HERE)
-      cmake_path(GET header PARENT_PATH folder)
-      set(links ${CMAKE_BINARY_DIR}/include)
-      file(MAKE_DIRECTORY ${links})
-      file(CREATE_LINK ${${variable}_HERE}/${folder} ${links}/${folder} SYMBOLIC)
-      set(${variable} ${links} CACHE PATH "Headers of ${folder}" FORCE)
-    endif()
+# header_library(NAME HEADER PACKAGE): the target NAME::headers for a library that is nothing but
+# headers. PACKAGE is its name in Debian, for the message where it is missing.
+function(header_library name header package)
+  if(TARGET ${name}::headers)
+    return()
   endif()
+  string(TOUPPER ${name}_INCLUDE_DIR variable)
+  find_path(${variable} ${header} DOC "Folder with ${header}")
+  if(NOT ${variable})
+    message(FATAL_ERROR "The header ${header} of ${name} is not installed (in Debian: ${package}). "
+                        "If it lies in a place of its own, say so with -D${variable}=FOLDER.")
+  endif()
+  add_library(${name}::headers INTERFACE IMPORTED GLOBAL)
+  target_include_directories(${name}::headers INTERFACE ${${variable}})
 endfunction()

@@ -6,16 +6,10 @@ set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 
-if(NOT BOOTLUME_SYSROOT)
-  set(BOOTLUME_SYSROOT "$ENV{BOOTLUME_SYSROOT}")
-endif()
-if(NOT BOOTLUME_SYSROOT)
-  execute_process(
-    COMMAND bash -c ". '${CMAKE_CURRENT_LIST_DIR}/../scripts/lib/roots.sh' && root_path sysroot"
-    OUTPUT_VARIABLE BOOTLUME_SYSROOT OUTPUT_STRIP_TRAILING_WHITESPACE)
-endif()
+set(BOOTLUME_SYSROOT "$ENV{BOOTLUME_SYSROOT}" CACHE PATH "Debian root for armhf")
 if(NOT EXISTS "${BOOTLUME_SYSROOT}/usr/include")
-  message(FATAL_ERROR "There is no armhf sysroot in '${BOOTLUME_SYSROOT}': run scripts/board --sysroot")
+  message(FATAL_ERROR "There is no armhf sysroot in '${BOOTLUME_SYSROOT}': set BOOTLUME_SYSROOT to what "
+                      "scripts/board --sysroot prints")
 endif()
 set(CMAKE_SYSROOT "${BOOTLUME_SYSROOT}")
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES BOOTLUME_SYSROOT)

@@ -6,7 +6,8 @@
 . "$(dirname "${BASH_SOURCE[0]}")/packages.sh"
 
 SYSROOT_PACKAGES=(libc6-dev libstdc++-12-dev libcairo2-dev libboost-dev libgtest-dev libgmock-dev
-                  libsdl2-dev libchafa-dev libwebp-dev libfontconfig-dev libicu-dev
+                  libsdl2-dev libchafa-dev libwebp-dev libfontconfig-dev libicu-dev libcli11-dev
+                  nlohmann-json3-dev
                   fonts-dejavu-core fonts-droid-fallback fontconfig-config busybox-static v4l-utils)
 AMD64_PACKAGES=(linux-image-amd64 libcairo2 busybox-static v4l-utils fonts-dejavu-core fonts-droid-fallback
                 fontconfig-config)
@@ -103,13 +104,16 @@ need_root() {
   echo "$path"
 }
 
-# need_armhf: what a build for 32-bit ARM needs. A build folder that was configured against another
-# sysroot is configured anew.
+# need_armhf: what a build for 32-bit ARM needs; tells it to cmake. A build folder that was configured
+# against another sysroot is configured anew.
 need_armhf() {
-  local sysroot cache=build/armhf/CMakeCache.txt
+  local folder
   need_packages "${CROSS_PACKAGES[@]}" || return
-  sysroot=$(need_root sysroot) || return
-  if [ -e "$cache" ] && grep -oE '/sysroot-[0-9a-f]{12}' "$cache" | grep -qvxF "/${sysroot##*/}"; then
-    rm -rf "$cache" build/armhf/CMakeFiles
-  fi
+  BOOTLUME_SYSROOT=$(need_root sysroot) || return
+  export BOOTLUME_SYSROOT
+  for folder in build/armhf build/package-armhf; do
+    if [ -e "$folder/CMakeCache.txt" ] && ! grep -qxF "BOOTLUME_SYSROOT:PATH=$BOOTLUME_SYSROOT" "$folder/CMakeCache.txt"; then
+      rm -rf "$folder/CMakeCache.txt" "$folder/CMakeFiles"
+    fi
+  done
 }

@@ -56,8 +56,8 @@ Installation locate(const std::string& bootlume, const std::string& virtualDevic
     Installation found;
     found.bootlume =
         find("bootlume (say where with --bootlume or BOOTLUME_PROGRAM)",
-             placesOr({here / "bootlume", prefix / "sbin/bootlume", "/usr/sbin/bootlume"}, bootlume,
-                      "BOOTLUME_PROGRAM"),
+             placesOr({here / "bootlume", prefix / "sbin/bootlume", INSTALL_SBINDIR "/bootlume"},
+                      bootlume, "BOOTLUME_PROGRAM"),
              X_OK);
     found.virtualDevice =
         find(std::string(library) + " (say where with --virtual-device or BOOTLUME_VIRTUAL_DEVICE)",
