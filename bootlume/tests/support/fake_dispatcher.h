@@ -7,8 +7,6 @@
 /// Counts what it is asked for, and does nothing.
 class FakeDispatcher : public brem::IDispatcher {
 public:
-    ~FakeDispatcher() override { cutLifeline(); }
-
     void run() override {}
     void post(Message) override { ++posts; }
     void postDelayed(std::chrono::milliseconds, Message) override { ++posts; }
