@@ -62,10 +62,10 @@ private:
     /// A child that was never seen to end counts as a failure.
     std::atomic<std::int32_t> m_result{-1};
     std::unique_ptr<std::thread> m_thread;
-    std::shared_ptr<Lifeline<IDispatcher>> m_dispatcher;
-    std::vector<std::string> m_arguments;
-    bool m_detached;
-    std::shared_ptr<Lifeline<Process>> m_lifeline; ///< for the results that are queued
+    const std::shared_ptr<Lifeline<IDispatcher>> m_dispatcher;
+    const std::vector<std::string> m_arguments;
+    const bool m_detached;
+    const std::shared_ptr<Lifeline<Process>> m_lifeline; ///< for the results that are queued
 };
 
 } // namespace brem

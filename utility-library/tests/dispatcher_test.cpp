@@ -148,19 +148,24 @@ TEST_F(ADispatcher, IsEmptyAfterAClearByTheMessageThatRuns) {
     EXPECT_EQ(dispatcher.size(), 0U);
 }
 
-TEST_F(ADispatcher, NoLongerCountsAMessageWhenItsCopyIsDestroyed) {
+TEST_F(ADispatcher, NoLongerCountsAMessageWhenItsCopiesAreDestroyed) {
     struct CountsAtItsEnd {
         brem::IDispatcher& loop;
         std::vector<std::size_t>& counts;
-        ~CountsAtItsEnd() { counts.push_back(loop.size()); }
+        bool& ran;
+        void operator()() const { ran = true; }
+        ~CountsAtItsEnd() {
+            if (ran) {
+                counts.push_back(loop.size());
+            }
+        }
     };
     std::vector<std::size_t> counts;
-    auto atEnd = std::shared_ptr<CountsAtItsEnd>(new CountsAtItsEnd{dispatcher, counts});
-    dispatcher.post([atEnd] {});
-    atEnd.reset();
+    bool ran = false;
+    dispatcher.post(CountsAtItsEnd{dispatcher, counts, ran});
     dispatcher.shutdown();
     dispatcher.run();
-    EXPECT_THAT(counts, ElementsAre(1U)) << "only the shutdown is left";
+    EXPECT_THAT(counts, ElementsAre(1U, 1U)) << "the queued one and the one that ran";
 }
 
 TEST_F(ADispatcher, ClearsFromAnotherThreadWhileAMessageRuns) {

@@ -10,7 +10,7 @@ namespace boost::process {
 
 /// Starts a program. The first argument is the program's argument zero; there must be one.
 ///
-/// Throws system_error where no child could be made. A child that cannot become the program writes
+/// Throws system_error if no child could be made. A child that cannot become the program writes
 /// the reason to its standard error and exits with code 1. Safe from any thread; may allocate and
 /// block in the parent, never in the child.
 posix_child launch(const std::string& executable, const std::vector<std::string>& arguments,

@@ -23,7 +23,7 @@ public:
     }
 
     type kind() const { return kind_; }
-    /// The descriptor to redirect to; -1 where there is none.
+    /// The descriptor to redirect to; -1 if there is none.
     int target() const { return target_; }
 
 private:

@@ -17,16 +17,16 @@ public:
     explicit systembuf(int handle, std::size_t bufsize = DEFAULT_SIZE);
 
 protected:
-    /// One read; the end of the file where it yields nothing or fails.
+    /// One read; the end of the file if it yields nothing or fails.
     int_type underflow() override;
-    /// Stores the character and writes the buffer out; eof where the write falls short.
+    /// Stores the character and writes the buffer out; eof if the write falls short.
     int_type overflow(int_type character) override;
-    /// One write of all that is pending; -1 where fewer bytes were written.
+    /// One write of all that is pending; -1 if fewer bytes were written.
     int sync() override;
 
 private:
-    int handle_;
-    std::size_t bufsize_;
+    const int handle_;
+    const std::size_t bufsize_;
     boost::scoped_array<char> read_buffer_;
     boost::scoped_array<char> write_buffer_;
 };
