@@ -8,6 +8,7 @@
 
 #include <exception>
 #include <istream>
+#include <iterator>
 #include <utility>
 
 namespace brem {
@@ -22,14 +23,15 @@ constexpr std::size_t LONGEST_LINE = 1 << 20;
 /// Logs what the child writes to one stream, line by line, until its end.
 void logLines(std::istream& stream, const std::string& prefix) {
     std::string line;
-    for (char character; stream.get(character);) {
-        const bool ended = character == '\n';
+    const std::istreambuf_iterator<char> end;
+    for (std::istreambuf_iterator<char> next(stream); next != end; ++next) {
+        const bool ended = *next == '\n';
         if (ended || line.size() == LONGEST_LINE) {
             TRACE(Trace::LEVEL_DEBUG, prefix + line);
             line.clear();
         }
         if (!ended) {
-            line += character;
+            line += *next;
         }
     }
     if (!line.empty()) {
