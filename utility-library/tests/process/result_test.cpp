@@ -4,18 +4,27 @@
 
 #include <gmock/gmock.h>
 
+#include <dlfcn.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 using testing::Contains;
 using testing::ElementsAre;
 
 namespace {
+
+/// Holds the creator of a thread up until it returns true, or for so many looks: the thread has
+/// time to run, and what waits for its creator is not waited for.
+std::function<bool()> creatorMayGoOn;
+constexpr int MOST_LOOKS = 20000;
 
 class TheResult : public RunnerTest {
 protected:
@@ -208,6 +217,21 @@ TEST_F(TheResult, MayStartTheProgramAgain) {
     EXPECT_EQ(second, 4);
 }
 
+TEST_F(TheResult, FindsItsWorkerThoughItsStartHasNotReturned) {
+    std::thread loop([&] { runDispatcher(); });
+    brem::Process process(&m_dispatcher, {}, false);
+    for (int run = 1; run <= 2; ++run) {
+        std::atomic<bool> delivered{false};
+        creatorMayGoOn = [&] { return delivered.load(); };
+        process.start([&](int) { delivered = true; });
+        creatorMayGoOn = nullptr;
+        EXPECT_TRUE(eventually([&] { return delivered.load(); }))
+            << "run " << run << ": the worker before was not joined";
+    }
+    m_dispatcher.stop();
+    loop.join();
+}
+
 TEST_F(TheResult, AlwaysComesToAnOwnerOnAnotherThread) {
     std::thread loop([&] { runDispatcher(); });
     // Nothing to run: the worker ends at once, often before start() has come back.
@@ -222,3 +246,15 @@ TEST_F(TheResult, AlwaysComesToAnOwnerOnAnotherThread) {
 }
 
 } // namespace
+
+// In front of the C library's, or of a sanitizer's.
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*body)(void*), void* argument) noexcept {
+    using Create = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static auto* const create = reinterpret_cast<Create*>(dlsym(RTLD_NEXT, "pthread_create"));
+    const int result = create(thread, attributes, body, argument);
+    for (int looks = 0; creatorMayGoOn && !creatorMayGoOn() && looks < MOST_LOOKS; ++looks) {
+        sched_yield();
+    }
+    return result;
+}
