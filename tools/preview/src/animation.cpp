@@ -1,9 +1,10 @@
 #include "animation.h"
 
+#include "file.h"
+
 #include <webp/encode.h>
 #include <webp/mux.h>
 
-#include <fstream>
 #include <memory>
 #include <stdexcept>
 
@@ -58,14 +59,12 @@ void writeAnimation(const std::vector<Picture>& pictures, int frameMs, const std
     WebPDataInit(&data);
     const bool done = WebPAnimEncoderAdd(encoder.get(), nullptr, timeMs, nullptr) != 0 &&
                       WebPAnimEncoderAssemble(encoder.get(), &data) != 0;
-    std::ofstream file(path, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(data.bytes), static_cast<std::streamsize>(data.size));
-    file.close();
+    const std::string bytes(reinterpret_cast<const char*>(data.bytes), done ? data.size : 0);
     WebPDataClear(&data);
-    if (!done)
+    if (!done) {
         throw std::runtime_error(WebPAnimEncoderGetError(encoder.get()));
-    if (!file)
-        throw std::runtime_error(path + ": cannot be written");
+    }
+    writeFile(bytes, path);
 }
 
 } // namespace preview

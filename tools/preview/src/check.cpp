@@ -114,18 +114,6 @@ private:
     std::vector<Finding>& m_findings;
 };
 
-/// Why the program cannot be started with these texts; empty where it can.
-std::string startRefusal(const Page& page) {
-    constexpr std::size_t MOST = 131071; // what the kernel takes as one argument
-    if (page.title.compare(0, 2, "-c") == 0) {
-        return "a title that begins with -c is an option on the command line";
-    }
-    if (std::max(page.title.size(), page.lines.size()) > MOST) {
-        return "a text of more than " + std::to_string(MOST) + " bytes fits on no command line";
-    }
-    return {};
-}
-
 void draw(Splash& splash, CheckedPage& checked) {
     const bool chinese = isChinese(checked.page);
     if (splash.isChinese() != chinese) {
@@ -168,6 +156,17 @@ CheckedPage checkPage(Splash& splash, const Page& page) {
 }
 
 } // namespace
+
+std::string startRefusal(const Page& page) {
+    constexpr std::size_t MOST = 131071; // what the kernel takes as one argument
+    if (page.title.compare(0, 2, "-c") == 0) {
+        return "a title that begins with -c is an option on the command line";
+    }
+    if (std::max(page.title.size(), page.lines.size()) > MOST) {
+        return "a text of more than " + std::to_string(MOST) + " bytes fits on no command line";
+    }
+    return {};
+}
 
 std::vector<CheckedPage> check(Splash& splash, const std::vector<Page>& pages) {
     splash.recordDrawing();

@@ -32,6 +32,9 @@ struct CheckedPage {
     std::optional<Picture> picture;  ///< nothing where the program cannot be started with the texts
 };
 
+/// Why the program cannot be started with these texts, as a sentence; empty where it can.
+std::string startRefusal(const Page& page);
+
 /// Lets the program draw each page, and looks at what it drew. Throws what the splash throws.
 std::vector<CheckedPage> check(Splash& splash, const std::vector<Page>& pages);
 

@@ -42,6 +42,7 @@ std::string rulesFor(const std::string& file, const char* family, const std::str
     if (file.empty())
         return {};
     requireFont(file);
+    fs::remove_all(folder); // of a preview before, in a root with a name
     const std::string link = folder + "/" + fs::path(file).filename().string();
     fs::create_directories(folder);
     fs::create_symlink(fs::absolute(file), link);

@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <vector>
@@ -46,11 +49,51 @@ void requirePreloadable(const std::string& path) {
     }
 }
 
+fs::path ownFolder() {
+    std::error_code error;
+    return fs::read_symlink("/proc/self/exe", error).parent_path();
+}
+
+/// The same text for a shell.
+std::string quoted(const std::string& text) {
+    const auto plain = [](unsigned char character) {
+        return std::isalnum(character) != 0 || std::strchr("/._-+,:@%", character) != nullptr;
+    };
+    if (std::all_of(text.begin(), text.end(), plain)) {
+        return text;
+    }
+    std::string out = "'";
+    for (const char character : text) {
+        out += character == '\'' ? std::string("'\\''") : std::string(1, character);
+    }
+    return out + "'";
+}
+
+/// The path as it is typed here: from this folder on where it lies below it.
+std::string typed(const fs::path& path) {
+    std::error_code error;
+    const fs::path relative = path.lexically_relative(fs::current_path(error));
+    const bool below = !error && !relative.empty() && *relative.begin() != "..";
+    const bool isName = below && !relative.has_parent_path(); // would be looked for in PATH
+    return quoted(below ? (isName ? "." / relative : relative).string() : path.string());
+}
+
+bool isInPath(const fs::path& folder) {
+    const char* const path = std::getenv("PATH");
+    return (":" + std::string(path != nullptr ? path : "") + ":")
+               .find(":" + folder.string() + ":") != std::string::npos;
+}
+
 } // namespace
 
+std::string clientCommand(const std::string& root) {
+    const fs::path folder = ownFolder();
+    const std::string client = isInPath(folder) ? "bootlumectl" : typed(folder / "bootlumectl");
+    return client + " --root " + typed(root);
+}
+
 Installation locate(const std::string& bootlume, const std::string& virtualDevice) {
-    std::error_code error;
-    const fs::path here = fs::read_symlink("/proc/self/exe", error).parent_path();
+    const fs::path here = ownFolder();
     const fs::path prefix = here.parent_path();
     const char* const library = "libvirtual-device.so";
     Installation found;

@@ -17,4 +17,7 @@ struct Installation {
 /// what is missing and where it was looked for.
 Installation locate(const std::string& bootlume, const std::string& virtualDevice);
 
+/// What a person types to reach the splash below this folder with the client, up to its subcommand.
+std::string clientCommand(const std::string& root);
+
 } // namespace preview

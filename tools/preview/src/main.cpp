@@ -4,38 +4,53 @@
 #include "interruption.h"
 #include "options.h"
 #include "report.h"
+#include "root.h"
 #include "sheet.h"
+#include "show.h"
 #include "splash.h"
-#include "terminal_view.h"
-#include "viewer.h"
-#include "window.h"
-
-#include <unistd.h>
 
 #include <exception>
+#include <functional>
 #include <iostream>
+#include <stdexcept>
 
 namespace {
 
 using namespace preview;
 
 std::optional<Texts> textsOf(const Options& options) {
-    if (options.texts.empty())
+    if (options.texts.empty()) {
         return {};
+    }
     return Texts{options.texts[0], options.texts[1]};
+}
+
+/// What one output suffers does not keep the others from being written.
+bool attempt(const std::function<void()>& write) {
+    try {
+        write();
+        return true;
+    } catch (const Interrupted&) {
+        throw;
+    } catch (const std::exception& error) {
+        std::cerr << "bootlume-preview: " << error.what() << '\n';
+        return false;
+    }
 }
 
 int writePictures(Splash& splash, const Options& options) {
     splash.start(textsOf(options));
-    if (!options.png.empty())
-        writePng(splash.frame(static_cast<std::uint64_t>(options.frame)), options.png);
+    bool done = options.png.empty() || attempt([&] {
+                    writePng(splash.frame(static_cast<std::uint64_t>(options.frame)), options.png);
+                });
     if (!options.animation.empty()) {
         std::vector<Picture> turn;
-        for (std::uint64_t index = 0; index < TURN; ++index)
+        for (std::uint64_t index = 0; index < TURN; ++index) {
             turn.push_back(splash.frame(index));
-        writeAnimation(turn, FRAME_MS, options.animation);
+        }
+        done = attempt([&] { writeAnimation(turn, FRAME_MS, options.animation); }) && done;
     }
-    return EXIT_DONE;
+    return done ? EXIT_DONE : EXIT_FAILED;
 }
 
 int checkCatalogue(Splash& splash, const Options& options) {
@@ -45,68 +60,57 @@ int checkCatalogue(Splash& splash, const Options& options) {
     } else {
         writeTable(std::cout, options.check, pages);
     }
-    if (!options.sheet.empty()) {
-        writeSheet(pages, options.sheet);
+    const bool written =
+        options.sheet.empty() || attempt([&] { writeSheet(pages, options.sheet); });
+    if (!written) {
+        return EXIT_FAILED;
     }
     return countFindings(pages, Severity::ERROR) == 0 ? EXIT_DONE : EXIT_FINDINGS;
 }
 
-/// Where the page can be shown nowhere, a picture of it is what a person can have.
-int showNowhere(Splash& splash, const Options& options, const std::string& why) {
-    if (options.picture.empty()) {
-        std::cerr << "bootlume-preview: " << why
-                  << ", and standard output is no terminal: the page can be shown nowhere (--png "
-                     "FILE writes a picture)\n";
-        return EXIT_FAILED;
+std::vector<ShownPage> pagesToShow(const Options& options) {
+    if (options.pages.empty()) {
+        return {{textsOf(options), options.chinese, ""}};
     }
-    Viewer viewer(splash, options.picture);
-    while (viewer.next() == nullptr)
-        throwIfInterrupted();
-    std::cout << why << ", and no terminal to show the page in\n" << viewer.message() << '\n';
-    return EXIT_DONE;
-}
-
-int show(Splash& splash, const Options& options) {
-    const std::optional<Texts> texts = textsOf(options);
-    splash.start(texts);
-    std::string why = options.terminal ? "as asked for" : "no display";
-    if (!options.terminal && hasDisplay()) {
-        Viewer viewer(splash, options.picture);
-        if (showInWindow(viewer, why))
-            return EXIT_DONE;
-        why = "no window can be opened: " + why;
+    std::vector<ShownPage> shown;
+    const std::vector<Page> pages = readCatalogue(options.pages);
+    for (const Page& page : pages) {
+        const std::string refusal = page.broken.empty() ? startRefusal(page) : page.broken;
+        if (!refusal.empty()) {
+            throw std::runtime_error(options.pages + ", row " + std::to_string(page.row) + ": " +
+                                     refusal);
+        }
+        shown.push_back({Texts{page.title, page.lines}, isChinese(page),
+                         "page " + std::to_string(shown.size() + 1) + " of " +
+                             std::to_string(pages.size()) + " (" + page.language + ")"});
     }
-    if (isatty(STDOUT_FILENO) == 0)
-        return showNowhere(splash, options, why);
-    Viewer viewer(splash, options.picture);
-    std::cout << why << ": the page is shown in the terminal" << std::endl;
-    showInTerminal(viewer, texts, why);
-    if (!viewer.message().empty())
-        std::cout << viewer.message() << '\n';
-    return EXIT_DONE;
+    return shown;
 }
 
 int run(const Options& options) {
     const Installation installation = locate(options.bootlume, options.virtualDevice);
-    const TemporaryRoot root;
+    const Root root(options.root);
     useDeviceFonts(installation.bootlume);
     useFonts(options.fontLatin, options.fontChinese, root.path());
     Splash splash(installation, root);
-    if (options.chinese)
-        splash.setChinese(true);
-    if (!options.check.empty())
+    splash.setChinese(options.chinese);
+    if (!options.check.empty()) {
         return checkCatalogue(splash, options);
-    if (!options.png.empty() || !options.animation.empty())
+    }
+    if (!options.png.empty() || !options.animation.empty()) {
         return writePictures(splash, options);
-    return show(splash, options);
+    }
+    return show(splash, {pagesToShow(options), options.picture, options.terminal,
+                         "other texts: " + clientCommand(root.path()) + " text TITLE LINE..."});
 }
 
 } // namespace
 
 int main(int argc, char* argv[]) {
     Options options;
-    if (const std::optional<int> status = parseOptions(argc, argv, options))
+    if (const std::optional<int> status = parseOptions(argc, argv, options)) {
         return *status;
+    }
     catchSignals();
     try {
         return run(options);

@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <filesystem>
 #include <iostream>
+#include <utility>
 
 namespace preview {
 namespace {
@@ -25,9 +27,11 @@ const char* const FOOTER =
 
 void addPictures(CLI::App& app, Options& options) {
     const char* const group = "Pictures";
-    app.add_option("--png", options.png, "Write the page as a PNG, and end")
-        ->type_name("FILE")
-        ->group(group);
+    CLI::Option* const png =
+        app.add_option("--png", options.png,
+                       "Write the page as a PNG, and end; - is standard output")
+            ->type_name("FILE")
+            ->group(group);
     app.add_option("--animation", options.animation,
                    "Write one turn of the ring, at its true speed, as a WebP, and end")
         ->type_name("FILE")
@@ -35,6 +39,7 @@ void addPictures(CLI::App& app, Options& options) {
     app.add_option("--frame", options.frame, "Frame of --png, from 0; the pictures repeat after 66")
         ->check(CLI::Range(0, 1000000000).description(""))
         ->type_name("N")
+        ->needs(png)
         ->group(group);
     app.add_option("--picture", options.picture, "Write the page as a PNG, and go on showing it")
         ->type_name("FILE")
@@ -43,6 +48,9 @@ void addPictures(CLI::App& app, Options& options) {
 
 void addCheck(CLI::App& app, Options& options) {
     const char* const group = "Catalogues";
+    app.add_option("--pages", options.pages, "Show the pages of a catalogue; n and b turn them")
+        ->type_name("CATALOGUE")
+        ->group(group);
     CLI::Option* const check =
         app.add_option("--check", options.check, "Look for texts that would not look right")
             ->type_name("CATALOGUE")
@@ -66,6 +74,10 @@ void addPlaces(CLI::App& app, Options& options) {
                    "Font file to draw with in place of Droid Sans Fallback")
         ->type_name("FILE")
         ->group(group);
+    app.add_option("--root", options.root,
+                   "Folder that the splash takes for the device's root; kept afterwards")
+        ->type_name("FOLDER")
+        ->group(group);
     app.add_option("--bootlume", options.bootlume, "The program (or BOOTLUME_PROGRAM)")
         ->type_name("FILE")
         ->group(group);
@@ -83,12 +95,27 @@ std::string complaintAbout(const Options& options) {
         return "bootlume takes a title that begins with -c for an option";
     const bool pages = !options.texts.empty() || !options.png.empty() ||
                        !options.animation.empty() || !options.picture.empty();
+    if (!options.pages.empty() && (!options.texts.empty() || !options.check.empty() ||
+                                   !options.png.empty() || !options.animation.empty())) {
+        return "--pages shows the pages of a catalogue; it goes without texts, --check, --png and "
+               "--animation";
+    }
     if (!options.check.empty() && pages)
         return "--check draws the pages of the catalogue; it goes without texts and pictures";
-    const auto dot = options.animation.rfind('.');
-    if (!options.animation.empty() && options.animation.substr(dot + 1) != "webp" &&
-        dot != std::string::npos)
-        return "an animation is written as WebP; let the file's name end with .webp";
+    for (const auto& [file, kind] : {std::pair{&options.png, ".png"},
+                                     {&options.picture, ".png"},
+                                     {&options.sheet, ".png"},
+                                     {&options.animation, ".webp"}}) {
+        const std::string extension = std::filesystem::path(*file).extension().string();
+        if (!extension.empty() && extension != kind) {
+            return *file + ": what is written there is a " + kind + ", not a " + extension;
+        }
+    }
+    for (const std::string* file : {&options.picture, &options.sheet, &options.animation}) {
+        if (*file == "-") {
+            return "only --png writes to standard output";
+        }
+    }
     return {};
 }
 

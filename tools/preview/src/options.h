@@ -26,9 +26,11 @@ struct Options {
     std::string picture;
     std::string fontLatin;
     std::string fontChinese;
+    std::string pages;
     std::string check;
     bool json = false;
     std::string sheet;
+    std::string root;
     std::string bootlume;
     std::string virtualDevice;
 };

@@ -1,5 +1,7 @@
 #include "picture.h"
 
+#include "file.h"
+
 #include <stdexcept>
 
 namespace preview {
@@ -29,10 +31,21 @@ SurfacePtr toSurface(const Picture& picture) {
     return surface;
 }
 
+std::string toPng(cairo_surface_t* surface) {
+    std::string bytes;
+    const auto append = [](void* closure, const unsigned char* data, unsigned length) {
+        static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), length);
+        return CAIRO_STATUS_SUCCESS;
+    };
+    const cairo_status_t status = cairo_surface_write_to_png_stream(surface, append, &bytes);
+    if (status != CAIRO_STATUS_SUCCESS) {
+        throw std::runtime_error(cairo_status_to_string(status));
+    }
+    return bytes;
+}
+
 void writePng(cairo_surface_t* surface, const std::string& path) {
-    const cairo_status_t status = cairo_surface_write_to_png(surface, path.c_str());
-    if (status != CAIRO_STATUS_SUCCESS)
-        throw std::runtime_error(path + ": " + cairo_status_to_string(status));
+    writeFile(toPng(surface), path);
 }
 
 void writePng(const Picture& picture, const std::string& path) {

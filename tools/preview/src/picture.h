@@ -36,7 +36,10 @@ std::uint32_t expand(std::uint16_t pixel);
 /// The picture in 24 bits a pixel.
 SurfacePtr toSurface(const Picture& picture);
 
-/// Throws std::runtime_error that names the file.
+std::string toPng(cairo_surface_t* surface);
+
+/// In the place of a file that was there; "-" is standard output. Throws std::runtime_error that
+/// names the file and the reason.
 void writePng(cairo_surface_t* surface, const std::string& path);
 void writePng(const Picture& picture, const std::string& path);
 

@@ -64,7 +64,7 @@ std::string readAll(const std::string& path) {
 
 } // namespace
 
-Splash::Splash(const Installation& installation, const TemporaryRoot& root)
+Splash::Splash(const Installation& installation, const Root& root)
     : m_installation(installation), m_root(root), m_screen(root.path() + "/screen") {}
 
 Splash::~Splash() {
@@ -154,15 +154,24 @@ void Splash::quit() {
 }
 
 bool Splash::hasEnded() {
-    if (m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == m_pid)
+    if (m_pid > 0 && waitpid(m_pid, &m_status, WNOHANG) == m_pid) {
         m_pid = -1;
+    }
     return m_pid <= 0;
 }
 
 void Splash::throwIfEnded() {
-    if (hasEnded())
-        throw std::runtime_error("bootlume ended by itself; it wrote:\n" +
-                                 readAll(m_root.path() + "/output"));
+    if (!hasEnded()) {
+        return;
+    }
+    if (WIFEXITED(m_status) && WEXITSTATUS(m_status) == 0) {
+        throw EndedInOrder();
+    }
+    const std::string how = WIFEXITED(m_status)
+                                ? "with status " + std::to_string(WEXITSTATUS(m_status))
+                                : "by signal " + std::to_string(WTERMSIG(m_status));
+    throw std::runtime_error("bootlume ended " + how + "; it wrote:\n" +
+                             readAll(m_root.path() + "/output"));
 }
 
 Picture Splash::frame(std::uint64_t index) {

@@ -3,12 +3,13 @@
 #pragma once
 
 #include "locate.h"
+#include "root.h"
 #include "screen_reader.h"
-#include "temporary_root.h"
 
 #include <sys/types.h>
 
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,11 +27,18 @@ struct Texts {
     std::string lines;
 };
 
+/// Thrown by whoever waits for a splash that somebody has ended in order, with "QUIT" or a signal.
+class EndedInOrder : public std::exception {
+public:
+    const char* what() const noexcept override { return "the splash was ended"; }
+};
+
 /// One splash at a time, on one desk. Bound to one thread. All that waits throws Interrupted after
-/// a signal, and std::runtime_error, with what the splash wrote, once the splash has ended.
+/// a signal, and EndedInOrder or std::runtime_error, with what the splash wrote, once the splash
+/// has ended.
 class Splash {
 public:
-    Splash(const Installation& installation, const TemporaryRoot& root);
+    Splash(const Installation& installation, const Root& root);
     ~Splash();
 
     Splash(const Splash&) = delete;
@@ -64,11 +72,12 @@ private:
     std::vector<std::string> environment() const;
 
     const Installation m_installation;
-    const TemporaryRoot& m_root;
+    const Root& m_root;
     ScreenReader m_screen;
     bool m_chinese = false;
     bool m_recording = false;
     pid_t m_pid = -1;
+    int m_status = 0;               ///< how the last one ended, as the kernel tells it
     std::uint64_t m_firstFrame = 0; ///< number of the first frame with a page
 };
 

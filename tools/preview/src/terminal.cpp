@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 
@@ -12,6 +13,8 @@ namespace {
 
 // Another screen without a cursor, and back.
 const char* const ENTER = "\x1b[?1049h\x1b[?25l\x1b[2J";
+constexpr int MOST_COLUMNS = 500;
+constexpr int MOST_ROWS = 250;
 const char* const LEAVE = "\x1b[0m\x1b[?25h\x1b[?1049l";
 
 } // namespace
@@ -42,7 +45,9 @@ Terminal::Size Terminal::size() const {
     if (window.ws_xpixel != 0 && window.ws_ypixel != 0)
         ratio = (double{1} * window.ws_xpixel / window.ws_col) /
                 (double{1} * window.ws_ypixel / window.ws_row);
-    return {window.ws_col, window.ws_row, ratio};
+    // A terminal that claims to be huge is drawn on as far as the page can use it.
+    return {std::min<int>(window.ws_col, MOST_COLUMNS), std::min<int>(window.ws_row, MOST_ROWS),
+            ratio};
 }
 
 int Terminal::key() const {

@@ -122,11 +122,20 @@ std::string at(int row, int column) {
     return "\x1b[" + std::to_string(row) + ";" + std::to_string(column) + "H";
 }
 
+std::string printable(std::string text) {
+    for (char& character : text) {
+        if (static_cast<unsigned char>(character) < ' ' && character != '\n')
+            character = ' ';
+    }
+    return text;
+}
+
 /// The texts of the page, cut into rows for the side.
 std::vector<std::string> sideOf(const std::optional<Texts>& texts) {
-    std::vector<std::string> side = {texts ? texts->title : "Brem K5 Konfiguration", ""};
-    for (std::string& line : bodyLines(texts ? texts->lines : ""))
-        side.push_back(std::move(line));
+    std::vector<std::string> side = {printable(texts ? texts->title : "Brem K5 Konfiguration"), ""};
+    for (const std::string& line : bodyLines(texts ? texts->lines : "")) {
+        side.push_back(printable(line));
+    }
     return side;
 }
 
@@ -154,14 +163,6 @@ std::string compose(const Painter& painter, const Picture& picture, const Termin
     return screen + at(size.rows, 1) + "\x1b[2m" + keys + "\x1b[0m\x1b[K";
 }
 
-std::string printable(std::string text) {
-    for (char& character : text) {
-        if (static_cast<unsigned char>(character) < ' ' && character != '\n')
-            character = ' ';
-    }
-    return text;
-}
-
 /// A message in one row: what tells most, a file's name, stands at its end.
 std::string fitted(std::string message, std::size_t columns) {
     if (message.size() <= columns)
@@ -183,28 +184,30 @@ bool handleKeys(const Terminal& terminal, Viewer& viewer) {
 
 } // namespace
 
-void showInTerminal(Viewer& viewer, const std::optional<Texts>& texts, const std::string& why) {
+void showInTerminal(Viewer& viewer, const std::string& why, const std::string& hint) {
     std::setlocale(LC_CTYPE, "");
     Painter painter;
-    std::vector<std::string> side = sideOf(texts);
-    for (std::string& line : side)
-        line = printable(line);
     const Terminal terminal;
     int columns = 0;
+    const ShownPage* shown = nullptr;
     while (handleKeys(terminal, viewer)) {
         const Picture* const picture = viewer.next();
-        if (picture == nullptr)
+        if (picture == nullptr) {
             continue;
+        }
         const Terminal::Size size = terminal.size();
         painter.fit(size);
-        if (size.columns != columns)
+        if (size.columns != columns || shown != &viewer.page()) {
             terminal.write("\x1b[2J");
+        }
         columns = size.columns;
+        shown = &viewer.page();
         const auto room = static_cast<std::size_t>(size.columns - 1);
-        std::string keys = std::string(KEYS) + "   (" + why + ")";
+        std::string keys = viewer.keys() + "   (" + why + ")";
         keys.resize(std::min(keys.size(), room));
+        const std::string& message = viewer.message().empty() ? hint : viewer.message();
         terminal.write(
-            compose(painter, *picture, size, side, fitted(viewer.message(), room), keys));
+            compose(painter, *picture, size, sideOf(shown->texts), fitted(message, room), keys));
     }
 }
 

@@ -1,5 +1,6 @@
 """Pictures and animations are what the device shows, pixel for pixel; nothing is left behind."""
 
+import io
 import os
 import shutil
 import signal
@@ -111,6 +112,14 @@ def test_without_a_display_and_a_terminal_the_picture_is_written_and_named(previ
         (["Title"], 2, "give a title and lines, or neither"),
         (["--", "-cold", "lines"], 2, "for an option"),
         (["--animation", "page.gif"], 2, ".webp"),
+        (["--png", "page.jpg"], 2, "page.jpg: what is written there is a .png"),
+        (["--picture", "page.webp"], 2, "page.webp"),
+        (["--check", "x", "--sheet", "sheet.pdf"], 2, "sheet.pdf"),
+        (["--check", "x", "--sheet", "-"], 2, "only --png writes to standard output"),
+        (["--frame", "3"], 2, "--png"),
+        (["--pages", "x", "--png", "x.png"], 2, "goes without"),
+        (["--png", "/dev/full"], 3, "/dev/full: No space left on device"),
+        (["--root", "/proc/x", "--png", "x.png"], 3, "/proc/x: No such file or directory"),
         (["--json"], 2, "--check"),
         (["--frame", "-1", "--png", "/nowhere/x.png"], 2, "--frame"),
         (["--check", "x", "--png", "x.png"], 2, "goes without"),
@@ -180,3 +189,41 @@ def test_an_orderly_end_is_asked_for(scratch, tmp_path):
     assert done.returncode == 0
     wait_until(note.exists, "the end of the splash")
     wait_until(lambda: note.read_text() == "0\n", "status 0")
+
+
+def test_a_picture_goes_to_standard_output(scratch):
+    done = subprocess.run(
+        [PREVIEW, "--png", "-", *TEXTS], capture_output=True, timeout=SECONDS, check=True, env=environment(scratch)
+    )
+    with Image.open(io.BytesIO(done.stdout)) as image:
+        assert numpy.array_equal(numpy.asarray(image.convert("RGB")), rgb(drawn(TEXTS)[0]))
+
+
+def test_a_picture_that_cannot_be_written_loses_nothing_else(preview, tmp_path):
+    old = tmp_path / "page.png"
+    old.write_text("an older picture")
+    (tmp_path / "page.png.new").mkdir()
+    animation = tmp_path / "page.webp"
+    done = preview("--png", old, "--animation", animation, *TEXTS)
+    assert (done.returncode, done.stderr) == (3, f"bootlume-preview: {old}: Is a directory\n")
+    assert old.read_text() == "an older picture"
+    with Image.open(animation) as image:
+        assert image.n_frames == TURN
+
+
+def test_a_sheet_that_cannot_be_written_does_not_lose_the_report(preview, tmp_path):
+    catalogue = tmp_path / "catalogue.tsv"
+    catalogue.write_text("en\tTitle\tline\n")
+    done = preview("--check", catalogue, "--sheet", "/nowhere/sheet.png")
+    assert done.returncode == 3
+    assert done.stdout.endswith("1 page: good\n")
+    assert done.stderr == "bootlume-preview: /nowhere/sheet.png: No such file or directory\n"
+
+
+def test_a_program_that_cannot_be_executed_is_named_with_the_reason(preview, tmp_path):
+    script = tmp_path / "bootlume"
+    script.write_text("no program")
+    script.chmod(0o755)
+    done = preview("--bootlume", script, "--png", tmp_path / "page.png")
+    assert done.returncode == 3
+    assert f"{script}: Exec format error" in done.stderr

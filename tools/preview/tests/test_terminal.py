@@ -1,21 +1,26 @@
 """The view in a terminal, for real: under tmux."""
 
+import os
 import re
+import select
 import shlex
 import subprocess
+import termios
 
 import numpy
 import pytest
 
 from desk import wait_until
+from desk.waiting import DEADLINE
 from desk.pictures import rgb
-from preview_desk import PREVIEW, TEXTS, TURN, drawn, environment, read_png
+from preview_desk import PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, read_png
 
 
 class Terminal:
     """A shell in a terminal of its own."""
 
     def __init__(self, scratch, folder, columns=90, rows=30):
+        self.folder = folder
         self.socket = folder / "tmux"
         self.environment = environment(scratch)
         self.tmux(
@@ -160,3 +165,36 @@ def test_it_fits_itself_to_a_new_size(terminal):
     )
     terminal.type("q")
     terminal.wait_for("status 0.")
+
+
+def test_the_command_for_other_texts_stands_below_the_page(terminal):
+    terminal.run(PREVIEW, "--root", "desk", *TEXTS)
+    terminal.wait_for("other texts: ")
+    hint = next(line for line in terminal.lines() if "other texts: " in line)
+    assert "bootlumectl --root " in hint and hint.rstrip().endswith("/desk text TITLE LINE...")
+    terminal.type("q")
+    terminal.wait_for("status 0.")
+
+
+def test_a_terminal_that_claims_to_be_huge_ends_nothing(scratch, tmp_path):
+    ours, theirs = os.openpty()
+    termios.tcsetwinsize(theirs, (65535, 65535))
+    shown = subprocess.Popen(
+        [PREVIEW, *TEXTS], stdin=theirs, stdout=theirs, stderr=theirs, cwd=tmp_path, env=environment(scratch)
+    )
+    os.close(theirs)
+    read = b""
+
+    def read_until(look):
+        nonlocal read
+        while not look():
+            assert select.select([ours], [], [], DEADLINE)[0], "nothing more is written"
+            read += os.read(ours, 65536)
+
+    read_until(lambda: b"q quit" in read)
+    os.write(ours, b"p")
+    read_until(lambda: b"picture of the page: " in read)
+    os.write(ours, b"q")
+    read_until(lambda: b"\x1b[?1049l" in read)
+    assert shown.wait(SECONDS) == 0
+    os.close(ours)

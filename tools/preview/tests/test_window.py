@@ -2,6 +2,7 @@
 
 import ctypes
 import os
+import shlex
 import subprocess
 
 import numpy
@@ -47,7 +48,7 @@ def press_close_button(display, window):
 class Display:
     """An X server whose screen is a file."""
 
-    def __init__(self, folder):
+    def __init__(self, folder, size="640x900"):
         self.file = folder / "Xvfb_screen0"
         reader, writer = os.pipe()
         self.server = subprocess.Popen(
@@ -57,7 +58,7 @@ class Display:
                 str(writer),
                 "-screen",
                 "0",
-                "640x900x24",
+                f"{size}x24",
                 "-fbdir",
                 folder,
                 "-nolisten",
@@ -117,9 +118,11 @@ class Shown:
             env=environment(scratch, DISPLAY=display.name),
         )
         self.id = None
+        self.hint = None
 
     def wait_for_page(self):
         wait_until(self._is_there, "the window")
+        self.hint = self.process.stdout.readline()
         divider = (150, 240)
         wait_until(lambda: self.page()[divider] != self.page()[0, 0] == 0xFFFF, "the page")
 
@@ -128,6 +131,9 @@ class Shown:
         self.id = self.display.tool("search", "--name", "bootlume preview").stdout.strip()
         return self.id and "X" in self._place()
 
+    def title(self):
+        return self.display.tool("getwindowname", self.id).stdout.strip()
+
     def _place(self):
         return dict(
             line.split("=") for line in self.display.tool("getwindowgeometry", "--shell", self.id).stdout.split()
@@ -135,10 +141,14 @@ class Shown:
 
     def page(self):
         """What the window shows, as an RGB565 screen would."""
+        x, y, width, height = self.place()
+        assert (width, height) == (480, 800)
+        return reduced(self.display.picture()[y : y + height, x : x + width])
+
+    def place(self):
+        """Left and upper edge, width and height of the window."""
         place = self._place()
-        x, y = int(place["X"]), int(place["Y"])
-        assert (place["WIDTH"], place["HEIGHT"]) == ("480", "800")
-        return reduced(self.display.picture()[y : y + 800, x : x + 480])
+        return [int(place[name]) for name in ("X", "Y", "WIDTH", "HEIGHT")]
 
     def key(self, name):
         self.display.tool("key", "--window", self.id, name)
@@ -243,3 +253,87 @@ def test_a_display_that_cannot_be_opened_is_no_end(preview, tmp_path):
     done = preview("--picture", tmp_path / "x.png", *TEXTS, DISPLAY=":nowhere")
     assert done.returncode == 0
     assert "no window can be opened" in done.stdout
+
+
+def client(shown, *words):
+    """Runs the command that was told, with a subcommand of the test's."""
+    told = shlex.split(shown.hint.removeprefix("other texts: ").removesuffix(" text TITLE LINE...\n"))
+    return subprocess.run(
+        [*told, *words], capture_output=True, text=True, timeout=SECONDS, check=False, cwd=shown.folder
+    )
+
+
+@pytest.mark.parametrize("options", [[], ["--root", "a folder"]])
+def test_the_command_that_is_told_sends_texts_and_ends_the_splash(show, tmp_path, options):
+    shown = show(*options, *TEXTS)
+    assert shown.hint.startswith("other texts: ")
+    done = client(shown, "text", "Brem K5", "Update wird installiert", "Bitte nicht ausschalten")
+    assert done.returncode == 0, done.stderr
+    frames = drawn(("Brem K5", "Update wird installiert\nBitte nicht ausschalten"), count=TURN)
+    wait_until(lambda: index_in(shown.page(), frames) is not None, "the page with the new texts")
+    assert client(shown, "quit").returncode == 0
+    assert shown.wait() == (0, "the splash was ended in order\n")
+    assert (tmp_path / "a folder").exists() == bool(options)
+
+
+def test_a_root_with_a_name_is_for_one_preview_at_a_time(show, preview, tmp_path):
+    root = tmp_path / "root"
+    shown = show("--root", root, *TEXTS)
+    second = preview("--root", root, "--png", tmp_path / "page.png")
+    assert (second.returncode, second.stderr) == (3, f"bootlume-preview: {root}: another preview uses this folder\n")
+    shown.key("q")
+    assert shown.wait()[0] == 0
+    assert preview("--root", root, "--png", tmp_path / "page.png").returncode == 0
+
+
+def test_p_in_a_folder_that_cannot_be_written_says_so_and_goes_on(show, tmp_path):
+    shown = show(*TEXTS)
+    os.chmod(tmp_path, 0o777)
+    (tmp_path / "bootlume-1.png.new").mkdir()
+    shown.key("p")
+    assert shown.process.stdout.readline() == f"no picture: {tmp_path}/bootlume-1.png: Is a directory\n"
+    shown.key("q")
+    assert shown.wait() == (3, "")
+
+
+def test_n_and_b_turn_the_pages_of_a_catalogue(show, tmp_path):
+    rows = [("de", *TEXTS), ("zh", "启动", "请稍候"), ("en", "Title", "line")]
+    catalogue = tmp_path / "catalogue.tsv"
+    catalogue.write_text("".join("\t".join(row) + "\n" for row in rows))
+    pages = [drawn(row[1:], count=TURN, chinese=row[0] == "zh") for row in rows]
+    shown = show("--pages", catalogue)
+    for key, page in [("b", 0), ("n", 1), ("Right", 2), ("n", 2), ("Prior", 1), ("b", 0)]:
+        shown.key(key)
+        wait_until(lambda: index_in(shown.page(), pages[page]) is not None, f"page {page + 1}")
+        language = rows[page][0]
+        wait_until(lambda: f"page {page + 1} of 3 ({language}): " in shown.title(), "the page's name")
+    shown.key("q")
+    assert shown.wait()[0] == 0
+
+
+RING_END = (364 + 69) / 800  # of the page's height
+
+
+def test_on_a_small_display_the_whole_page_is_shown_smaller(tmp_path, scratch):
+    folder = tmp_path / "screen"
+    folder.mkdir()
+    display = Display(folder, "800x480")
+    shown = Shown(display, scratch, tmp_path, *TEXTS)
+    try:
+        wait_until(shown._is_there, "the window")
+
+        def lines():
+            """Where something dark lies, as parts of the window's height."""
+            x, y, width, height = shown.place()
+            page = display.picture()[y : y + height, x : x + width]
+            return numpy.nonzero((page.min(axis=2) < 160).sum(axis=1))[0] / height if page.size else []
+
+        wait_until(lambda: len(lines()) and abs(lines().max() - RING_END) < 0.01, "the ring's lower edge")
+        x, y, width, height = shown.place()
+        assert x >= 0 and y >= 0 and x + width <= 800 and y + height <= 480
+        assert abs(width / height - 480 / 800) < 0.01
+    finally:
+        shown.process.kill()
+        shown.process.wait()
+        shown.process.stdout.close()
+        display.close()

@@ -1,6 +1,7 @@
-#include "temporary_root.h"
+#include "root.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,9 +47,36 @@ std::string makeFolder() {
     _exit(error ? 1 : 0);
 }
 
+/// Makes the folder where it is missing, and takes it for this program alone.
+std::string takeFolder(const std::string& given, int& lock) {
+    std::string path = std::filesystem::absolute(given).lexically_normal().string();
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    lock = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (lock < 0) {
+        throw std::runtime_error(path + ": " + std::strerror(errno));
+    }
+    if (flock(lock, LOCK_EX | LOCK_NB) != 0) {
+        throw std::runtime_error(path + ": another preview uses this folder");
+    }
+    return path;
+}
+
 } // namespace
 
-TemporaryRoot::TemporaryRoot() : m_path(makeFolder()) {
+Root::Root(const std::string& given) {
+    if (given.empty()) {
+        m_path = makeFolder();
+        startRemover();
+    } else {
+        m_path = takeFolder(given, m_keepAlive);
+    }
+}
+
+void Root::startRemover() {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) == 0) {
         m_remover = fork();
@@ -67,9 +95,9 @@ TemporaryRoot::TemporaryRoot() : m_path(makeFolder()) {
     }
 }
 
-TemporaryRoot::~TemporaryRoot() {
+Root::~Root() {
     close(m_keepAlive);
-    while (waitpid(m_remover, nullptr, 0) < 0 && errno == EINTR) {
+    while (m_remover > 0 && waitpid(m_remover, nullptr, 0) < 0 && errno == EINTR) {
     }
 }
 
