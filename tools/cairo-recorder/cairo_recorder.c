@@ -33,7 +33,8 @@ static int record_file(void) {
     static int file = -1;
     if (file < 0) {
         const char* path = getenv("CAIRO_RECORDER_LOG");
-        if (path == NULL || (file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666)) < 0) {
+        if (path == NULL ||
+            (file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666)) < 0) {
             fprintf(stderr, "cairo-recorder: CAIRO_RECORDER_LOG must name a file to write\n");
             abort();
         }
@@ -64,8 +65,8 @@ static size_t put_text(char* line, size_t length, const char* text) {
  * result where there is one. */
 static void record(const char* call, const char* kinds, ...) {
     static __thread char line[LINE_BYTES];
-    size_t length = (size_t)sprintf(line, "{\"call\": \"%s\", \"thread\": %d, \"arguments\": [", call,
-                                    (int)gettid());
+    size_t length = (size_t)sprintf(line, "{\"call\": \"%s\", \"thread\": %d, \"arguments\": [",
+                                    call, (int)gettid());
     va_list values;
     va_start(values, kinds);
     for (const char* kind = kinds; *kind != '\0'; ++kind) {
@@ -90,7 +91,7 @@ static void record(const char* call, const char* kinds, ...) {
 #define RECORD(name, parameters, arguments, ...)                                                   \
     void name parameters {                                                                         \
         record(#name, __VA_ARGS__);                                                                \
-        ((void(*) parameters)next(#name))arguments;                                                \
+        ((void(*) parameters)next(#name)) arguments;                                               \
     }
 #define RECORD_RESULT(type, name, parameters, arguments, ...)                                      \
     type name parameters {                                                                         \
@@ -107,6 +108,9 @@ RECORD_RESULT(cairo_surface_t*, cairo_image_surface_create_for_data,
               height, stride)
 RECORD_RESULT(cairo_t*, cairo_create, (cairo_surface_t * target), (target), "pp", (void*)target)
 RECORD(cairo_destroy, (cairo_t * cr), (cr), "p", (void*)cr)
+RECORD_RESULT(cairo_status_t, cairo_status, (cairo_t * cr), (cr), "pi", (void*)cr)
+RECORD_RESULT(const char*, cairo_status_to_string, (cairo_status_t status), (status), "is",
+              (int)status)
 RECORD(cairo_surface_destroy, (cairo_surface_t * surface), (surface), "p", (void*)surface)
 
 RECORD(cairo_set_source_rgb, (cairo_t * cr, double r, double g, double b), (cr, r, g, b), "pddd",

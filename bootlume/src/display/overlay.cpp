@@ -23,6 +23,10 @@ std::chrono::milliseconds since(WallClock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(WallClock::now() - start);
 }
 
+void useTextColour(cairo_t* cr) {
+    cairo_set_source_rgb(cr, 0.1, 0.1, 0.1);
+}
+
 /// Selects the font; returns the height of the sample text in it.
 double selectFont(cairo_t* cr, const std::string& family, std::int32_t size) {
     cairo_select_font_face(cr, family.c_str(), CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
@@ -82,18 +86,19 @@ void Overlay::run() {
     m_surface.close();
 }
 
-void Overlay::drawFrame(cairo_t* cr) {
+void Overlay::drawFrame(cairo_t*& cr) {
     cairo_set_source_rgb(cr, 1.0, 1.0, 1.0);
     cairo_paint(cr);
     drawTexts(cr);
+    m_refused.report();
     drawDivider(cr);
     drawSpinner(cr);
     m_frame += 1;
 }
 
-void Overlay::drawTexts(cairo_t* cr) {
+void Overlay::drawTexts(cairo_t*& cr) {
     const std::lock_guard<std::mutex> lock(m_textMutex);
-    cairo_set_source_rgb(cr, 0.1, 0.1, 0.1);
+    useTextColour(cr);
     const TextStyle title{m_titleX, m_titleFontSize, m_titleCharWidth, m_titleRunYOffset, true};
     drawText(cr, m_title, m_titleY, title);
     // A line's baseline is whole only if it has two runs, on purpose.
@@ -105,19 +110,34 @@ void Overlay::drawTexts(cairo_t* cr) {
     }
 }
 
-void Overlay::drawText(cairo_t* cr, const std::string& text, std::int32_t top,
-                       const TextStyle& style) const {
+void Overlay::drawText(cairo_t*& cr, const std::string& text, std::int32_t top,
+                       const TextStyle& style) {
     const TextRuns runs = textRuns(text);
     const bool twoRuns = !runs.secondFont.empty();
-    double y = top + selectFont(cr, runs.firstFont, style.fontSize);
-    if (style.wholeBaseline || twoRuns) {
-        y = std::trunc(y);
+    double y = top;
+    if (!m_refused.contains(runs.firstFont, runs.firstText)) {
+        y += selectFont(cr, runs.firstFont, style.fontSize);
+        if (style.wholeBaseline || twoRuns) {
+            y = std::trunc(y);
+        }
+        showText(cr, runs.firstText, style.x, y);
+        checkDrawn(cr, runs.firstFont, runs.firstText);
     }
-    showText(cr, runs.firstText, style.x, y);
-    if (twoRuns) {
+    if (twoRuns && !m_refused.contains(runs.secondFont, runs.secondText)) {
         selectFont(cr, runs.secondFont, style.fontSize);
         const auto advance = style.charWidth * static_cast<std::int32_t>(runs.firstText.size());
         showText(cr, runs.secondText, style.x + advance, y + style.runYOffset);
+        checkDrawn(cr, runs.secondFont, runs.secondText);
+    }
+}
+
+/// An error in a context lasts: nothing more would be drawn in it, the ring included.
+void Overlay::checkDrawn(cairo_t*& cr, const std::string& font, const std::string& text) {
+    const cairo_status_t status = cairo_status(cr);
+    if (status != CAIRO_STATUS_SUCCESS) {
+        m_refused.add(font, text, status);
+        cr = cairo_create(m_surfaces[m_surface.freeBufferIndex()]); // the old one lives on, too
+        useTextColour(cr);
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "display/refused_texts.h"
 #include "display/surface.h"
 
 #include <cairo.h>
@@ -57,10 +58,11 @@ private:
     };
 
     TextRuns textRuns(const std::string& text) const;
-    void drawFrame(cairo_t* cr);
-    void drawTexts(cairo_t* cr);
-    void drawText(cairo_t* cr, const std::string& text, std::int32_t top,
-                  const TextStyle& style) const;
+    // A context that comes into an error while texts are drawn is exchanged for another.
+    void drawFrame(cairo_t*& cr);
+    void drawTexts(cairo_t*& cr);
+    void drawText(cairo_t*& cr, const std::string& text, std::int32_t top, const TextStyle& style);
+    void checkDrawn(cairo_t*& cr, const std::string& font, const std::string& text);
     void drawDivider(cairo_t* cr) const;
     void drawSpinner(cairo_t* cr) const;
     void sleepForRest(std::chrono::milliseconds used) const;
@@ -98,6 +100,7 @@ private:
     std::mutex m_textMutex; ///< guards the title and the lines
     std::atomic<bool> m_running{true};
     bool m_chinese = false; ///< read anew for every frame
+    RefusedTexts m_refused;
 };
 
 } // namespace paint

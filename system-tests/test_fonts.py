@@ -1,0 +1,186 @@
+"""Fonts that cannot be read: the texts that can be drawn are drawn, and the ring turns."""
+
+import json
+import mmap
+import os
+import shutil
+import struct
+import subprocess
+
+import pytest
+
+from desk.desk import sanitizer_runtimes
+from desk.waiting import wait_until
+
+LATIN = "Univers Next W1G Medium"
+CHINESE = "Droid Sans Fallback"
+LONG_AGO = (1_000_000_000, 1_000_000_000)  # a folder whose date stays is not read anew
+TITLE, DIVIDER, BODY, RING = range(120, 149), range(150, 151), range(160, 280), range(290, 440)
+
+NAME_END = 86  # of "Brem K5 " in the title
+
+
+def file_of(family):
+    return subprocess.run(
+        ["fc-match", "--format=%{file}", family], capture_output=True, text=True, check=True
+    ).stdout
+
+
+def rows(frame, which):
+    return frame.pixels[which.start * 960 : which.stop * 960]
+
+
+def is_white(frame, which):
+    return set(rows(frame, which)) == {0xFF}
+
+
+class Fonts:
+    """A fonts folder of the splash's own, whose cache is filled."""
+
+    def __init__(self, desk):
+        self.desk = desk
+        self._folder = desk.root / "fonts"
+        self._folder.mkdir()
+        configuration = desk.root / "fonts.conf"
+        configuration.write_text(
+            f"<fontconfig><dir>{self._folder}</dir><cachedir>{desk.root}/fonts-cache</cachedir>"
+            f"<alias binding='same'><family>{LATIN}</family><prefer><family>DejaVu Sans</family></prefer></alias>"
+            "</fontconfig>"
+        )
+        self._environment = {"FONTCONFIG_FILE": configuration}
+        self._files = {family: self._folder / f"{number}.ttf" for number, family in enumerate((LATIN, CHINESE))}
+        for family in self._files:
+            self.mend(family)
+        first = self.start()
+        first.screen.wait_for_frame(2)
+        assert first.quit() == 0
+
+    def start(self, *texts, env=None, **options):
+        return self.desk.start(*texts, refresh=0, env={**self._environment, **(env or {})}, **options)
+
+    def mend(self, family):
+        source = file_of("DejaVu Sans" if family == LATIN else family)
+        self._files[family].unlink(missing_ok=True)
+        shutil.copyfile(source, self._files[family])
+        self._date()
+
+    def spoil(self, family, how):
+        file = self._files[family]
+        if how == "removed":
+            file.unlink()
+        else:
+            os.truncate(file, 0 if how == "emptied" else 100_000)
+        self._date()
+
+    def _date(self):
+        for path in [*self._folder.iterdir(), self._folder]:
+            os.utime(path, LONG_AGO)
+
+
+@pytest.fixture
+def fonts(desk):
+    return Fonts(desk)
+
+
+@pytest.fixture
+def minutes(desk, build_dir, preload):
+    """minutes.environment for a splash whose steady clock minutes.later() sets forward by a minute."""
+    if sanitizer_runtimes(build_dir / "bin/bootlume"):
+        pytest.skip("a sanitizer has clocks of its own")
+
+    class Minutes:
+        def __init__(self):
+            path = desk.root / "clocks"
+            path.write_bytes(bytes(16))
+            self.environment = {**preload("shifted-clock"), "SHIFTED_CLOCK": path}
+            self._passed = 0
+            with open(path, "r+b") as file:
+                self._map = mmap.mmap(file.fileno(), 0)
+
+        def later(self):
+            self._passed += 61
+            struct.pack_into("=q", self._map, 8, self._passed * 1_000_000_000)
+
+    return Minutes()
+
+
+def frame_later(splash, frames=10):
+    return splash.screen.wait_for_frame(splash.screen.frame_number + frames)
+
+
+def refusals(splash):
+    return [line for line in splash.trace("Couldn't draw a text") if line.level == "ERROR"]
+
+
+def assert_only_ring_and_divider(splash):
+    frames = [frame_later(splash, 4) for _ in range(3)]
+    for frame in frames:
+        assert is_white(frame, TITLE) and is_white(frame, BODY)
+        assert not is_white(frame, DIVIDER) and not is_white(frame, RING)
+    assert len({bytes(rows(frame, RING)) for frame in frames}) == 3, "the ring turns"
+
+
+@pytest.mark.parametrize("how", ["removed", "emptied", "cut"])
+def test_an_unreadable_font_costs_its_texts_and_one_line(fonts, how):
+    fonts.spoil(LATIN, how)
+    splash = fonts.start("Titel", "eins\nzwei")
+    frame_later(splash, 60)
+    assert_only_ring_and_divider(splash)
+    (line,) = refusals(splash)
+    assert f"font = {LATIN}, " in line.text
+    assert splash.quit() == 0
+
+
+def test_a_lasting_failure_is_one_line_a_minute_and_a_mended_font_comes_back(fonts, minutes):
+    sound = fonts.start("Titel", "eins\nzwei")
+    page = frame_later(sound)
+    assert sound.quit() == 0
+    fonts.spoil(LATIN, "removed")
+    splash = fonts.start("Titel", "eins\nzwei", env=minutes.environment)
+    frame_later(splash, 40)
+    assert len(refusals(splash)) == 1
+    minutes.later()
+    wait_until(lambda: len(refusals(splash)) == 2, "the second minute's line")
+    frame_later(splash, 40)
+    assert len(refusals(splash)) == 2
+    fonts.mend(LATIN)
+    minutes.later()
+    splash.screen.wait_for_picture(
+        lambda frame: all(rows(frame, part) == rows(page, part) for part in (TITLE, BODY)), "the texts"
+    )
+    assert len(refusals(splash)) == 2
+    assert splash.quit() == 0
+
+
+def test_a_moment_of_a_language_without_a_font_leaves_the_page_as_it_was(desk, fonts):
+    fonts.spoil(CHINESE, "removed")
+    splash = fonts.start("Brem K5 Titel", "Zeile")
+    page = frame_later(splash)
+    desk.language("zh")
+    wait_until(lambda: refusals(splash), "the line")
+    assert f"font = {CHINESE}, " in refusals(splash)[0].text
+    chinese = frame_later(splash)
+    assert is_white(chinese, BODY)
+    for row in TITLE:
+        begin, rest = (rows(chinese, range(row, row + 1))[2 * a : 2 * b] for a, b in ((0, NAME_END), (NAME_END, 480)))
+        assert set(rest) == {0xFF}
+        assert begin == rows(page, range(row, row + 1))[: 2 * NAME_END], "the product's name is drawn as ever"
+    desk.language("en")
+    splash.screen.wait_for_picture(
+        lambda frame: all(rows(frame, part) == rows(page, part) for part in (TITLE, BODY)), "the texts"
+    )
+    assert rows(frame_later(splash), RING) != rows(frame_later(splash), RING)
+    assert splash.quit() == 0
+
+
+def test_a_refused_text_costs_one_context_however_many_frames_there_are(desk, fonts, preload):
+    fonts.spoil(LATIN, "removed")
+    record = desk.root / "cairo"
+    environment = {**preload("cairo-recorder"), "CAIRO_RECORDER_LOG": record}
+    splash = fonts.start("Titel", "eins\nzwei", env=environment)
+    frame_later(splash, 60)
+    assert splash.quit() == 0
+    calls = [json.loads(line)["call"] for line in record.read_text(encoding="utf-8").splitlines()]
+    assert calls.count("cairo_paint") >= 50
+    assert calls.count("cairo_create") == 2 + len(["Titel", "eins", "zwei"])
+    assert calls.count("cairo_show_text") == 3
