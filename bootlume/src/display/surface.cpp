@@ -133,18 +133,29 @@ int Surface::flip() {
         return -1;
     }
     m_freeBuffer.index = m_freeBuffer.index == 0 ? 1 : 0;
-    m_bufferOwed = ioctl(m_fd, VIDIOC_DQBUF, &m_freeBuffer) < 0;
+    m_bufferOwed = !dequeue();
     if (m_bufferOwed) {
         TRACE(Trace::LEVEL_ERROR, "Couldn't dequeue buffer" << TRACE_VALUE(m_freeBuffer.index));
     }
     return static_cast<int>(m_freeBuffer.index);
 }
 
+/// Takes a buffer back; false, and the index as it was, if that fails or there is no such buffer.
+bool Surface::dequeue() {
+    const std::uint32_t index = m_freeBuffer.index;
+    const bool taken =
+        ioctl(m_fd, VIDIOC_DQBUF, &m_freeBuffer) == 0 && m_freeBuffer.index < m_buffers.size();
+    if (!taken) {
+        m_freeBuffer.index = index;
+    }
+    return taken;
+}
+
 /// After a failed dequeue the driver may still hold both buffers, and takes neither again: without
 /// this the picture would stand still for good.
 void Surface::recoverBuffer() {
     if (m_bufferOwed) {
-        m_bufferOwed = ioctl(m_fd, VIDIOC_DQBUF, &m_freeBuffer) < 0;
+        m_bufferOwed = !dequeue();
     }
 }
 

@@ -54,6 +54,7 @@ private:
     int allocateBuffers();
     int allocateBuffer(std::uint32_t index, const v4l2_requestbuffers& request);
     void showFirstBuffer();
+    bool dequeue();
     void recoverBuffer();
 
     const char* m_device = "/dev/v4l/by-path/platform-imx-ipuv3-ovl.5-video-index0";

@@ -2,9 +2,36 @@
 
 #include "desk.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <dlfcn.h>
+#include <sys/ioctl.h>
 
 #include <algorithm>
+#include <cstdarg>
+#include <optional>
+
+namespace {
+
+/// What the driver claims to give back, instead of the truth.
+std::optional<std::uint32_t> lie;
+
+} // namespace
+
+/// Stands before the virtual device's.
+extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    static const auto next =
+        reinterpret_cast<int (*)(int, unsigned long, ...)>(dlsym(RTLD_NEXT, "ioctl"));
+    const int result = next(descriptor, request, argument);
+    if (request == VIDIOC_DQBUF && result == 0 && lie) {
+        static_cast<v4l2_buffer*>(argument)->index = *lie;
+    }
+    return result;
+}
 
 namespace paint {
 namespace {
@@ -39,6 +66,22 @@ TEST(ASurface, KeepsItsFreeBufferWhenQueueingFails) {
     surface.close();
     EXPECT_EQ(surface.flip(), -1); // nothing can be queued any more
     EXPECT_EQ(surface.freeBufferIndex(), 1u);
+}
+
+TEST(ASurface, RefusesABufferThatThereIsNotLikeAFailedDequeue) {
+    for (const std::uint32_t index : {2U, 7U, 0xFFFFFFFFU}) {
+        Surface surface;
+        ASSERT_EQ(surface.flip(), 1);
+        lie = index;
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(surface.flip(), 0);
+        EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                    testing::HasSubstr("| Couldn't dequeue buffer, m_freeBuffer.index = 0|"));
+        EXPECT_EQ(surface.freeBufferIndex(), 0U);
+        EXPECT_EQ(surface.flip(), 1);
+        lie.reset();
+        EXPECT_EQ(surface.flip(), 0);
+    }
 }
 
 TEST(ASurface, IsClosedByItsDestructor) {
