@@ -8,19 +8,34 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 namespace cmd {
 
 namespace {
 
 constexpr int POLL_TIMEOUT_MS = 2000;
+constexpr std::chrono::milliseconds PAUSE_AFTER_FAILURE(1);
+
+/// perror(), but only if standard error takes a line at once: if nobody reads it, the end would
+/// wait for a reader.
+void reportError(const char* what) {
+    const int error = errno;
+    pollfd output{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&output, 1, 0) != 0) {
+        errno = error;
+        std::perror(what);
+    }
+}
 
 int createSocket() {
     const int descriptor = socket(AF_UNIX, SOCK_DGRAM, 0);
     if (descriptor < 0) {
-        std::perror("socket error");
+        reportError("socket error");
     }
     return descriptor;
 }
@@ -60,24 +75,29 @@ bool UnixServer::bindSocket() {
     static_assert(sizeof address == 110, "the length that the socket is bound with");
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, m_path.c_str(), sizeof address.sun_path - 1);
-    const std::lock_guard<std::mutex> lock(m_socketMutex);
+    std::unique_lock<std::mutex> lock(m_socketMutex);
     if (!m_running) {
         return false;
     }
     unlink(m_path.c_str()); // a file left by an earlier run would make the bind fail
-    if (::bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
-        std::perror("bind error");
-        return false;
+    const bool bound =
+        ::bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    lock.unlock();
+    if (!bound) {
+        reportError("bind error");
     }
-    return true;
+    return bound;
 }
 
 void UnixServer::serve() {
     pollfd wait{m_socket, POLLIN, 0};
     while (m_running) {
         TRACE(Trace::LEVEL_VERBOSE, "Polling socket.");
-        if (poll(&wait, 1, POLL_TIMEOUT_MS) > 0) {
+        const int ready = poll(&wait, 1, POLL_TIMEOUT_MS);
+        if (ready > 0) {
             readMessage();
+        } else if (ready < 0) { // a failure that lasts must not take the processor
+            std::this_thread::sleep_for(PAUSE_AFTER_FAILURE);
         }
     }
 }

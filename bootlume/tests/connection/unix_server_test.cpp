@@ -3,19 +3,42 @@
 #include "support/isolated.h"
 #include "support/traced_test.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <thread>
+
+namespace {
+
+std::atomic<bool> pollFails{false};
+std::atomic<int> failedPolls{0};
+
+} // namespace
+
+/// Stands before the C library's.
+extern "C" int poll(pollfd* waits, nfds_t count, int timeout) {
+    if (pollFails) {
+        ++failedPolls;
+        errno = ENOMEM;
+        return -1;
+    }
+    static const auto next =
+        reinterpret_cast<int (*)(pollfd*, nfds_t, int)>(dlsym(RTLD_NEXT, "poll"));
+    return next(waits, count, timeout);
+}
 
 namespace {
 
@@ -265,6 +288,23 @@ TEST_F(UnixServer, PassesOverAnInterruptedWait) {
     ASSERT_TRUE(sendTo(m_path, "after"));
     EXPECT_THAT(served.wait(1), testing::ElementsAre("after"));
     sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST_F(UnixServer, BreathesWhileItsWaitFailsAndMissesNoDatagram) {
+    Served served(m_path);
+    served.runBound();
+    pollFails = true;
+    ASSERT_TRUE(sendTo(m_path, "first"));
+    served.wait(1); // may have ended the wait that was under way
+    const auto start = Clock::now();
+    const int before = failedPolls;
+    while (failedPolls < before + 100 && Clock::now() < start + DEADLINE) {
+        std::this_thread::yield();
+    }
+    EXPECT_GE(Clock::now() - start, 95ms) << "about a millisecond between two";
+    ASSERT_TRUE(sendTo(m_path, "second"));
+    pollFails = false;
+    EXPECT_THAT(served.wait(2), testing::ElementsAre("first", "second"));
 }
 
 TEST_F(UnixServer, TellsWhereNoSocketCanBeMade) {
