@@ -80,7 +80,7 @@ OTHERS = """
 __assert_fail __cxa_atexit __cxa_finalize __errno_location __gmon_start__ __libc_start_main
 __snprintf_chk __stack_chk_fail __syslog_chk __tls_get_addr __vsnprintf_chk _exit abort chroot closelog exit fileno
 free fwrite getegid getenv geteuid getgid getpid getuid localtime_r memcmp memcpy memmem memmove memset
-openlog perror pthread_cond_timedwait pthread_mutex_lock pthread_mutex_unlock sem_destroy sem_init
+openlog perror pthread_cond_clockwait pthread_cond_timedwait pthread_mutex_lock pthread_mutex_unlock sem_destroy sem_init
 sem_post setegid seteuid setgid setsid setuid sigaddset sigemptyset sigfillset strchr strcmp strdup strerror strerror_r
 strftime strlen strncmp strncpy strtol strtoul tolower tzset
 """.split()

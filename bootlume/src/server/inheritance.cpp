@@ -34,6 +34,7 @@ void openStandardDescriptors() {
 void correctInheritance() {
     openStandardDescriptors();
     signal(SIGCHLD, SIG_DFL); // if it were ignored, a reboot would have no result
+    signal(SIGXFSZ, SIG_IGN); // at a limit for files, lines are lost and nothing else
     sigset_t ending{};
     sigemptyset(&ending);
     for (const int sig : {SIGHUP, SIGINT, SIGTERM}) {

@@ -5,11 +5,13 @@
 #include "server/ending.h"
 #include "server/globals.h"
 #include "server/inheritance.h"
+#include "server/latch.h"
 #include "server/startup_watchdog.h"
 #include "thread_name.h"
 #include "tracing.h"
 
 #include <signal.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -33,6 +35,7 @@ namespace {
 
 constexpr int DEFAULT_SOFT_LIMIT_S = 180;
 constexpr int DEFAULT_HARD_LIMIT_S = 200;
+constexpr std::chrono::seconds LONGEST_END(5); ///< of the renderer
 
 void logParseFailure(const char* name, int defaultValue, const std::exception& error) {
     TRACE(Trace::LEVEL_ERROR, "failed to parse environment value: " + std::string(name) + ", using "
@@ -87,6 +90,16 @@ void join(std::thread& thread) {
     }
 }
 
+/// Joins the renderer. A display that never gives a buffer back would hold it for ever: then the
+/// process ends as it is, and the kernel closes the display.
+void joinRenderer(std::thread& thread, Latch& ended) {
+    if (!ended.waitFor(LONGEST_END)) {
+        TRACE(Trace::LEVEL_ERROR, "The display does not answer.");
+        _exit(EXIT_SUCCESS);
+    }
+    join(thread);
+}
+
 } // namespace
 
 std::string getEnvParameter(const char* name, const std::string& defaultValue) {
@@ -137,14 +150,18 @@ int main(int argc, char* argv[]) {
     const CommandHandler commandHandler(overlay);
     cmd::UnixServer server(path, commandHandler);
     std::thread serverThread(&cmd::UnixServer::run, &server);
-    std::thread overlayThread(&paint::Overlay::run, &overlay);
+    Latch ended;
+    std::thread overlayThread([&overlay, &ended] {
+        overlay.run();
+        ended.open();
+    });
 
     (*gdispatcher).run();
 
     server.stop();
     join(serverThread);
     overlay.stop();
-    join(overlayThread);
+    joinRenderer(overlayThread, ended);
     endDispatcher();
     return 0;
 }
