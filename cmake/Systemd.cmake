@@ -18,5 +18,5 @@ package_folder(BOOTLUME_UDEV_DIR udev udevdir lib/udev)
 function(install_unit unit)
   installed_paths(${CMAKE_CURRENT_SOURCE_DIR}/systemd/${unit} ${CMAKE_BINARY_DIR}/systemd/${unit})
   install(FILES ${CMAKE_BINARY_DIR}/systemd/${unit} DESTINATION ${BOOTLUME_UNIT_DIR}
-          COMPONENT server)
+          COMPONENT service)
 endfunction()

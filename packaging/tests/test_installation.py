@@ -21,8 +21,8 @@ PACKAGE_MANAGER = re.compile(r"var/(log/dpkg\.log|lib/dpkg/.*|cache/apt/.*bin)|p
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="only root may enter a root")
 
 INSTALL = "dpkg -i /packages/*.deb >/answers/install 2>&1"
-PURGE = "dpkg --purge bootlume-tools bootlume >/answers/purge 2>&1"
-REMOVE = "dpkg --remove bootlume-tools bootlume >/answers/remove 2>&1"
+PURGE = "dpkg --purge $(dpkg-query -f '${Package}\\n' -W 'bootlume*') >/answers/purge 2>&1"
+REMOVE = "dpkg --remove $(dpkg-query -f '${Package}\\n' -W 'bootlume*') >/answers/remove 2>&1"
 # What the service starts, on the virtual device of the tools.
 START = """
 export FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig
@@ -220,3 +220,46 @@ def test_a_service_that_was_disabled_stays_so_over_an_upgrade(root):
         "systemctl is-enabled bootlume.service || true"
     )
     assert done.stdout == "disabled\n", done.stderr
+
+
+def unpack(package, folder):
+    subprocess.run(["dpkg-deb", "-R", package, folder], check=True)
+
+
+def one_package_of_before(root, folder):
+    """The package that held service and programs together, from the files of today."""
+    by_name = {package.name.split("_")[0]: package for package in (root.changes / "packages").iterdir()}
+    merged = folder / "merged"
+    unpack(by_name["bootlume-bin"], merged)
+    shutil.rmtree(merged / "DEBIAN")
+    unpack(by_name["bootlume"], merged)
+    control = merged / "DEBIAN/control"
+    lines = control.read_text().strip().splitlines()
+    fields = [line for line in lines if not line.startswith(("Depends:", "Version:"))]
+    control.write_text("\n".join(["Version: 1.0.0-1", *fields, ""]))
+    (merged / "DEBIAN/md5sums").unlink()
+    target = root.changes / "before.deb"
+    subprocess.run(["dpkg-deb", "--root-owner-group", "-b", merged, target], check=True, capture_output=True)
+
+
+def test_an_upgrade_from_the_one_package_keeps_service_and_settings(root, tmp_path):
+    one_package_of_before(root, tmp_path)
+    done = root.run(f"""
+dpkg -i /before.deb >/answers/before 2>&1
+echo '#mine' >>/etc/default/bootlume
+dpkg --auto-deconfigure -i /packages/*.deb >/answers/install 2>&1 # as apt calls it
+dpkg -S /usr/sbin/bootlume /etc/default/bootlume >/answers/owners
+dpkg --audit >/answers/audit
+tail -n 1 /etc/default/bootlume
+systemctl is-enabled bootlume.service
+""")
+    assert done.returncode == 0, done.stderr + root.answer("install")
+    assert done.stdout == "#mine\nenabled\n"
+    assert root.answer("owners") == "bootlume-bin: /usr/sbin/bootlume\nbootlume: /etc/default/bootlume\n"
+    assert root.answer("audit") == ""
+
+
+def test_the_preview_alone_enables_nothing(root):
+    done = root.run("dpkg -i /packages/bootlume-bin_*.deb /packages/bootlume-tools_*.deb >/answers/install 2>&1")
+    assert done.returncode == 0, root.answer("install")
+    assert not [name for name in root.leftovers() if "systemd" in name or "udev" in name or "default" in name]
