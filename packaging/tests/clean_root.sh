@@ -17,7 +17,8 @@ architecture=$1
 # The service manager is there as on the device; python3 and ps are for the documented commands. What
 # a root needs besides to be booted is there for this machine alone.
 included=(fontconfig fonts-dejavu-core fonts-droid-fallback fonts-liberation init-system-helpers systemd libcairo2
-          procps strace libsdl2-2.0-0 libchafa0 libwebp7 libwebpmux3 libpng16-16 libfreetype6 libicu72)
+          procps strace libsdl2-2.0-0 libchafa0 libwebp7 libwebpmux3 libpng16-16 libfreetype6 libicu72
+          libglib2.0-0 libcsv3 libgettextpo0)
 if [ "$architecture" = amd64 ]; then
   included+=(python3-minimal systemd-sysv udev kmod dbus v4l-utils)
 fi

@@ -63,7 +63,7 @@ TEST_PACKAGES=(python3 python3-pytest python3-pytest-xdist python3-cairo python3
 # What the preview and the client need.
 # shellcheck disable=SC2034
 TOOLS_PACKAGES=(libsdl2-dev libchafa-dev libwebp-dev nlohmann-json3-dev libcli11-dev
-                libfontconfig-dev libicu-dev)
+                libfontconfig-dev libicu-dev libglib2.0-dev libcsv-dev libgettextpo-dev)
 
 # What the packages and their manuals need.
 # shellcheck disable=SC2034

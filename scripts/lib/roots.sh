@@ -6,7 +6,8 @@
 . "$(dirname "${BASH_SOURCE[0]}")/packages.sh"
 
 SYSROOT_PACKAGES=(libc6-dev libstdc++-12-dev libcairo2-dev libboost-dev libgtest-dev libgmock-dev
-                  libsdl2-dev libchafa-dev libwebp-dev libfontconfig-dev libicu-dev libcli11-dev
+                  libsdl2-dev libchafa-dev libwebp-dev libfontconfig-dev libicu-dev
+                  libglib2.0-dev libcsv-dev libgettextpo-dev libcli11-dev
                   nlohmann-json3-dev
                   fonts-dejavu-core fonts-droid-fallback fontconfig-config busybox-static v4l-utils)
 AMD64_PACKAGES=(linux-image-amd64 libcairo2 busybox-static v4l-utils fonts-dejavu-core fonts-droid-fallback

@@ -1,5 +1,5 @@
 /// \file
-/// A catalogue of texts: a file with a page a line.
+/// A catalogue of texts: a file of pages.
 #pragma once
 
 #include <string>
@@ -8,16 +8,17 @@
 namespace preview {
 
 struct Page {
-    int row; ///< line of the file, from 1
+    int row; ///< line of the file, row of the spreadsheet or message of the translations, from 1
     std::string language;
     std::string title;
     std::string lines;  ///< as the program takes them
-    std::string broken; ///< why the line is no page, as a sentence; empty where it is one
+    std::string broken; ///< why the row is no page, as a sentence; empty where it is one
+    std::string doubt;  ///< what a person should know of the row; empty as a rule
 };
 
-/// Lines of three fields separated by tabs: language, title, and the body's lines separated by \n.
-/// Empty lines and lines that begin with # are skipped. Throws std::runtime_error where the file
-/// cannot be read.
+/// Reads a .po or .csv file, or lines of three fields separated by tabs: language, title, and the
+/// body's lines separated by \n. Throws std::runtime_error where the file cannot be read or holds
+/// no page.
 std::vector<Page> readCatalogue(const std::string& path);
 
 /// The body's lines as the program splits them.

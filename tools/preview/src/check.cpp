@@ -141,6 +141,9 @@ CheckedPage checkPage(Splash& splash, const Page& page) {
         checked.findings.push_back({Severity::ERROR, "row", -1, page.broken, {}});
         return checked;
     }
+    if (!page.doubt.empty()) {
+        checked.findings.push_back({Severity::WARNING, "row", -1, page.doubt, {}});
+    }
     const std::string noStart = startRefusal(page);
     if (noStart.empty()) {
         draw(splash, checked);

@@ -1,6 +1,8 @@
 #include "animation.h"
 #include "check.h"
+#include "file.h"
 #include "fonts.h"
+#include "html.h"
 #include "interruption.h"
 #include "options.h"
 #include "report.h"
@@ -8,6 +10,7 @@
 #include "sheet.h"
 #include "show.h"
 #include "splash.h"
+#include "watch.h"
 
 #include <exception>
 #include <functional>
@@ -53,19 +56,40 @@ int writePictures(Splash& splash, const Options& options) {
     return done ? EXIT_DONE : EXIT_FAILED;
 }
 
-int checkCatalogue(Splash& splash, const Options& options) {
-    const std::vector<CheckedPage> pages = check(splash, readCatalogue(options.check));
+int checkCatalogue(Splash& splash, const std::string& catalogue, const Options& options) {
+    const std::vector<CheckedPage> pages = check(splash, readCatalogue(catalogue));
     if (options.json) {
-        writeJson(std::cout, options.check, pages);
+        writeJson(std::cout, catalogue, pages);
     } else {
-        writeTable(std::cout, options.check, pages);
+        writeTable(std::cout, catalogue, pages);
     }
-    const bool written =
-        options.sheet.empty() || attempt([&] { writeSheet(pages, options.sheet); });
+    std::cout.flush();
+    bool written = options.sheet.empty() || attempt([&] { writeSheet(pages, options.sheet); });
+    if (!options.html.empty()) {
+        written = attempt([&] { writeFile(htmlOf(catalogue, pages), options.html); }) && written;
+    }
     if (!written) {
         return EXIT_FAILED;
     }
     return countFindings(pages, Severity::ERROR) == 0 ? EXIT_DONE : EXIT_FINDINGS;
+}
+
+std::string named(const std::string& file) {
+    return file.empty() ? "" : " " + file;
+}
+
+/// A catalogue that cannot be read now may be whole the next time.
+[[noreturn]] void watchCatalogue(Splash& splash, Options options) {
+    if (options.sheet.empty() && options.html.empty()) {
+        options.sheet = "bootlume-sheet.png";
+    }
+    watch(options.watch, [&] {
+        int status = EXIT_FAILED;
+        attempt([&] { status = checkCatalogue(splash, options.watch, options); });
+        if (status != EXIT_FAILED) {
+            std::cout << "written:" << named(options.sheet) << named(options.html) << std::endl;
+        }
+    });
 }
 
 std::vector<ShownPage> pagesToShow(const Options& options) {
@@ -95,7 +119,10 @@ int run(const Options& options) {
     Splash splash(installation, root);
     splash.setChinese(options.chinese);
     if (!options.check.empty()) {
-        return checkCatalogue(splash, options);
+        return checkCatalogue(splash, options.check, options);
+    }
+    if (!options.watch.empty()) {
+        watchCatalogue(splash, options);
     }
     if (!options.png.empty() || !options.animation.empty()) {
         return writePictures(splash, options);

@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <filesystem>
+#include <initializer_list>
 #include <iostream>
 #include <utility>
 
@@ -16,8 +18,10 @@ const char* const ABOUT =
 const char* const FOOTER =
     "A title that begins with a dash goes behind \"--\".\n"
     "\n"
-    "A catalogue has a page a line: language, title and lines, separated by tabs. A language\n"
-    "that begins with zh is drawn as Chinese. Empty lines and lines with # in front are skipped.\n"
+    "A catalogue has a page a line: language, title and lines, separated by tabs; empty lines and\n"
+    "lines with # in front are skipped. It may as well be a .csv file whose first row names these\n"
+    "columns, or a .po file with messages such as \"Title;Lines\". A language that begins with zh\n"
+    "is drawn as Chinese.\n"
     "\n"
     "Exit status:\n"
     "  0  done\n"
@@ -25,98 +29,101 @@ const char* const FOOTER =
     "  2  the command line\n"
     "  3  something cannot be drawn, read or written (the reason is on standard error)";
 
+/// An option that names a file or a folder.
+CLI::Option* addName(CLI::App& app, const char* option, std::string& name, const char* about,
+                     const char* type, const char* group) {
+    return app.add_option(option, name, about)
+        ->check([](const std::string& given) { return given.empty() ? "an empty name" : ""; })
+        ->type_name(type)
+        ->group(group);
+}
+
 void addPictures(CLI::App& app, Options& options) {
     const char* const group = "Pictures";
     CLI::Option* const png =
-        app.add_option("--png", options.png,
-                       "Write the page as a PNG, and end; - is standard output")
-            ->type_name("FILE")
-            ->group(group);
-    app.add_option("--animation", options.animation,
-                   "Write one turn of the ring, at its true speed, as a WebP, and end")
-        ->type_name("FILE")
-        ->group(group);
+        addName(app, "--png", options.png, "Write the page as a PNG, and end; - is standard output",
+                "FILE", group);
+    addName(app, "--animation", options.animation,
+            "Write one turn of the ring, at its true speed, as a WebP, and end", "FILE", group);
     app.add_option("--frame", options.frame, "Frame of --png, from 0; the pictures repeat after 66")
         ->check(CLI::Range(0, 1000000000).description(""))
         ->type_name("N")
         ->needs(png)
         ->group(group);
-    app.add_option("--picture", options.picture, "Write the page as a PNG, and go on showing it")
-        ->type_name("FILE")
-        ->group(group);
+    addName(app, "--picture", options.picture, "Write the page as a PNG, and go on showing it",
+            "FILE", group);
 }
 
-void addCheck(CLI::App& app, Options& options) {
+void addCatalogues(CLI::App& app, Options& options) {
     const char* const group = "Catalogues";
-    app.add_option("--pages", options.pages, "Show the pages of a catalogue; n and b turn them")
-        ->type_name("CATALOGUE")
-        ->group(group);
-    CLI::Option* const check =
-        app.add_option("--check", options.check, "Look for texts that would not look right")
-            ->type_name("CATALOGUE")
-            ->group(group);
-    app.add_flag("--json", options.json, "Report as JSON")->needs(check)->group(group);
-    app.add_option("--sheet", options.sheet,
-                   "Write all pages side by side, findings marked, as a "
-                   "PNG")
-        ->type_name("FILE")
-        ->needs(check)
-        ->group(group);
+    addName(app, "--pages", options.pages, "Show the pages of a catalogue; n and b turn them",
+            "CATALOGUE", group);
+    addName(app, "--check", options.check, "Look for texts that would not look right", "CATALOGUE",
+            group);
+    addName(app, "--watch", options.watch, "Check again whenever the catalogue is saved",
+            "CATALOGUE", group);
+    app.add_flag("--json", options.json, "Report as JSON")->group(group);
+    addName(app, "--sheet", options.sheet,
+            "Write all pages side by side, findings marked, as a PNG", "FILE", group);
+    addName(app, "--html", options.html, "Write all pages with their texts and findings as HTML",
+            "FILE", group);
 }
 
 void addPlaces(CLI::App& app, Options& options) {
     const char* const group = "Fonts and programs";
-    app.add_option("--font-latin", options.fontLatin,
-                   "Font file to draw with in place of Univers Next W1G Medium")
-        ->type_name("FILE")
-        ->group(group);
-    app.add_option("--font-chinese", options.fontChinese,
-                   "Font file to draw with in place of Droid Sans Fallback")
-        ->type_name("FILE")
-        ->group(group);
-    app.add_option("--root", options.root,
-                   "Folder that the splash takes for the device's root; kept afterwards")
-        ->type_name("FOLDER")
-        ->group(group);
-    app.add_option("--bootlume", options.bootlume, "The program (or BOOTLUME_PROGRAM)")
-        ->type_name("FILE")
-        ->group(group);
-    app.add_option("--virtual-device", options.virtualDevice,
-                   "libvirtual-device.so (or BOOTLUME_VIRTUAL_DEVICE)")
-        ->type_name("FILE")
-        ->group(group);
+    addName(app, "--font-latin", options.fontLatin,
+            "Font file to draw with in place of Univers Next W1G Medium", "FILE", group);
+    addName(app, "--font-chinese", options.fontChinese,
+            "Font file to draw with in place of Droid Sans Fallback", "FILE", group);
+    addName(app, "--root", options.root,
+            "Folder that the splash takes for the device's root; kept afterwards", "FOLDER", group);
+    addName(app, "--bootlume", options.bootlume, "The program (or BOOTLUME_PROGRAM)", "FILE",
+            group);
+    addName(app, "--virtual-device", options.virtualDevice,
+            "libvirtual-device.so (or BOOTLUME_VIRTUAL_DEVICE)", "FILE", group);
 }
 
-/// What the library cannot check, as a sentence; empty where all is well.
-std::string complaintAbout(const Options& options) {
-    if (options.texts.size() == 1)
-        return "give a title and lines, or neither";
-    if (!options.texts.empty() && options.texts[0].compare(0, 2, "-c") == 0)
-        return "bootlume takes a title that begins with -c for an option";
-    const bool pages = !options.texts.empty() || !options.png.empty() ||
-                       !options.animation.empty() || !options.picture.empty();
-    if (!options.pages.empty() && (!options.texts.empty() || !options.check.empty() ||
-                                   !options.png.empty() || !options.animation.empty())) {
-        return "--pages shows the pages of a catalogue; it goes without texts, --check, --png and "
-               "--animation";
-    }
-    if (!options.check.empty() && pages)
-        return "--check draws the pages of the catalogue; it goes without texts and pictures";
+/// What is written where, by the name's extension.
+std::string complaintAboutNames(const Options& options) {
     for (const auto& [file, kind] : {std::pair{&options.png, ".png"},
                                      {&options.picture, ".png"},
                                      {&options.sheet, ".png"},
+                                     {&options.html, ".html"},
                                      {&options.animation, ".webp"}}) {
         const std::string extension = std::filesystem::path(*file).extension().string();
         if (!extension.empty() && extension != kind) {
             return *file + ": what is written there is a " + kind + ", not a " + extension;
         }
-    }
-    for (const std::string* file : {&options.picture, &options.sheet, &options.animation}) {
-        if (*file == "-") {
+        if (*file == "-" && file != &options.png) {
             return "only --png writes to standard output";
         }
     }
     return {};
+}
+
+/// What the library cannot check, as a sentence; empty where all is well.
+std::string complaintAbout(const Options& options) {
+    if (options.texts.size() == 1) {
+        return "give a title and lines, or neither";
+    }
+    if (!options.texts.empty() && options.texts[0].compare(0, 2, "-c") == 0) {
+        return "bootlume takes a title that begins with -c for an option";
+    }
+    const std::initializer_list<bool> ways = {
+        !options.texts.empty() || !options.png.empty() || !options.animation.empty(),
+        !options.pages.empty(), !options.check.empty(), !options.watch.empty()};
+    if (std::count(ways.begin(), ways.end(), true) > 1) {
+        return "--pages, --check and --watch go without each other, and without texts, --png and "
+               "--animation";
+    }
+    const bool checks = !options.check.empty() || !options.watch.empty();
+    if (checks && !options.picture.empty()) {
+        return "--picture takes a picture of the page that is shown; a check shows none";
+    }
+    if (!checks && (options.json || !options.sheet.empty() || !options.html.empty())) {
+        return "--json, --sheet and --html go with --check or --watch";
+    }
+    return complaintAboutNames(options);
 }
 
 } // namespace
@@ -135,7 +142,7 @@ std::optional<int> parseOptions(int argc, char* argv[], Options& options) {
     app.add_flag("--chinese", options.chinese, "Set the device's language to Chinese");
     app.add_flag("--terminal", options.terminal, "Show it in the terminal, display or not");
     addPictures(app, options);
-    addCheck(app, options);
+    addCatalogues(app, options);
     addPlaces(app, options);
     try {
         app.parse(argc, argv);

@@ -28,8 +28,10 @@ struct Options {
     std::string fontChinese;
     std::string pages;
     std::string check;
+    std::string watch;
     bool json = false;
     std::string sheet;
+    std::string html;
     std::string root;
     std::string bootlume;
     std::string virtualDevice;

@@ -19,25 +19,12 @@ std::string inOneRow(std::string text) {
     return text;
 }
 
-std::string fontLine(const char* use, const char* family) {
-    const std::string font = fontFor(family);
-    std::string line = std::string(use) + ": " + font;
-    if (font.compare(0, std::string(family).size(), family) != 0)
-        line += " in place of " + std::string(family);
-    return line;
-}
-
 std::string counted(std::size_t count, const std::string& what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 const char* nameOf(Severity severity) {
     return severity == Severity::ERROR ? "error" : "warning";
-}
-
-std::string roomIn(const MeasuredText& text) {
-    return text.left < 0 ? std::to_string(-text.left) + " px over"
-                         : std::to_string(text.left) + " px left";
 }
 
 Json jsonOf(const Finding& finding) {
@@ -92,6 +79,19 @@ void writePage(std::ostream& out, const CheckedPage& checked) {
 }
 
 } // namespace
+
+std::string fontLine(const char* use, const char* family) {
+    const std::string font = fontFor(family);
+    std::string line = std::string(use) + ": " + font;
+    if (font.compare(0, std::string(family).size(), family) != 0)
+        line += " in place of " + std::string(family);
+    return line;
+}
+
+std::string roomIn(const MeasuredText& text) {
+    return text.left < 0 ? std::to_string(-text.left) + " px over"
+                         : std::to_string(text.left) + " px left";
+}
 
 std::string verdictOn(std::size_t errors, std::size_t warnings) {
     std::string verdict = errors > 0 ? counted(errors, "error") : "";

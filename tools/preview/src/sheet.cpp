@@ -159,7 +159,7 @@ void drawCaption(cairo_t* cr, const CheckedPage& checked) {
 void writeSheet(const std::vector<CheckedPage>& pages, const std::string& path) {
     // As wide as high, roughly.
     const auto ideal = static_cast<std::size_t>(std::ceil(std::sqrt(double(pages.size()) * 2.2)));
-    const std::size_t columns = std::clamp<std::size_t>(ideal, 1, MOST_COLUMNS);
+    const std::size_t columns = std::min({ideal, MOST_COLUMNS, pages.size()});
     const std::size_t rows = (pages.size() + columns - 1) / columns;
     std::size_t notes = 0;
     {
