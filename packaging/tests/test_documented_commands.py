@@ -8,6 +8,7 @@ for a checkout (they name scripts/ or build/) are run in this one.
 
 import os
 import re
+import shutil
 import subprocess
 from pathlib import Path
 
@@ -39,6 +40,8 @@ systemctl() { ask systemctl "$@"; }
 journalctl() { ask journalctl "$@"; }
 export -f ask systemctl journalctl
 """
+# The splash's own settings are those of the root, where commands change them.
+DESK = "mkdir -p /desk /opt; ln -sfn /opt /desk/opt"
 FENCE = re.compile(r"^(\s*)```(\S*)\s*$")
 
 
@@ -92,18 +95,22 @@ IN_ROOT = [block for block in BLOCKS if not CHECKOUT.search(block[1])]
 IN_CHECKOUT = [block for block in BLOCKS if CHECKOUT.search(block[1])]
 
 
-@pytest.fixture(scope="session")
-def installed_root(source, tmp_path_factory):
-    """A clean root with both packages, on which each block has changes of its own."""
+def install(source, folder):
+    """A clean root with both packages; what is run in it stays in it."""
     if os.geteuid() != 0:
         pytest.skip("only root may enter a root")
     packages = sorted((source / "build/packages").glob("*_amd64.deb"))
     if not packages:
         pytest.skip("there are no packages: scripts/package makes them")
-    root = CleanRoot("amd64", packages, tmp_path_factory.mktemp("installed"))
+    root = CleanRoot("amd64", packages, folder)
     done = root.run(INSTALL)
     assert done.returncode == 0, done.stderr
     return root
+
+
+@pytest.fixture(scope="session")
+def installed_root(source, tmp_path_factory):
+    return install(source, tmp_path_factory.mktemp("installed"))
 
 
 def uses_what_is_not_packed(script, root):
@@ -120,8 +127,8 @@ def test_block_runs_on_a_device(installed_root, name, script):
     if own:
         preload = "\n".join(line for line in preload.splitlines() if not line.startswith("bootlume "))
     run = (
-        f"{MANAGER}{preload}\nmkdir -p /desk/opt/userdata /opt/userdata\n"
-        f"cp /usr/share/doc/bootlume/examples/trace_config /desk/opt/userdata/ || true\n"
+        f"{DESK}\nmkdir -p /opt/userdata\ncp /usr/share/doc/bootlume/examples/trace_config /opt/userdata/\n"
+        f"{MANAGER}{preload}\n"
         f"{'' if own else WAIT_FOR_FRAMES}\n"
         f"cat > /answers/block.sh <<'END-OF-BLOCK'\n{script}\nEND-OF-BLOCK\n"
         "bash -eu /answers/block.sh >/answers/out 2>&1 || { cat /answers/out; exit 9; }\n"
@@ -129,6 +136,42 @@ def test_block_runs_on_a_device(installed_root, name, script):
     )
     done = installed_root.run(run)
     assert done.returncode == 0, f"{name}\n{script}\n{done.stdout}\n{done.stderr}"
+
+
+def test_the_field_guide_works_to_the_letter_on_an_image_that_has_little(source, tmp_path):
+    """Without manuals and examples, without the folder for settings, and one step after the other."""
+    steps = [script for name, script in BLOCKS if name.startswith("docs/field-debugging.md:")]
+    assert len(steps) > 8
+    run = (
+        f"rm -rf /usr/share/doc /usr/share/man\n{DESK}\n{MANAGER}{START.replace('unset LD_PRELOAD', '')}\n"
+        f"{WAIT_FOR_FRAMES}\nrm -rf /opt/*\n"
+    )
+    for number, script in enumerate(steps):
+        run += (
+            f"cat > /answers/{number}.sh <<'END-OF-STEP'\n{script}\nEND-OF-STEP\n"
+            f"bash -eu /answers/{number}.sh >/answers/{number} 2>&1 || {{ cat /answers/{number}*; exit 9; }}\n"
+        )
+    done = install(source, tmp_path).run(run)
+    assert done.returncode == 0, f"{done.stdout}\n{done.stderr}"
+
+
+def test_the_field_guide_is_a_manual_with_the_same_commands(installed_root):
+    """On the device; where its compiler was installed."""
+    pages = list((installed_root.changes / "usr/share/man/man7").glob("bootlume-troubleshooting.7.gz"))
+    if not shutil.which("lowdown"):
+        pytest.skip("lowdown is not installed")
+    shown = subprocess.run(
+        ["man", "--local-file", "--pager=cat", *pages],
+        capture_output=True,
+        text=True,
+        check=True,
+        env={**os.environ, "MANWIDTH": "120", "LC_ALL": "C.UTF-8"},
+    ).stdout
+    assert "bootlume-troubleshooting - from a white screen to its cause" in shown
+    seen = {line.strip() for line in shown.splitlines()}
+    for name, script in BLOCKS:
+        if name.startswith("docs/field-debugging.md:"):
+            assert {line.strip() for line in script.splitlines()} <= seen
 
 
 @pytest.mark.parametrize("name, script", IN_CHECKOUT, ids=[name for name, _ in IN_CHECKOUT])
@@ -218,7 +261,7 @@ def commands_in_sentences():
 def test_a_command_in_a_sentence_is_one_that_there_is(build_dir, words):
     if words[0] == "man":
         section, page = words[1:] if len(words) > 2 else ("[0-9]", words[1])
-        assert list(SOURCE.glob(f"packaging/man/{page}.{section}.scd"))
+        assert page == "bootlume-troubleshooting" or list(SOURCE.glob(f"packaging/man/{page}.{section}.scd"))
         return
     program = SOURCE / words[0] if "/" in words[0] else build_dir / PROGRAMS[words[0]]
     if words[0].startswith("scripts/lib/"):  # sourced, not run

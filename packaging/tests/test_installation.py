@@ -244,7 +244,8 @@ def one_package_of_before(root, folder):
 
 def test_an_upgrade_from_the_one_package_keeps_service_and_settings(root, tmp_path):
     one_package_of_before(root, tmp_path)
-    done = root.run(f"""
+    done = root.run(
+        f"""
 dpkg -i /before.deb >/answers/before 2>&1
 echo '#mine' >>/etc/default/bootlume
 dpkg --auto-deconfigure -i /packages/*.deb >/answers/install 2>&1 # as apt calls it
@@ -252,7 +253,8 @@ dpkg -S /usr/sbin/bootlume /etc/default/bootlume >/answers/owners
 dpkg --audit >/answers/audit
 tail -n 1 /etc/default/bootlume
 systemctl is-enabled bootlume.service
-""")
+"""
+    )
     assert done.returncode == 0, done.stderr + root.answer("install")
     assert done.stdout == "#mine\nenabled\n"
     assert root.answer("owners") == "bootlume-bin: /usr/sbin/bootlume\nbootlume: /etc/default/bootlume\n"

@@ -1,16 +1,18 @@
 """The packages as files: what a distribution's checks say of them, and of the units in them."""
 
 import gzip
+import os
 import re
 import shutil
 import subprocess
+import sys
 
 import pytest
 
 from desk import DEVICE
 
 MOST_EXPOSURE = 3.0
-UNITS = ("bootlume.service", "bootlume-quit.service", "bootlume-quit@.service")
+UNITS = ("bootlume.service", "bootlume-quit.service", "bootlume-quit@.service", "bootlume-quit-after@.service")
 
 
 @pytest.fixture(scope="session")
@@ -41,6 +43,7 @@ def units(packages, tmp_path_factory):
     for package in packages:
         if re.match(r"bootlume(-bin)?_.*_amd64", package.name):
             subprocess.run(["dpkg-deb", "-x", package, root], check=True)
+    (root / "lib/systemd/system/hmi.service").write_text("[Service]\nExecStart=/bin/sh\n")
     (root / "bin").mkdir()
     for program in ("sh", "systemctl"):
         shutil.copy(f"/bin/{program}", root / "bin")
@@ -95,7 +98,15 @@ def test_programs_are_stripped(contents):
         assert ".symtab" not in sections and ".debug_info" not in sections, program
 
 
-@pytest.mark.parametrize("unit", ["bootlume.service", "bootlume-quit.service", "bootlume-quit@multi-user.service"])
+@pytest.mark.parametrize(
+    "unit",
+    [
+        "bootlume.service",
+        "bootlume-quit.service",
+        "bootlume-quit@multi-user.service",
+        "bootlume-quit-after@hmi.service",
+    ],
+)
 def test_systemd_finds_nothing_to_say_about_a_unit(units, unit):
     if not shutil.which("systemd-analyze"):
         pytest.skip("systemd-analyze is not installed")
@@ -129,3 +140,26 @@ def test_service_waits_for_the_device_that_the_program_opens(source):
     header = (source / "bootlume/src/display/surface.h").read_text()
     assert DEVICE in header
     assert "Before=sockets.target\n" in unit and "Restart=no\n" in unit
+
+
+def test_what_ends_the_splash_does_so_alike(source):
+    """The three units differ in when they do it."""
+    texts = [(source / "packaging/systemd" / unit).read_text() for unit in UNITS if "quit" in unit]
+    assert len({text.partition("[Service]")[2].partition("[Install]")[0].strip() for text in texts}) == 1
+
+
+def test_a_program_finds_the_client_s_header_and_module(contents, tmp_path):
+    name, tree = contents
+    assert (tree / "usr/include").exists() == (name == "bootlume-dev")
+    if name == "bootlume-dev":
+        environment = {**os.environ, "PKG_CONFIG_PATH": str(tree / "usr/share/pkgconfig")}
+        flags = subprocess.run(
+            ["pkg-config", "--cflags", "bootlume-client"], env=environment, capture_output=True, text=True, check=True
+        ).stdout.split()
+        code = "#include <bootlume-client.h>\nint main(void) { return bootlume_quit() == BOOTLUME_SENT; }\n"
+        subprocess.run(["gcc", *flags, "-x", "c", "-o", tmp_path / "program", "-"], input=code, text=True, check=True)
+    modules = list(tree.glob("usr/lib/python3/dist-packages/*.py"))
+    assert [module.name for module in modules] == (["bootlume.py"] if name == "bootlume-bin" else [])
+    for module in modules:
+        environment = {**os.environ, "PYTHONPATH": str(module.parent)}
+        subprocess.run([sys.executable, "-B", "-c", "import bootlume; bootlume.Busy"], env=environment, check=True)

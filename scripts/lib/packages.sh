@@ -67,7 +67,7 @@ TOOLS_PACKAGES=(libsdl2-dev libchafa-dev libwebp-dev nlohmann-json3-dev libcli11
 
 # What the packages and their manuals need.
 # shellcheck disable=SC2034
-PACKAGE_PACKAGES=(scdoc dpkg-dev lintian file mmdebstrap systemd man-db)
+PACKAGE_PACKAGES=(scdoc lowdown dpkg-dev lintian file mmdebstrap systemd man-db)
 
 # What the tests of the packages need besides: machines to install and to boot them on.
 # shellcheck disable=SC2034
