@@ -11,6 +11,13 @@ endif()
 include(CheckPIESupported)
 check_pie_supported()
 
+# Times and file sizes have 64 bits on a 32-bit processor, too, whatever else the compiler is told: a
+# splash in 2040 keeps its pace. What talks to a driver keeps the driver's layout by itself.
+add_library(project_time64 INTERFACE)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_options(project_time64 INTERFACE -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64)
+endif()
+
 # What every product links: warnings, hardening and, where asked for, link-time optimisation.
 function(project_product target)
   target_link_libraries(${target} PRIVATE project_warnings project_hardening)

@@ -77,12 +77,12 @@ ERRORS = {
 # What the program takes from the C library besides: calls that make no system call or have no error,
 # waits, what it does only as another user or in another root, and the ways of a program to its end.
 OTHERS = """
-__assert_fail __cxa_atexit __cxa_finalize __errno_location __gmon_start__ __libc_start_main
-__snprintf_chk __stack_chk_fail __syslog_chk __tls_get_addr __vsnprintf_chk _exit abort chroot closelog exit fileno
-free fwrite getegid getenv geteuid getgid getpid getuid localtime_r memcmp memcpy memmem memmove memset
-openlog perror pthread_cond_clockwait pthread_cond_timedwait pthread_mutex_lock pthread_mutex_unlock sem_destroy sem_init
-sem_post setegid seteuid setgid setsid setuid sigaddset sigemptyset sigfillset strchr strcmp strdup strerror strerror_r
-strftime strlen strncmp strncpy strtol strtoul tolower tzset
+__assert_fail __cxa_atexit __cxa_finalize __errno_location __gmon_start__ __libc_start_main __snprintf_chk
+__stack_chk_fail __syslog_chk __tls_get_addr __vsnprintf_chk _exit abort chroot clock_gettime closelog exit
+fileno free fwrite getegid getenv geteuid getgid getpid getuid localtime_r memcmp memcpy memmem memmove memset
+openlog perror pthread_cond_clockwait pthread_cond_timedwait pthread_mutex_lock pthread_mutex_unlock
+sem_destroy sem_init sem_post setegid seteuid setgid setsid setuid sigaddset sigemptyset sigfillset strchr
+strcmp strdup strerror strerror_r strftime strlen strncmp strncpy strtol strtoul tolower tzset
 """.split()
 
 # What none of the phases comes to: to end a running child, to open a child's streams by path, to take

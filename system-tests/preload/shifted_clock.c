@@ -48,12 +48,26 @@ static int64_t wall_ns(void) {
     return true_ns(CLOCK_REALTIME) + __atomic_load_n(&shifts->wall_ns, __ATOMIC_ACQUIRE);
 }
 
+/* The part of a second is never negative, before 1970 either. */
+static int64_t seconds_of(int64_t ns) {
+    return ns / SECOND_NS - (ns % SECOND_NS < 0);
+}
+
 static struct timespec as_time(int64_t ns) {
-    struct timespec time = {(time_t)(ns / SECOND_NS), (long)(ns % SECOND_NS)};
+    const int64_t seconds = seconds_of(ns);
+    struct timespec time = {(time_t)seconds, (long)(ns - seconds * SECOND_NS)};
     return time;
 }
 
+static int fits(int64_t ns) {
+    return sizeof(time_t) == 8 || (ns / SECOND_NS <= INT32_MAX && ns / SECOND_NS >= INT32_MIN);
+}
+
 int clock_gettime(clockid_t clock, struct timespec* time) {
+    if (clock == CLOCK_REALTIME && !fits(wall_ns())) {
+        errno = EOVERFLOW; /* as the C library does */
+        return -1;
+    }
     if (clock == CLOCK_REALTIME)
         *time = as_time(wall_ns());
     else if (clock == CLOCK_MONOTONIC)
@@ -65,9 +79,9 @@ int clock_gettime(clockid_t clock, struct timespec* time) {
 
 int gettimeofday(struct timeval* restrict time, void* restrict zone) {
     (void)zone;
-    const int64_t now = wall_ns();
-    time->tv_sec = (time_t)(now / SECOND_NS);
-    time->tv_usec = (suseconds_t)(now % SECOND_NS / 1000);
+    const struct timespec now = as_time(wall_ns());
+    time->tv_sec = now.tv_sec;
+    time->tv_usec = (suseconds_t)(now.tv_nsec / 1000);
     return 0;
 }
 
@@ -84,17 +98,15 @@ int pthread_cond_signal(pthread_cond_t* condition) {
     return real(condition);
 }
 
-/* In slices, so that a clock that is set meanwhile counts. A signal may fall between two of them: who
- * stops the loop does so without the mutex. */
-int pthread_cond_timedwait(pthread_cond_t* restrict condition, pthread_mutex_t* restrict mutex,
-                           const struct timespec* restrict deadline) {
+/* In slices, so that a clock that is set meanwhile counts. A signal may fall between two of them:
+ * who stops the loop does so without the mutex. */
+static int wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, int64_t end) {
     typedef int function(pthread_cond_t*, pthread_mutex_t*, const struct timespec*);
     static function* real;
     if (real == NULL)
         real = (function*)dlsym(RTLD_NEXT, "pthread_cond_timedwait");
     __atomic_store_n(&waited_for, condition, __ATOMIC_RELEASE);
     const unsigned before = __atomic_load_n(&signals, __ATOMIC_ACQUIRE);
-    const int64_t end = (int64_t)deadline->tv_sec * SECOND_NS + deadline->tv_nsec;
     for (;;) {
         const int64_t left = end - wall_ns();
         if (left <= 0)
@@ -108,3 +120,55 @@ int pthread_cond_timedwait(pthread_cond_t* restrict condition, pthread_mutex_t* 
             return 0;
     }
 }
+
+/* Before 1970 a deadline has passed, or is none. */
+static int deadline_error(int64_t seconds, int64_t nanoseconds) {
+    if (nanoseconds < 0 || nanoseconds >= SECOND_NS)
+        return EINVAL;
+    return seconds < 0 ? ETIMEDOUT : 0;
+}
+
+int pthread_cond_timedwait(pthread_cond_t* restrict condition, pthread_mutex_t* restrict mutex,
+                           const struct timespec* restrict deadline) {
+    const int error = deadline_error(deadline->tv_sec, deadline->tv_nsec);
+    return error != 0 ? error
+                      : wait_until(condition, mutex,
+                                   (int64_t)deadline->tv_sec * SECOND_NS + deadline->tv_nsec);
+}
+
+#if __SIZEOF_POINTER__ == 4
+/* The names of the same calls in a 32-bit program whose times have 64 bits. */
+struct time64 {
+    int64_t seconds;
+    int32_t nanoseconds;
+    int32_t padding;
+};
+
+int __clock_gettime64(clockid_t clock, struct time64* time) {
+    int64_t ns;
+    if (clock == CLOCK_REALTIME)
+        ns = wall_ns();
+    else
+        ns = true_ns(clock) +
+             (clock == CLOCK_MONOTONIC ? __atomic_load_n(&shifts->steady_ns, __ATOMIC_ACQUIRE) : 0);
+    time->seconds = seconds_of(ns);
+    time->nanoseconds = (int32_t)(ns - time->seconds * SECOND_NS);
+    return 0;
+}
+
+int __gettimeofday64(int64_t time[2], void* restrict zone) {
+    (void)zone;
+    const int64_t ns = wall_ns();
+    time[0] = seconds_of(ns);
+    time[1] = (ns - time[0] * SECOND_NS) / 1000;
+    return 0;
+}
+
+int __pthread_cond_timedwait64(pthread_cond_t* restrict condition, pthread_mutex_t* restrict mutex,
+                               const struct time64* restrict deadline) {
+    const int error = deadline_error(deadline->seconds, deadline->nanoseconds);
+    return error != 0 ? error
+                      : wait_until(condition, mutex,
+                                   deadline->seconds * SECOND_NS + deadline->nanoseconds);
+}
+#endif

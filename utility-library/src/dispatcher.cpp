@@ -1,6 +1,7 @@
 #include "dispatcher.h"
 
 #include "tracing.h"
+#include "wall_clock.h"
 
 #include <sched.h>
 
@@ -50,7 +51,12 @@ void Dispatcher::waitForMessage() {
             return; // polled for, not slept for
         }
         // The deadline is on the wall clock, on purpose: a clock that is set shifts this one wait.
-        m_condition.wait_until(lock, std::chrono::system_clock::now() + wait);
+        const auto now = WallClock::now();
+        if (now.time_since_epoch().count() > 0) {
+            m_condition.wait_until(lock, now + wait);
+        } else { // before 1970 every deadline has passed, and the loop would spin
+            m_condition.wait_for(lock, wait);
+        }
     }
 }
 

@@ -165,7 +165,7 @@ void Log::beginConsoleLine(const char* tag) {
     m_text.append('[');
     m_text.append(dateOf(now.tv_sec));
     m_text.append(':');
-    m_text.appendNumber(now.tv_usec / 1000, 3);
+    m_text.appendNumber(static_cast<long>(now.tv_usec / 1000), 3);
     m_text.append("] (");
     m_text.appendNumber(getpid());
     m_text.append(") (");

@@ -4,6 +4,7 @@
 #include "display/utf8.h"
 #include "split.h"
 #include "tracing.h"
+#include "wall_clock.h"
 
 #include <algorithm>
 #include <cmath>
@@ -17,7 +18,7 @@ constexpr double PI = 3.141592653589793;
 /// Gives a font its reference height, whatever the text.
 const char* const SAMPLE = "cairo";
 
-using WallClock = std::chrono::system_clock;
+using brem::WallClock;
 
 std::chrono::milliseconds since(WallClock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(WallClock::now() - start);

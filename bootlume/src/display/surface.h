@@ -1,6 +1,16 @@
 #pragma once
 
+#include <sys/time.h>
+
+// A 32-bit device's driver counts in 32 bits, whatever the program does: with 64 bits the buffer's
+// record would have another size, and its requests other numbers.
+struct DriverTime {
+    long tv_sec;
+    long tv_usec;
+};
+#define timeval DriverTime
 #include <linux/videodev2.h>
+#undef timeval
 
 #include <cstdint>
 #include <vector>
