@@ -21,9 +21,7 @@ NAME_END = 86  # of "Brem K5 " in the title
 
 
 def file_of(family):
-    return subprocess.run(
-        ["fc-match", "--format=%{file}", family], capture_output=True, text=True, check=True
-    ).stdout
+    return subprocess.run(["fc-match", "--format=%{file}", family], capture_output=True, text=True, check=True).stdout
 
 
 def rows(frame, which):
