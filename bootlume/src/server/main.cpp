@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -90,6 +91,11 @@ void join(std::thread& thread) {
     }
 }
 
+void runRenderer(paint::Overlay& overlay, Latch& ended) {
+    overlay.run();
+    ended.open();
+}
+
 /// Joins the renderer. A display that never gives a buffer back would hold it for ever: then the
 /// process ends as it is, and the kernel closes the display.
 void joinRenderer(std::thread& thread, Latch& ended) {
@@ -151,10 +157,7 @@ int main(int argc, char* argv[]) {
     cmd::UnixServer server(path, commandHandler);
     std::thread serverThread(&cmd::UnixServer::run, &server);
     Latch ended;
-    std::thread overlayThread([&overlay, &ended] {
-        overlay.run();
-        ended.open();
-    });
+    std::thread overlayThread(runRenderer, std::ref(overlay), std::ref(ended));
 
     (*gdispatcher).run();
 

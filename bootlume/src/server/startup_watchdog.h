@@ -9,7 +9,7 @@
 /// dispatcher's loop. Neither withdraws the other; only the end of the loop keeps them from
 /// running.
 
-/// At the soft limit: reboots through the device stack, and plainly where that fails.
+/// At the soft limit: reboots through the device stack, and plainly if that fails.
 brem::IDispatcher::Message softTimeout(brem::IProcess& vrxRebootProcess,
                                        brem::IProcess& rebootProcess);
 /// At the hard limit: reboots plainly.
