@@ -24,7 +24,7 @@ int main() { return 0; }" ${variable})
 endforeach()
 
 function(early_symbols target)
-  if(NOT BOOTLUME_SANITIZE)
+  if(NOT BOOTLUME_SANITIZE AND NOT BOOTLUME_SELF_CONTAINED)
     target_link_libraries(${target} PRIVATE ${BOOTLUME_EARLY_LIBRARIES})
   endif()
 endfunction()
