@@ -1,7 +1,7 @@
 # The Debian packages; `scripts/package` is the command for people.
 #
 # Each component is a package: "service" is bootlume, which starts the splash at the boot, "programs" is
-# bootlume-bin, "tools" is bootlume-tools, and "development" is bootlume-dev.
+# bootlume-bin, "tools" is bootlume-tools, "development" is bootlume-dev, and "initramfs" is bootlume-initramfs.
 
 # What every Debian package has in its folder below share/doc.
 set(changelog ${CMAKE_BINARY_DIR}/changelog.Debian.gz)
@@ -61,6 +61,18 @@ manuals. It starts nothing by itself: the package bootlume does."
   PACKAGE_BREAKS "bootlume (<< 1.1.0-1)"
   PACKAGE_REPLACES "bootlume (<< 1.1.0-1)"
   DEBUGINFO_PACKAGE ON)
+set(CPACK_DEBIAN_PROGRAMS_PACKAGE_CONTROL_EXTRA ${scripts}/programs/postinst ${scripts}/programs/triggers)
+debian_package(initramfs bootlume-initramfs admin
+"boot splash from the last step of the initramfs
+The splash is started in the real root file system just before the init
+system, in half of the time that its service takes to start it.
+
+This package holds a hook that puts the display's driver and the rules that
+name its device into the initramfs, and the script that starts the splash."
+  PACKAGE_ARCHITECTURE all
+  PACKAGE_SHLIBDEPS OFF
+  PACKAGE_DEPENDS "bootlume (>= ${version}), initramfs-tools, udev")
+set(CPACK_DEBIAN_INITRAMFS_PACKAGE_CONTROL_EXTRA ${scripts}/initramfs/triggers)
 debian_package(tools bootlume-tools graphics
 "preview of the boot splash on an ordinary computer
 Shows the pages of the boot splash in a window, in a terminal or as pictures,
@@ -80,7 +92,7 @@ the texts of the boot splash or end it."
 set(CPACK_GENERATOR DEB)
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)
-set(CPACK_COMPONENTS_ALL service programs tools development)
+set(CPACK_COMPONENTS_ALL service programs initramfs tools development)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_OBJCOPY_EXECUTABLE ${CMAKE_OBJCOPY})
 set(CPACK_READELF_EXECUTABLE ${CMAKE_READELF})

@@ -2,7 +2,7 @@
 # Makes a clean Debian 12 root for an architecture, once, and prints its path: nothing but the base
 # system and what the packages depend on, so that installing them needs no network.
 #
-#   clean_root.sh {amd64|armhf}
+#   clean_root.sh {amd64|armhf} [PACKAGE...]     with these packages besides, as a root of its own
 #
 # Needs root rights. The armhf root is unpacked and used under user-mode emulation, for which the
 # kernel is told of the emulator where it does not know it.
@@ -14,14 +14,16 @@ cd "$(dirname "$0")/../.."
 . scripts/lib/roots.sh
 
 architecture=$1
+shift
 # The service manager is there as on the device; python3 and ps are for the documented commands. What
-# a root needs besides to be booted is there for this machine alone.
+# comes last is there to boot the root.
 included=(fontconfig fonts-dejavu-core fonts-droid-fallback fonts-liberation init-system-helpers systemd libcairo2
           procps strace libsdl2-2.0-0 libchafa0 libwebp7 libwebpmux3 libpng16-16 libfreetype6 libicu72
-          libglib2.0-0 libcsv3 libgettextpo0)
+          libglib2.0-0 libcsv3 libgettextpo0 systemd-sysv udev kmod dbus v4l-utils initramfs-tools e2fsprogs)
 if [ "$architecture" = amd64 ]; then
-  included+=(python3-minimal systemd-sysv udev kmod dbus v4l-utils)
+  included+=(python3-minimal)
 fi
+included+=("$@")
 
 emulator_known() { [ -e /proc/sys/fs/binfmt_misc/qemu-arm ]; }
 introduce_emulator() {

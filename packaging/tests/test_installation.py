@@ -16,7 +16,9 @@ from desk import Screen, pictures, python_environment
 
 HERE = Path(__file__).resolve().parent
 # The package manager's own memory, and nothing of the packages.
-PACKAGE_MANAGER = re.compile(r"var/(log/dpkg\.log|lib/dpkg/.*|cache/apt/.*bin)|packages/.*|answers/.*|desk/.*")
+PACKAGE_MANAGER = re.compile(
+    r"var/(log/dpkg\.log|cache/fontconfig/CACHEDIR.TAG|lib/dpkg/.*|cache/apt/.*bin)|packages/.*|answers/.*|desk/.*"
+)
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="only root may enter a root")
 
