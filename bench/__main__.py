@@ -22,6 +22,7 @@ def options():
     parser.add_argument("--update", action="store_true")
     parser.add_argument("--plot", action="store_true")
     parser.add_argument("--armhf", action="store_true")
+    parser.add_argument("--boot", action="store_true")
     parser.add_argument("--seconds", type=float, default=60)
     parser.add_argument("--runs", type=int, default=21)
     return parser.parse_args()
@@ -33,6 +34,12 @@ def load():
 
 def main():
     chosen = options()
+    if chosen.boot:
+        from . import boot
+
+        found = boot.run(chosen.update)
+        print(text_table(found))
+        return 0 if all(measure.ok for measure in found) else 1
     plain_environment()
     if chosen.armhf:
         from . import emulated

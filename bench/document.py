@@ -58,3 +58,8 @@ def write(measures, profiles, where, loads):
         ),
     )
     PATH.write_text(text, encoding="utf-8")
+
+
+def replace_in_document(mark, content):
+    """Writes what stands between one pair of marks anew."""
+    PATH.write_text(_replace(PATH.read_text(encoding="utf-8"), mark, content), encoding="utf-8")
