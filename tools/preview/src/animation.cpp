@@ -33,14 +33,16 @@ void add(WebPAnimEncoder* encoder, const WebPConfig& config, const Picture& pict
     if (added) {
         auto pixel = picture.pixels.begin();
         for (int y = 0; y < frame.height; ++y) {
-            for (int x = 0; x < frame.width; ++x)
+            for (int x = 0; x < frame.width; ++x) {
                 frame.argb[y * frame.argb_stride + x] = expand(*pixel++);
+            }
         }
         added = WebPAnimEncoderAdd(encoder, &frame, timeMs, &config) != 0;
     }
     WebPPictureFree(&frame);
-    if (!added)
+    if (!added) {
         throw std::runtime_error(WebPAnimEncoderGetError(encoder));
+    }
 }
 
 } // namespace

@@ -21,8 +21,9 @@ std::vector<std::string> fieldsOf(const std::string& line) {
     for (std::size_t start = 0;;) {
         const std::size_t end = line.find('\t', start);
         fields.push_back(line.substr(start, end - start));
-        if (end == std::string::npos)
+        if (end == std::string::npos) {
             return fields;
+        }
         start = end + 1;
     }
 }

@@ -15,12 +15,13 @@ namespace fs = std::filesystem;
 std::string escaped(const std::string& text) {
     std::string out;
     for (const char character : text) {
-        if (character == '&')
+        if (character == '&') {
             out += "&amp;";
-        else if (character == '<')
+        } else if (character == '<') {
             out += "&lt;";
-        else
+        } else {
             out += character;
+        }
     }
     return out;
 }
@@ -28,19 +29,22 @@ std::string escaped(const std::string& text) {
 void requireFont(const std::string& file) {
     int count = 0;
     std::error_code error;
-    if (!fs::is_regular_file(file, error))
+    if (!fs::is_regular_file(file, error)) {
         throw std::runtime_error(file + ": there is no such file");
+    }
     FcPattern* const pattern =
         FcFreeTypeQuery(reinterpret_cast<const FcChar8*>(file.c_str()), 0, nullptr, &count);
-    if (pattern == nullptr)
+    if (pattern == nullptr) {
         throw std::runtime_error(file + ": holds no font");
+    }
     FcPatternDestroy(pattern);
 }
 
 /// Rules that give the file's font a name of its own, and put that name before the family's.
 std::string rulesFor(const std::string& file, const char* family, const std::string& folder) {
-    if (file.empty())
+    if (file.empty()) {
         return {};
+    }
     requireFont(file);
     fs::remove_all(folder); // of a preview before, in a root with a name
     const std::string link = folder + "/" + fs::path(file).filename().string();
@@ -78,20 +82,24 @@ bool hasFontsOfTheirOwn() {
 } // namespace
 
 void useDeviceFonts(const std::string& program) {
-    for (const char* variable : {"FONTCONFIG_SYSROOT", "FONTCONFIG_FILE", "FONTCONFIG_PATH"})
-        if (std::getenv(variable) != nullptr)
+    for (const char* variable : {"FONTCONFIG_SYSROOT", "FONTCONFIG_FILE", "FONTCONFIG_PATH"}) {
+        if (std::getenv(variable) != nullptr) {
             return;
+        }
+    }
     const fs::path tree =
         fs::path(program).parent_path().parent_path() / "share/bootlume/fontconfig";
     std::error_code error;
-    if (fs::exists(tree / "etc/fonts/fonts.conf", error) && !hasFontsOfTheirOwn())
+    if (fs::exists(tree / "etc/fonts/fonts.conf", error) && !hasFontsOfTheirOwn()) {
         setenv("FONTCONFIG_SYSROOT", tree.c_str(), 1);
+    }
 }
 
 void useFonts(const std::string& latinFile, const std::string& chineseFile,
               const std::string& root) {
-    if (latinFile.empty() && chineseFile.empty())
+    if (latinFile.empty() && chineseFile.empty()) {
         return;
+    }
     const std::string base = currentConfiguration();
     unsetenv("FONTCONFIG_SYSROOT"); // the file below would be looked for in it
     const std::string file = root + "/fonts.conf";
@@ -116,10 +124,12 @@ std::string fontFor(const std::string& family) {
     FcPattern* const found = FcFontMatch(nullptr, wanted, &result);
     FcChar8* name = nullptr;
     std::string text = "no font";
-    if (found != nullptr && FcPatternGetString(found, FC_FULLNAME, 0, &name) == FcResultMatch)
+    if (found != nullptr && FcPatternGetString(found, FC_FULLNAME, 0, &name) == FcResultMatch) {
         text = reinterpret_cast<const char*>(name);
-    if (found != nullptr)
+    }
+    if (found != nullptr) {
         FcPatternDestroy(found);
+    }
     FcPatternDestroy(wanted);
     return text;
 }

@@ -19,8 +19,9 @@ void remember(int number) {
 void catchSignals() {
     struct sigaction action {};
     action.sa_handler = remember; // without SA_RESTART: it wakes whoever waits
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         sigaction(number, &action, nullptr);
+    }
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);
 }
@@ -30,8 +31,9 @@ int caughtSignal() {
 }
 
 void throwIfInterrupted() {
-    if (caught != 0)
+    if (caught != 0) {
         throw Interrupted(caught);
+    }
 }
 
 void dieOf(int number) {

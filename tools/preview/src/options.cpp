@@ -149,10 +149,12 @@ std::optional<int> parseOptions(int argc, char* argv[], Options& options) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
     }
-    if (first->count() > 0)
+    if (first->count() > 0) {
         options.texts.push_back(title);
-    if (second->count() > 0)
+    }
+    if (second->count() > 0) {
         options.texts.push_back(lines);
+    }
     const std::string complaint = complaintAbout(options);
     if (!complaint.empty()) {
         std::cerr << "bootlume-preview: " << complaint << '\n';

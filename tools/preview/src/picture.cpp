@@ -18,14 +18,16 @@ SurfacePtr toSurface(const Picture& picture) {
     SurfacePtr surface(
         cairo_image_surface_create(CAIRO_FORMAT_RGB24, picture.width, picture.height));
     unsigned char* const data = cairo_image_surface_get_data(surface.get());
-    if (data == nullptr)
+    if (data == nullptr) {
         throw std::runtime_error("no memory for a picture");
+    }
     const int stride = cairo_image_surface_get_stride(surface.get());
     auto pixel = picture.pixels.begin();
     for (int y = 0; y < picture.height; ++y) {
         auto* const row = reinterpret_cast<std::uint32_t*>(data + std::ptrdiff_t{y} * stride);
-        for (int x = 0; x < picture.width; ++x)
+        for (int x = 0; x < picture.width; ++x) {
             row[x] = expand(*pixel++);
+        }
     }
     cairo_surface_mark_dirty(surface.get());
     return surface;

@@ -83,8 +83,9 @@ void writePage(std::ostream& out, const CheckedPage& checked) {
 std::string fontLine(const char* use, const char* family) {
     const std::string font = fontFor(family);
     std::string line = std::string(use) + ": " + font;
-    if (font.compare(0, std::string(family).size(), family) != 0)
+    if (font.compare(0, std::string(family).size(), family) != 0) {
         line += " in place of " + std::string(family);
+    }
     return line;
 }
 

@@ -19,26 +19,31 @@ namespace {
 std::string makeFolder() {
     const char* parent = std::getenv("TMPDIR");
     std::error_code error;
-    if (parent == nullptr || *parent == '\0' || !std::filesystem::is_directory(parent, error))
+    if (parent == nullptr || *parent == '\0' || !std::filesystem::is_directory(parent, error)) {
         parent = "/tmp";
+    }
     std::string path =
         std::filesystem::absolute(std::string(parent) + "/bootlume-preview-XXXXXX").string();
-    if (mkdtemp(path.data()) == nullptr)
+    if (mkdtemp(path.data()) == nullptr) {
         throw std::runtime_error(path + ": " + std::strerror(errno));
+    }
     return path;
 }
 
 /// Body of the process that tidies up. A terminal's signals do not reach its session.
 [[noreturn]] void removeAtEnd(const std::string& path, int end) {
     setsid();
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         std::signal(number, SIG_IGN);
-    if (chdir("/") != 0)
+    }
+    if (chdir("/") != 0) {
         _exit(1);
+    }
     // It must not hold what others wait for the end of, such as a pipe at standard output.
     const int nothing = open("/dev/null", O_RDWR);
-    for (int fd = 0; fd <= 2; ++fd)
+    for (int fd = 0; fd <= 2; ++fd) {
         dup2(nothing, fd);
+    }
     char byte = 0;
     while (read(end, &byte, 1) < 0 && errno == EINTR) {
     }

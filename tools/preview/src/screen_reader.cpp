@@ -29,10 +29,12 @@ ScreenReader::ScreenReader(const std::string& path) {
                           MAP_SHARED, fd, 0)
                    : MAP_FAILED;
     const std::string why = std::strerror(errno);
-    if (fd >= 0)
+    if (fd >= 0) {
         close(fd);
-    if (m_file == MAP_FAILED)
+    }
+    if (m_file == MAP_FAILED) {
         throw std::runtime_error(path + ": " + why);
+    }
 }
 
 ScreenReader::~ScreenReader() {
@@ -44,14 +46,16 @@ std::uint64_t ScreenReader::newest() const {
 }
 
 std::optional<Picture> ScreenReader::copy(std::uint64_t number) const {
-    if (number == 0 || number > newest())
+    if (number == 0 || number > newest()) {
         return {};
+    }
     Picture picture;
     picture.pixels.resize(std::size_t{PAGE_WIDTH} * PAGE_HEIGHT);
     virtual_device::ScreenFrame frame{};
     const std::size_t room = picture.pixels.size() * sizeof picture.pixels.front();
-    if (!virtual_device::copyScreenFrame(m_file, number, frame, picture.pixels.data(), room))
+    if (!virtual_device::copyScreenFrame(m_file, number, frame, picture.pixels.data(), room)) {
         return {};
+    }
     picture.width = static_cast<int>(frame.width);
     picture.height = static_cast<int>(frame.height);
     picture.pixels.resize(std::size_t{frame.width} * frame.height);

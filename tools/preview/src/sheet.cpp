@@ -104,8 +104,9 @@ void drawPage(cairo_t* cr, const CheckedPage& checked) {
         write(cr, 18, 140, 24, "This page cannot be drawn.", false);
     }
     for (const Finding& finding : checked.findings) {
-        if (finding.box)
+        if (finding.box) {
             mark(cr, *finding.box, colourOf(finding.severity));
+        }
     }
     cairo_restore(cr);
     cairo_rectangle(cr, -0.5, -0.5, CELL_WIDTH + 1, CELL_HEIGHT + 1);
@@ -126,10 +127,11 @@ std::vector<std::string> notesOf(cairo_t* cr, const CheckedPage& checked) {
             const std::string longer = rows.back() + (rows.back().empty() ? "" : " ") + word;
             cairo_text_extents_t extents;
             cairo_text_extents(cr, longer.c_str(), &extents);
-            if (extents.x_advance <= CELL_WIDTH || rows.back().empty())
+            if (extents.x_advance <= CELL_WIDTH || rows.back().empty()) {
                 rows.back() = longer;
-            else
+            } else {
                 rows.push_back("  " + word);
+            }
         }
     }
     if (rows.size() > MOST_NOTES) {
@@ -165,8 +167,9 @@ void writeSheet(const std::vector<CheckedPage>& pages, const std::string& path) 
     {
         const SurfacePtr scratch(cairo_image_surface_create(CAIRO_FORMAT_RGB24, 1, 1));
         const ContextPtr ruler(cairo_create(scratch.get()));
-        for (const CheckedPage& page : pages)
+        for (const CheckedPage& page : pages) {
             notes = std::max(notes, notesOf(ruler.get(), page).size());
+        }
     }
     const int cellHeight = CAPTION + CELL_HEIGHT + NOTE * static_cast<int>(notes) + MARGIN;
     const int width = MARGIN + (CELL_WIDTH + MARGIN) * static_cast<int>(columns);

@@ -35,8 +35,9 @@ bool beginsWith(const std::string& text, const char* start) {
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
-    for (std::string& text : texts)
+    for (std::string& text : texts) {
         pointers.push_back(text.data());
+    }
     pointers.push_back(nullptr);
     return pointers;
 }
@@ -119,19 +120,23 @@ void Splash::launch(const std::optional<Texts>& texts) {
     const std::string log = m_root.path() + "/output";
     const int output = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     m_pid = fork();
-    if (m_pid == 0)
+    if (m_pid == 0) {
         become(m_installation.bootlume.c_str(), argv.data(), envp.data(), output,
                m_root.keepAliveFd());
+    }
     const std::string why = std::strerror(errno);
-    if (output >= 0)
+    if (output >= 0) {
         close(output);
-    if (m_pid < 0)
+    }
+    if (m_pid < 0) {
         throw std::runtime_error("cannot start a process: " + why);
+    }
 }
 
 void Splash::quit() {
-    if (m_pid <= 0)
+    if (m_pid <= 0) {
         return;
+    }
     const client::SplashSocket socket(m_root.path() + "/tmp/.bootlume");
     client::QuitRequest request;
     request.limit = UNTIL_FORCE;
@@ -141,12 +146,14 @@ void Splash::quit() {
     // Where another program stands between, it has an end of its own to come to.
     for (auto waited = 0 * GRACE_STEP; result == client::QuitResult::GONE && waited < GRACE;
          waited += GRACE_STEP) {
-        if (hasEnded())
+        if (hasEnded()) {
             return;
+        }
         std::this_thread::sleep_for(GRACE_STEP);
     }
-    if (hasEnded())
+    if (hasEnded()) {
         return;
+    }
     kill(m_pid, SIGKILL);
     while (waitpid(m_pid, nullptr, 0) < 0 && errno == EINTR) {
     }
@@ -179,8 +186,9 @@ Picture Splash::frame(std::uint64_t index) {
     // missed on a busy machine is only late.
     for (std::uint64_t number = m_firstFrame + index % TURN;;) {
         throwIfInterrupted();
-        if (const std::optional<Picture> picture = m_screen.copy(number))
+        if (const std::optional<Picture> picture = m_screen.copy(number)) {
             return *picture;
+        }
         if (m_screen.newest() > number) {
             number += TURN;
             continue;
@@ -193,14 +201,17 @@ Picture Splash::frame(std::uint64_t index) {
 std::optional<Picture> Splash::next(std::uint64_t& seen) {
     throwIfInterrupted();
     throwIfEnded();
-    if (m_screen.newest() == seen || m_screen.newest() < m_firstFrame)
+    if (m_screen.newest() == seen || m_screen.newest() < m_firstFrame) {
         m_screen.waitForChange(2 * LOOK_AGAIN);
+    }
     const std::uint64_t newest = m_screen.newest();
-    if (newest == seen || newest < m_firstFrame)
+    if (newest == seen || newest < m_firstFrame) {
         return {};
+    }
     std::optional<Picture> picture = m_screen.copy(newest);
-    if (picture)
+    if (picture) {
         seen = newest;
+    }
     return picture;
 }
 

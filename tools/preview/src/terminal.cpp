@@ -33,18 +33,22 @@ Terminal::Terminal() {
 
 Terminal::~Terminal() {
     write(LEAVE);
-    if (m_hasKeys)
+    if (m_hasKeys) {
         tcsetattr(STDIN_FILENO, TCSANOW, &m_before);
+    }
 }
 
 Terminal::Size Terminal::size() const {
     winsize window{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_col == 0 || window.ws_row == 0)
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_col == 0 ||
+        window.ws_row == 0) {
         return {80, 24, 0.5};
+    }
     double ratio = 0.5;
-    if (window.ws_xpixel != 0 && window.ws_ypixel != 0)
+    if (window.ws_xpixel != 0 && window.ws_ypixel != 0) {
         ratio = (double{1} * window.ws_xpixel / window.ws_col) /
                 (double{1} * window.ws_ypixel / window.ws_row);
+    }
     // A terminal that claims to be huge is drawn on as far as the page can use it.
     return {std::min<int>(window.ws_col, MOST_COLUMNS), std::min<int>(window.ws_row, MOST_ROWS),
             ratio};
@@ -52,8 +56,9 @@ Terminal::Size Terminal::size() const {
 
 int Terminal::key() const {
     unsigned char character = 0;
-    if (!m_hasKeys || read(STDIN_FILENO, &character, 1) != 1)
+    if (!m_hasKeys || read(STDIN_FILENO, &character, 1) != 1) {
         return -1;
+    }
     return character;
 }
 

@@ -33,20 +33,25 @@ template <typename T>
 using Ptr = std::unique_ptr<T, Deleter>;
 
 ChafaCanvasMode modeOf(const ChafaTermInfo* info) {
-    if (chafa_term_info_have_seq(info, CHAFA_TERM_SEQ_SET_COLOR_FGBG_DIRECT))
+    if (chafa_term_info_have_seq(info, CHAFA_TERM_SEQ_SET_COLOR_FGBG_DIRECT)) {
         return CHAFA_CANVAS_MODE_TRUECOLOR;
-    if (chafa_term_info_have_seq(info, CHAFA_TERM_SEQ_SET_COLOR_FGBG_256))
+    }
+    if (chafa_term_info_have_seq(info, CHAFA_TERM_SEQ_SET_COLOR_FGBG_256)) {
         return CHAFA_CANVAS_MODE_INDEXED_240;
-    if (chafa_term_info_have_seq(info, CHAFA_TERM_SEQ_SET_COLOR_FGBG_16))
+    }
+    if (chafa_term_info_have_seq(info, CHAFA_TERM_SEQ_SET_COLOR_FGBG_16)) {
         return CHAFA_CANVAS_MODE_INDEXED_16;
+    }
     return CHAFA_CANVAS_MODE_FGBG;
 }
 
 ChafaPixelMode pixelModeOf(const ChafaTermInfo* info) {
-    if (chafa_term_info_have_seq(info, CHAFA_TERM_SEQ_BEGIN_KITTY_IMMEDIATE_IMAGE_V1))
+    if (chafa_term_info_have_seq(info, CHAFA_TERM_SEQ_BEGIN_KITTY_IMMEDIATE_IMAGE_V1)) {
         return CHAFA_PIXEL_MODE_KITTY;
-    if (chafa_term_info_have_seq(info, CHAFA_TERM_SEQ_BEGIN_SIXELS))
+    }
+    if (chafa_term_info_have_seq(info, CHAFA_TERM_SEQ_BEGIN_SIXELS)) {
         return CHAFA_PIXEL_MODE_SIXELS;
+    }
     return CHAFA_PIXEL_MODE_SYMBOLS;
 }
 
@@ -59,8 +64,9 @@ public:
 
     /// Lays out anew where the terminal has another size.
     void fit(const Terminal::Size& size) {
-        if (m_canvas && size.columns == m_size.columns && size.rows == m_size.rows)
+        if (m_canvas && size.columns == m_size.columns && size.rows == m_size.rows) {
             return;
+        }
         m_size = size;
         m_columns = size.columns;
         m_rows = size.rows > ROWS_BELOW ? size.rows - ROWS_BELOW : size.rows;
@@ -83,8 +89,9 @@ public:
         pixels.reserve(picture.pixels.size() * 3);
         for (const std::uint16_t pixel : picture.pixels) {
             const std::uint32_t colour = expand(pixel);
-            for (const unsigned shift : {16U, 8U, 0U})
+            for (const unsigned shift : {16U, 8U, 0U}) {
                 pixels.push_back(static_cast<std::uint8_t>(colour >> shift));
+            }
         }
         chafa_canvas_draw_all_pixels(m_canvas.get(), CHAFA_PIXEL_RGB8, pixels.data(), picture.width,
                                      picture.height, picture.width * 3);
@@ -124,8 +131,9 @@ std::string at(int row, int column) {
 
 std::string printable(std::string text) {
     for (char& character : text) {
-        if (static_cast<unsigned char>(character) < ' ' && character != '\n')
+        if (static_cast<unsigned char>(character) < ' ' && character != '\n') {
             character = ' ';
+        }
     }
     return text;
 }
@@ -145,39 +153,45 @@ std::string compose(const Painter& painter, const Picture& picture, const Termin
                     const std::string& keys) {
     std::string screen;
     int row = 0;
-    for (const std::string& line : painter.paint(picture))
+    for (const std::string& line : painter.paint(picture)) {
         screen += at(++row, 1) + line + "\x1b[0m";
+    }
     const int column = painter.columns() + GAP;
     constexpr int FIRST_ROW = 3;
     row = FIRST_ROW;
     const int room = size.columns - column >= LEAST_SIDE_COLUMNS ? size.rows - ROWS_BELOW : 0;
     for (const std::string& line : side) {
-        if (row >= room)
+        if (row >= room) {
             break;
+        }
         screen +=
             at(row, column) + "\x1b[K" + (row == FIRST_ROW ? "\x1b[1m" : "") + line + "\x1b[0m";
         ++row;
     }
-    if (!message.empty())
+    if (!message.empty()) {
         screen += at(size.rows - 1, 1) + message + "\x1b[K";
+    }
     return screen + at(size.rows, 1) + "\x1b[2m" + keys + "\x1b[0m\x1b[K";
 }
 
 /// A message in one row: what tells most, a file's name, stands at its end.
 std::string fitted(std::string message, std::size_t columns) {
-    if (message.size() <= columns)
+    if (message.size() <= columns) {
         return message;
+    }
     std::size_t start = std::min(message.size(), message.size() - columns + 1);
-    while (start < message.size() && (static_cast<unsigned char>(message[start]) & 0xC0U) == 0x80)
+    while (start < message.size() && (static_cast<unsigned char>(message[start]) & 0xC0U) == 0x80) {
         ++start;
+    }
     return "…" + message.substr(start);
 }
 
 /// False where the person wants to leave.
 bool handleKeys(const Terminal& terminal, Viewer& viewer) {
     for (int key = terminal.key(); key >= 0; key = terminal.key()) {
-        if (!viewer.perform(actionOf(key)))
+        if (!viewer.perform(actionOf(key))) {
             return false;
+        }
     }
     return true;
 }

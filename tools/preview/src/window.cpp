@@ -27,8 +27,9 @@ struct Video {
         SDL_SetHint(SDL_HINT_VIDEO_ALLOW_SCREENSAVER, "1");
         SDL_SetHint(SDL_HINT_RENDER_SCALE_QUALITY, "linear");
         // Of the library's ways to draw only those that a person can look at.
-        if (SDL_getenv("SDL_VIDEODRIVER") == nullptr)
+        if (SDL_getenv("SDL_VIDEODRIVER") == nullptr) {
             SDL_SetHint(SDL_HINT_VIDEODRIVER, "x11,wayland");
+        }
         ready = SDL_Init(SDL_INIT_VIDEO) == 0;
     }
     ~Video() { SDL_Quit(); }
@@ -58,8 +59,9 @@ struct Window {
         const SDL_Point size = fittingSize();
         window.reset(SDL_CreateWindow(TITLE.c_str(), SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED,
                                       size.x, size.y, SDL_WINDOW_RESIZABLE));
-        if (window)
+        if (window) {
             renderer.reset(SDL_CreateRenderer(window.get(), -1, SDL_RENDERER_SOFTWARE));
+        }
         if (renderer) {
             // Whatever size the window has or is given, the page is shown whole.
             SDL_RenderSetLogicalSize(renderer.get(), PAGE_WIDTH, PAGE_HEIGHT);
@@ -104,10 +106,12 @@ Action actionOfKey(SDL_Keycode key) {
 bool handleEvents(Viewer& viewer, bool& redraw) {
     SDL_Event event;
     while (SDL_PollEvent(&event) != 0) {
-        if (event.type == SDL_QUIT)
+        if (event.type == SDL_QUIT) {
             return false;
-        if (event.type == SDL_WINDOWEVENT)
+        }
+        if (event.type == SDL_WINDOWEVENT) {
             redraw = true;
+        }
         if (event.type != SDL_KEYDOWN || event.key.repeat != 0) {
             continue;
         }
@@ -123,8 +127,9 @@ bool handleEvents(Viewer& viewer, bool& redraw) {
 bool hasDisplay() {
     for (const char* variable : {"DISPLAY", "WAYLAND_DISPLAY"}) {
         const char* const value = std::getenv(variable);
-        if (value != nullptr && *value != '\0')
+        if (value != nullptr && *value != '\0') {
             return true;
+        }
     }
     return false;
 }
