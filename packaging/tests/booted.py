@@ -18,7 +18,7 @@ MODULE = "vivid"
 MEMORY_MB = 1536
 # The machine has no image unit, and is slow.
 PATIENCE = "[Unit]\nConditionPathExists=\n[Service]\nTimeoutStartSec=300\n"
-UNITS = ("agent.service", "overlay-driver.service", "ready.target")
+UNITS = ("agent.service", "overlay-driver.service", "ready.target", "slow.service")
 # What takes time in an emulator and has nothing to do with a splash.
 MASKED = (
     "serial-getty@ttyS0.service",
@@ -89,9 +89,9 @@ systemctl enable agent.service overlay-driver.service bootlume-quit@ready.servic
 systemctl mask {' '.join(MASKED)}
 printf '%032x\\n' 1 >/etc/machine-id
 cp /etc/default/bootlume /usr/share/bootlume-settings
-rm -rf /usr/share/{{locale,man,info,i18n,perl,perl5}} /usr/lib/*/perl /usr/lib/python3* /usr/lib/udev/hwdb* \
+rm -rf /usr/share/{{locale,man,doc,info,i18n,perl,perl5}} /usr/lib/*/perl /usr/lib/python3* /usr/lib/udev/hwdb* \
   /var/lib/apt/lists /var/cache/apt
-find /usr/share/doc -mindepth 1 -maxdepth 1 ! -name 'bootlume*' -exec rm -rf {{}} +
+echo Storage=volatile >>/etc/systemd/journald.conf
 """
 
 # Run in a mount namespace of its own: lower, changes and the place where both are seen.

@@ -23,6 +23,7 @@ pytestmark = [
 
 DEVICE_UNIT = r"dev-v4l-by\x2dpath-platform\x2dimx\x2dipuv3\x2dovl.5\x2dvideo\x2dindex0.device"
 TEXTS = ("Brem K5 Start", "The system is starting.\\nPlease wait.")
+AFTER_SLOW = "bootlume-quit-after@slow.service"
 RESTART = "reboot: Restarting system"
 FOR_MANAGER = re.compile(r"^(systemctl|journalctl|find /dev) |/etc/(systemd|default)/", re.MULTILINE)
 
@@ -161,6 +162,69 @@ def test_ending_what_is_not_there_is_no_failure(machine):
     assert ask(machine, "bootlume-quit.service", "ActiveState") == {"ActiveState": "inactive"}
 
 
+def test_ending_what_has_gone_waits_for_nothing(machine):
+    """Its socket's file is still there, which is no reason to wait for a splash."""
+    start(machine)
+    machine.output("bootlumectl quit")
+    assert_ended_in_order(machine)
+    machine.output(
+        "test -S /tmp/.bootlume; journalctl --rotate --vacuum-time=1s; systemctl start bootlume-quit.service"
+    )
+    assert "exec-condition" in machine.text("journalctl --no-pager --unit bootlume-quit.service")
+
+
+def begin_to_take_over(machine):
+    """Starts the program that takes over the screen; the end of the splash waits for it."""
+    machine.output("rm -f /run/shown; systemctl start --no-block slow.service")
+    wait_for(machine, f"sh -c 'systemctl list-jobs | grep -q {AFTER_SLOW}'")
+    assert ask(machine, "slow.service", "ActiveState") == {"ActiveState": "activating"}
+    machine.output("bootlumectl status")
+
+
+def test_the_screen_is_handed_over_once_the_program_is_on_it(machine):
+    machine.output(f"systemctl enable {AFTER_SLOW}; : >/etc/default/bootlume")  # the manual's has armed it
+    start(machine)
+    begin_to_take_over(machine)
+    machine.output("echo yes >/run/shown")
+    assert_ended_in_order(machine)
+    shown = int(ask(machine, "slow.service", "ActiveEnterTimestampMonotonic").popitem()[1])
+    ended = int(ask(machine, AFTER_SLOW, "ExecMainStartTimestampMonotonic").popitem()[1])
+    assert 0 < shown <= ended
+    machine.output("systemctl stop slow.service")
+
+
+def test_a_program_that_fails_to_take_the_screen_leaves_the_splash_on_it(machine):
+    start(machine)
+    begin_to_take_over(machine)
+    machine.output("echo no >/run/shown")
+    wait_for(machine, "systemctl --quiet is-failed slow.service")
+    wait_for(machine, "sh -c '! systemctl list-jobs | grep -q slow'")
+    machine.output("bootlumectl status")
+    # It is the second try that takes the screen.
+    begin_to_take_over(machine)
+    machine.output("echo yes >/run/shown")
+    assert_ended_in_order(machine)
+
+
+def test_a_report_tells_of_all_and_of_no_text(machine):
+    machine.output("mkdir -p /opt/userdata; bootlumectl trace DEBUG")
+    start(machine)
+    machine.output("bootlumectl text 'Very private' 'Quite secret'")
+    wait_for(machine, "sh -c 'journalctl --unit bootlume.service | grep -q private'")
+    said = machine.text("bootlumectl report")
+    for part in (
+        "ActiveState=active",
+        "card vivid",
+        "format 480 x 800 RGBP",
+        "bootlume 5 0 0",
+        '"state":"answers"',
+        "command = (not shown)",
+    ):
+        assert part in said, said
+    assert "private" not in said and "secret" not in said
+    machine.output("bootlumectl quit; bootlumectl trace INFO")
+
+
 def test_a_group_that_was_let_in_may_end_it(machine):
     """The drop-in is the manual's; the test of its commands has written it."""
     machine.output("systemctl daemon-reload")
@@ -187,13 +251,13 @@ def another_machine(installed):
         yield board
 
 
-def arm(board, device_program, settings=""):
+def arm(board, device_program, settings="", dropins=""):
     """Starts a splash that reboots in a moment, where the device's own reboot program is a script."""
     settings = f"BOOTLUME_OPTIONS=-c\\nSPLASH_TIMEOUT=3\\nSPLASH_TIMEOUT_HARD=600\\n{settings}"
     board.output(
         f"printf '#!/bin/sh\\necho called >/run/vrx\\n{device_program}\\n' >/sbin/vrx_reboot\n"
         f"chmod 755 /sbin/vrx_reboot\nprintf '{settings}' >/etc/default/bootlume\n"
-        "rm -rf /etc/systemd/system/bootlume.service.d; systemctl daemon-reload\n"
+        f"rm -rf /etc/systemd/system/bootlume.service.d\n{dropins}\nsystemctl daemon-reload\n"
         "systemctl restart bootlume.service"
     )
 
@@ -203,11 +267,18 @@ def assert_rebooted(board):
     assert board.wait_for_end() == 0
 
 
-def test_an_armed_splash_brings_the_system_down_in_order(machine):
-    """The device's own reboot program fails; the plain one asks the init system, from the sandbox."""
-    arm(machine, "exit 3")
+def test_an_armed_splash_brings_the_system_down_in_order_and_says_why(machine):
+    """The device's own reboot program fails; the plain one asks the init system, from the sandbox.
+
+    The drop-in that keeps the reason is the manual's: the kernel says it on the console.
+    """
+    arm(machine, "exit 3", dropins=next(script for _, script in command_blocks() if "reason.conf" in script))
     wait_for(machine, "test -e /run/vrx")
     assert_rebooted(machine)
+    said = machine.console_text()
+    reasons = ["startup timeout: rebooting via VRX", "failed to start VRX reboot, rebooting"]
+    places = [said.find(reason) for reason in reasons] + [said.find(RESTART)]
+    assert -1 not in places and places == sorted(places), said[-3000:]
 
 
 def test_an_armed_splash_may_reboot_by_the_system_call(another_machine):
@@ -234,3 +305,17 @@ def test_a_display_that_never_shows_up_is_waited_for_and_no_longer(installed):
         )
         about = ask(board, "bootlume.service", "ActiveState", "Result")
         assert about == {"ActiveState": "failed", "Result": "timeout"}
+
+
+def test_the_way_out_of_a_boot_loop_is_a_word_for_the_kernel(installed):
+    """Without the splash there is no watchdog; what the journal gets shows on the console."""
+    with installed.boot("systemd.mask=bootlume.service", "systemd.journald.forward_to_console=1") as board:
+        wait_for(board, "systemctl --quiet is-active multi-user.target")
+        assert ask(board, "bootlume.service", "LoadState", "ActiveState") == {
+            "LoadState": "masked",
+            "ActiveState": "inactive",
+        }
+        status, said = board.run("bootlumectl status")
+        assert status == 3, said
+        board.output("logger --tag bootlume-test 'seen on the console'")
+        assert board.wait_for_console("seen on the console")

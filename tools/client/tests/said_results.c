@@ -1,5 +1,6 @@
 /* What the header says, for the tests: the result of a call, by number and as a sentence. */
-#include <bootlume-client.h>
+#include "../bootlume-client.h"
+
 #include <stdio.h>
 
 int main(int argc, char *argv[]) {

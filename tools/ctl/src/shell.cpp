@@ -16,7 +16,7 @@ std::string quoted(const std::string& text) {
 }
 
 std::string said(const std::string& commands) {
-    const std::string bounded = "timeout 5 sh -c " + quoted(commands) + " 2>&1 </dev/null";
+    const std::string bounded = "timeout 10 sh -c " + quoted(commands) + " 2>&1 </dev/null";
     std::FILE* const pipe = popen(bounded.c_str(), "re");
     if (pipe == nullptr) {
         return std::strerror(errno) + std::string("\n");
