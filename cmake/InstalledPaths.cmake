@@ -5,10 +5,12 @@ function(installed_paths input output)
   file(READ ${input} text)
   foreach(path IN ITEMS "/usr/sbin/bootlume=${CMAKE_INSTALL_FULL_SBINDIR}/bootlume"
                         "/usr/bin/bootlume=${CMAKE_INSTALL_FULL_BINDIR}/bootlume"
+                        "/usr/libexec/bootlume=${CMAKE_INSTALL_FULL_LIBEXECDIR}/bootlume"
                         "/usr/lib/\\<architecture\\>/=${CMAKE_INSTALL_FULL_LIBDIR}/"
                         "/usr/share/bootlume=${CMAKE_INSTALL_FULL_DATADIR}/bootlume"
                         "/usr/share/bash-completion=${CMAKE_INSTALL_FULL_DATADIR}/bash-completion"
                         "/usr/share/doc/bootlume=${CMAKE_INSTALL_FULL_DOCDIR}"
+                        "/etc/init.d/=${CMAKE_INSTALL_FULL_SYSCONFDIR}/init.d/"
                         "/etc/default/=${CMAKE_INSTALL_FULL_SYSCONFDIR}/default/")
     string(REGEX MATCH "^([^=]*)=(.*)$" path "${path}")
     string(REPLACE "${CMAKE_MATCH_1}" "${CMAKE_MATCH_2}" text "${text}")

@@ -73,7 +73,7 @@ def furnish(tree, root):
         target = root / "etc/systemd/system" / name
         target.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(HERE / "boot" / name, target)
-    patience = root / "etc/systemd/system/bootlume.service.d/patience.conf"
+    patience = root / "etc/systemd/system/bootlume-display.service.d/patience.conf"
     patience.parent.mkdir(parents=True, exist_ok=True)
     patience.write_text(PATIENCE)
     late = root / "etc/systemd/system/systemd-tmpfiles-setup.service.d"

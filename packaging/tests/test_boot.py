@@ -298,13 +298,14 @@ def test_a_display_that_never_shows_up_is_waited_for_and_no_longer(installed):
     with installed.boot("no-overlay") as board:
         wait_for(board, "systemctl --quiet is-active multi-user.target")
         board.output(
-            "mkdir -p /etc/systemd/system/bootlume.service.d\n"
+            "mkdir -p /etc/systemd/system/bootlume-display.service.d\n"
             "printf '[Unit]\\nConditionPathExists=\\n[Service]\\nTimeoutStartSec=2\\n'"
-            " >/etc/systemd/system/bootlume.service.d/expected.conf\n"
+            " >/etc/systemd/system/bootlume-display.service.d/expected.conf\n"
             "systemctl daemon-reload; systemctl start bootlume.service || true"
         )
-        about = ask(board, "bootlume.service", "ActiveState", "Result")
+        about = ask(board, "bootlume-display.service", "ActiveState", "Result")
         assert about == {"ActiveState": "failed", "Result": "timeout"}
+        assert ask(board, "bootlume.service", "ActiveState") == {"ActiveState": "inactive"}
 
 
 def test_the_way_out_of_a_boot_loop_is_a_word_for_the_kernel(installed):

@@ -12,7 +12,11 @@ import pytest
 from desk import DEVICE
 
 MOST_EXPOSURE = 3.0
+<<<<<<< HEAD
 UNITS = ("bootlume.service", "bootlume-quit.service", "bootlume-quit@.service", "bootlume-quit-after@.service")
+=======
+UNITS = ("bootlume.service", "bootlume-display.service", "bootlume-quit.service", "bootlume-quit@.service")
+>>>>>>> c20a4f1 (wip3)
 
 
 @pytest.fixture(scope="session")
@@ -135,8 +139,10 @@ def test_unit_is_closed_enough(source, unit, capsys):
 
 def test_service_waits_for_the_device_that_the_program_opens(source):
     unit = (source / "packaging/systemd/bootlume.service").read_text()
-    assert f"ExecStartPre=+/bin/systemctl start {DEVICE}\n" in unit
-    assert f"ConditionPathExists=|{DEVICE}\n" in unit
+    assert f"ConditionPathExists={DEVICE}\n" in unit
+    display = (source / "packaging/systemd/bootlume-display.service").read_text()
+    assert f"ExecStart=/bin/systemctl start {DEVICE}\n" in display
+    assert f"ConditionPathExists=|{DEVICE}\n" in display
     header = (source / "bootlume/src/display/surface.h").read_text()
     assert DEVICE in header
     assert "Before=sockets.target\n" in unit and "Restart=no\n" in unit
