@@ -247,7 +247,7 @@ def one_package_of_before(root, folder):
 def test_an_upgrade_from_the_one_package_keeps_service_and_settings(root, tmp_path):
     one_package_of_before(root, tmp_path)
     done = root.run(
-        f"""
+        """
 dpkg -i /before.deb >/answers/before 2>&1
 echo '#mine' >>/etc/default/bootlume
 dpkg --auto-deconfigure -i /packages/*.deb >/answers/install 2>&1 # as apt calls it

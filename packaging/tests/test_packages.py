@@ -12,11 +12,13 @@ import pytest
 from desk import DEVICE
 
 MOST_EXPOSURE = 3.0
-<<<<<<< HEAD
-UNITS = ("bootlume.service", "bootlume-quit.service", "bootlume-quit@.service", "bootlume-quit-after@.service")
-=======
-UNITS = ("bootlume.service", "bootlume-display.service", "bootlume-quit.service", "bootlume-quit@.service")
->>>>>>> c20a4f1 (wip3)
+UNITS = (
+    "bootlume.service",
+    "bootlume-display.service",
+    "bootlume-quit.service",
+    "bootlume-quit@.service",
+    "bootlume-quit-after@.service",
+)
 
 
 @pytest.fixture(scope="session")

@@ -69,6 +69,10 @@ TOOLS_PACKAGES=(libsdl2-dev libchafa-dev libwebp-dev nlohmann-json3-dev libcli11
 # shellcheck disable=SC2034
 PACKAGE_PACKAGES=(scdoc lowdown dpkg-dev lintian file mmdebstrap systemd man-db)
 
+# What the builds of image builders need besides, and the checks of their trees.
+# shellcheck disable=SC2034
+INTEGRATION_PACKAGES=(clang-14 make python3-kconfiglib shellcheck)
+
 # What the tests of the packages need besides: machines to install and to boot them on.
 # shellcheck disable=SC2034
 PACKAGE_TEST_PACKAGES=(qemu-user-static arch-test qemu-system-x86 kmod)

@@ -71,6 +71,12 @@ package_tests() {
   python_tests packages packaging/tests
 }
 
+# One after the other: each build takes all processors.
+integration_tests() {
+  need_packages "${INTEGRATION_PACKAGES[@]}" "${CROSS_PACKAGES[@]}" || return
+  /usr/bin/python3 -m pytest -q integration/tests
+}
+
 report_stages() {
   local line
   printf '\n== summary\n'
