@@ -20,6 +20,9 @@ endfunction()
 # desk_preload(VARIABLE): what LD_PRELOAD must hold for a program that is to run on the virtual device.
 # A sanitizer's run-time library must come before every other preloaded library.
 function(desk_preload variable)
+  if(CMAKE_BINARY_DIR MATCHES "[ :]")
+    message(FATAL_ERROR "${CMAKE_BINARY_DIR}: the dynamic loader preloads nothing whose path holds a blank or a colon")
+  endif()
   set(preload $<TARGET_FILE:virtual-device>)
   foreach(sanitizer address thread)
     if(BOOTLUME_SANITIZE MATCHES ${sanitizer} AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

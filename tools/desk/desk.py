@@ -29,6 +29,14 @@ def sanitizer_runtimes(program):
     return re.findall(r"=> (\S*/lib[at]san\.so\S*)", listed.stdout)
 
 
+def preloaded(*libraries):
+    """The value of LD_PRELOAD for these libraries, in their order."""
+    for library in map(str, libraries):
+        if " " in library or ":" in library:
+            raise ValueError(f"{library}: the dynamic loader preloads nothing whose path holds a blank or a colon")
+    return ":".join(map(str, libraries))
+
+
 def _die_with_parent():
     """Runs in the child: a test run that is killed leaves no splash behind."""
     ctypes.CDLL(None).prctl(1, signal.SIGKILL)
@@ -82,6 +90,10 @@ class Desk:
         path.chmod(mode)
         return path
 
+    def go_on(self):
+        """Lets the calls go on that a fault "hold" keeps waiting."""
+        self.path("/go").touch()
+
     def trace_config(self, *lines):
         """Writes the trace configuration, in place, so that a running program sees it change."""
         return self.write(TRACE_CONFIG, "".join(line + "\n" for line in lines))
@@ -103,7 +115,7 @@ class Desk:
         unknown = set(settings) - set(SETTINGS)
         assert not unknown, f"the virtual device has no settings {sorted(unknown)}"
         made = {k: v for k, v in os.environ.items() if not k.startswith("VIRTUAL_DEVICE_")}
-        made["LD_PRELOAD"] = ":".join(sanitizer_runtimes(self.bootlume) + [str(self.library)])
+        made["LD_PRELOAD"] = preloaded(*sanitizer_runtimes(self.bootlume), self.library)
         made["VIRTUAL_DEVICE_ROOT"] = str(self.root)
         for name, value in settings.items():
             if value is not None:

@@ -86,13 +86,15 @@ inline bool copyScreenFrame(const void* file, std::uint64_t number, ScreenFrame&
                         (number % SCREEN_SLOTS) * SCREEN_SLOT_BYTES;
     const auto* slot = reinterpret_cast<const ScreenSlot*>(start);
     const std::uint32_t before = slot->sequence.load(std::memory_order_acquire);
-    if (number == 0 || before % 2 != 0 || slot->frame != number)
+    if (number == 0 || before % 2 != 0 || slot->frame != number) {
         return false;
+    }
     frame = {slot->frame,    slot->timeNs, slot->width, slot->height,
              slot->rowBytes, slot->buffer, slot->stream};
     const std::uint64_t bytes = std::uint64_t(frame.rowBytes) * frame.height;
-    if (bytes > SCREEN_SLOT_BYTES - SCREEN_PIXELS_OFFSET || bytes > room)
+    if (bytes > SCREEN_SLOT_BYTES - SCREEN_PIXELS_OFFSET || bytes > room) {
         return false;
+    }
     std::memcpy(pixels, start + SCREEN_PIXELS_OFFSET, static_cast<std::size_t>(bytes));
     __sync_synchronize(); // the standard's fence, which ThreadSanitizer builds refuse
     return slot->sequence.load(std::memory_order_relaxed) == before;

@@ -8,16 +8,19 @@ namespace virtual_device {
 
 BufferMemory::BufferMemory(std::uint64_t bytes)
     : m_fd(keepOwnDescriptor(memfd_create("virtual-device", MFD_CLOEXEC))), m_bytes(bytes) {
-    if (m_fd < 0 || ftruncate64(m_fd, off64_t(bytes)) != 0)
+    if (m_fd < 0 || ftruncate64(m_fd, off64_t(bytes)) != 0) {
         return;
+    }
     void* start = real().mmap(nullptr, std::size_t(bytes), PROT_READ, MAP_SHARED, m_fd, 0);
-    if (start != MAP_FAILED)
+    if (start != MAP_FAILED) {
         m_start = static_cast<unsigned char*>(start);
+    }
 }
 
 BufferMemory::~BufferMemory() {
-    if (m_start != nullptr)
+    if (m_start != nullptr) {
         real().munmap(m_start, std::size_t(m_bytes));
+    }
     closeOwnDescriptor(m_fd);
 }
 
@@ -25,14 +28,16 @@ int BufferQueue::allocate(std::uint32_t count, std::uint32_t bytes) {
     cancel();
     m_buffers.clear();
     m_memory.reset();
-    if (count == 0)
+    if (count == 0) {
         return 0;
+    }
     const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
     m_bufferBytes = bytes;
     m_stride = (bytes + page - 1) / page * page;
     auto memory = std::make_shared<BufferMemory>(m_stride * count);
-    if (!memory->valid())
+    if (!memory->valid()) {
         return ENOMEM;
+    }
     m_memory = std::move(memory);
     m_buffers.resize(count);
     return 0;
@@ -44,12 +49,15 @@ void BufferQueue::describe(std::uint32_t index, v4l2_buffer& buffer) const {
     buffer.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     buffer.bytesused = from.bytesUsed;
     buffer.flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
-    if (from.state == State::Waiting || from.state == State::Shown)
+    if (from.state == State::WAITING || from.state == State::SHOWN) {
         buffer.flags |= V4L2_BUF_FLAG_QUEUED;
-    if (from.state == State::Released)
+    }
+    if (from.state == State::RELEASED) {
         buffer.flags |= V4L2_BUF_FLAG_DONE;
-    if (from.mappings > 0)
+    }
+    if (from.mappings > 0) {
         buffer.flags |= V4L2_BUF_FLAG_MAPPED;
+    }
     buffer.field = V4L2_FIELD_NONE;
     buffer.timestamp = from.shown;
     buffer.timecode = v4l2_timecode{};
@@ -62,32 +70,36 @@ void BufferQueue::describe(std::uint32_t index, v4l2_buffer& buffer) const {
 }
 
 int BufferQueue::query(v4l2_buffer& buffer) const {
-    if (buffer.index >= count())
+    if (buffer.index >= count()) {
         return EINVAL;
+    }
     describe(buffer.index, buffer);
     return 0;
 }
 
 int BufferQueue::queue(v4l2_buffer& buffer) {
-    if (buffer.index >= count() || buffer.memory != V4L2_MEMORY_MMAP)
+    if (buffer.index >= count() || buffer.memory != V4L2_MEMORY_MMAP) {
         return EINVAL;
+    }
     Buffer& mine = m_buffers[buffer.index];
-    if (mine.state != State::Held || buffer.bytesused > m_bufferBytes ||
-        buffer.field == V4L2_FIELD_ALTERNATE)
+    if (mine.state != State::HELD || buffer.bytesused > m_bufferBytes ||
+        buffer.field == V4L2_FIELD_ALTERNATE) {
         return EINVAL;
+    }
     mine.bytesUsed = buffer.bytesused != 0 ? buffer.bytesused : m_bufferBytes;
-    mine.state = State::Waiting;
+    mine.state = State::WAITING;
     m_waiting.push_back(buffer.index);
     describe(buffer.index, buffer);
     return 0;
 }
 
 bool BufferQueue::dequeue(v4l2_buffer& buffer) {
-    if (m_released.empty())
+    if (m_released.empty()) {
         return false;
+    }
     const std::uint32_t index = m_released.front();
     m_released.pop_front();
-    m_buffers[index].state = State::Held;
+    m_buffers[index].state = State::HELD;
     describe(index, buffer);
     return true;
 }
@@ -97,7 +109,7 @@ std::uint32_t BufferQueue::takeOver() {
     m_waiting.pop_front();
     Buffer& buffer = m_buffers[index];
     const std::int64_t now = monotonicNs();
-    buffer.state = State::Shown;
+    buffer.state = State::SHOWN;
     buffer.sequence = m_sequence++;
     buffer.shown = {static_cast<time_t>(now / 1000000000),
                     static_cast<suseconds_t>(now % 1000000000 / 1000)};
@@ -105,30 +117,33 @@ std::uint32_t BufferQueue::takeOver() {
 }
 
 void BufferQueue::release(std::uint32_t index) {
-    m_buffers[index].state = State::Released;
+    m_buffers[index].state = State::RELEASED;
     m_released.push_back(index);
 }
 
 void BufferQueue::cancel() {
-    for (Buffer& buffer : m_buffers)
-        buffer.state = State::Held;
+    for (Buffer& buffer : m_buffers) {
+        buffer.state = State::HELD;
+    }
     m_waiting.clear();
     m_released.clear();
     m_sequence = 0;
 }
 
 bool BufferQueue::findOffset(std::uint64_t offset, std::uint32_t& index) const {
-    if (count() == 0 || offset % m_stride != 0 || offset / m_stride >= count())
+    if (count() == 0 || offset % m_stride != 0 || offset / m_stride >= count()) {
         return false;
+    }
     index = static_cast<std::uint32_t>(offset / m_stride);
     return true;
 }
 
 void BufferQueue::countMapping(std::uint32_t index, bool added) {
-    if (added)
+    if (added) {
         ++m_buffers[index].mappings;
-    else
+    } else {
         --m_buffers[index].mappings;
+    }
 }
 
 const unsigned char* BufferQueue::pixels(std::uint32_t index) const {

@@ -60,9 +60,9 @@ public:
     std::uint64_t mappingBytes() const { return m_stride; }
 
 private:
-    enum class State { Held, Waiting, Shown, Released };
+    enum class State { HELD, WAITING, SHOWN, RELEASED };
     struct Buffer {
-        State state = State::Held;
+        State state = State::HELD;
         std::uint32_t bytesUsed = 0;
         std::uint32_t sequence = 0;
         std::uint32_t mappings = 0;

@@ -15,8 +15,9 @@ namespace {
 
 int finish(Record& record, int result, int error) {
     record.finish(error != 0 ? -1 : result, error);
-    if (error != 0)
+    if (error != 0) {
         errno = error;
+    }
     return error != 0 ? -1 : result;
 }
 
@@ -24,21 +25,25 @@ int finish(Record& record, int result, int error) {
 int openStandIn(int flags, int& fd) {
     constexpr int kept = O_ACCMODE | O_NONBLOCK | O_CLOEXEC;
     fd = real().open("/dev/null", flags & kept);
-    if (fd < 0)
+    if (fd < 0) {
         return errno;
+    }
     const int handle = device().open();
-    if (handle >= 0 && setHandle(fd, handle))
+    if (handle >= 0 && setHandle(fd, handle)) {
         return 0;
-    if (handle >= 0)
+    }
+    if (handle >= 0) {
         device().dropDescriptor(static_cast<unsigned>(handle));
+    }
     real().close(fd);
     return EMFILE;
 }
 
 void dropIfDevice(int fd) {
     const int handle = handleOf(fd);
-    if (handle == NO_HANDLE)
+    if (handle == NO_HANDLE) {
         return;
+    }
     setHandle(fd, NO_HANDLE);
     device().dropDescriptor(static_cast<unsigned>(handle));
 }
@@ -51,16 +56,17 @@ int openDevice(const char* name, int flags) {
     record.add("path", DEVICE_PATH);
     record.add("flags", flags);
     int fd = -1;
-    int error = strike(Op::Open);
-    if (error == 0)
+    int error = strike(Op::OPEN);
+    if (error == 0) {
         error = openStandIn(flags, fd);
+    }
     return finish(record, fd, error);
 }
 
 int closeDevice(int fd) {
     Record record("device", "close");
     record.add("fd", fd);
-    int error = strike(Op::Close);
+    int error = strike(Op::CLOSE);
     // The number is free from the real close on, so it is forgotten before; and as with any
     // device the descriptor is gone even where the close reports a failure.
     const int handle = handleOf(fd);
@@ -74,20 +80,22 @@ int controlDevice(int fd, unsigned long request, void* argument) {
     // The kernel looks at 32 bits; a program may have them sign-extended.
     const auto code = static_cast<std::uint32_t>(request);
     const Op op = opOf(code);
-    Record record("device", op != Op::Count ? opName(op) : "ioctl");
+    Record record("device", op != Op::COUNT ? opName(op) : "ioctl");
     record.add("fd", fd);
-    if (op == Op::Count)
+    if (op == Op::COUNT) {
         record.addHex("request", code);
+    }
     describe(record, "in", code, argument, false);
-    int error = op != Op::Count ? strike(op) : 0;
+    int error = op != Op::COUNT ? strike(op) : 0;
     if (error == 0) {
         const int flags = real().fcntl(fd, F_GETFL);
-        error = op != Op::Count ? device().ioctl(static_cast<unsigned>(handleOf(fd)), code,
+        error = op != Op::COUNT ? device().ioctl(static_cast<unsigned>(handleOf(fd)), code,
                                                  argument, (flags & O_NONBLOCK) != 0)
                                 : ENOTTY;
     }
-    if (error == 0)
+    if (error == 0) {
         describe(record, "out", code, argument, true);
+    }
     return finish(record, 0, error);
 }
 
@@ -100,12 +108,14 @@ void* mapDevice(int fd, void* hint, std::size_t bytes, int protection, int flags
     record.add("flags", flags);
     record.add("offset", offset);
     void* start = MAP_FAILED;
-    int error = strike(Op::Mmap);
-    if (error == 0)
+    int error = strike(Op::MMAP);
+    if (error == 0) {
         error = device().map(static_cast<unsigned>(handleOf(fd)), hint, bytes, protection, flags,
                              static_cast<std::uint64_t>(offset), start);
-    if (error == 0)
+    }
+    if (error == 0) {
         record.addHex("address", reinterpret_cast<std::uintptr_t>(start));
+    }
     finish(record, 0, error);
     return start;
 }
@@ -119,20 +129,23 @@ int unmapDevice(void* start, std::size_t bytes) {
     Record record("device", "munmap");
     record.addHex("address", reinterpret_cast<std::uintptr_t>(start));
     record.add("length", static_cast<std::int64_t>(bytes));
-    int error = strike(Op::Munmap);
-    if (error == 0)
+    int error = strike(Op::MUNMAP);
+    if (error == 0) {
         error = device().unmap(start, bytes);
+    }
     return finish(record, 0, error);
 }
 
 void noteDuplicate(int original, int fd) {
-    if (fd < 0 || fd == original)
+    if (fd < 0 || fd == original) {
         return;
+    }
     const int saved = errno;
     dropIfDevice(fd);
     const int handle = handleOf(original);
-    if (handle != NO_HANDLE && setHandle(fd, handle))
+    if (handle != NO_HANDLE && setHandle(fd, handle)) {
         device().addDescriptor(static_cast<unsigned>(handle));
+    }
     errno = saved;
 }
 

@@ -37,10 +37,11 @@ void describeRequest(Record& record, const v4l2_requestbuffers& request, bool fi
     record.add("count", request.count);
     record.add("type", request.type);
     record.add("memory", request.memory);
-    if (filled)
+    if (filled) {
         record.add("capabilities", request.capabilities);
-    else
+    } else {
         record.add("reserved", request.reserved[0]);
+    }
 }
 
 void describeBuffer(Record& record, const v4l2_buffer& buffer, bool filled) {
@@ -62,47 +63,50 @@ void describeBuffer(Record& record, const v4l2_buffer& buffer, bool filled) {
 Op opOf(std::uint32_t request) {
     switch (request) {
     case VIDIOC_QUERYCAP:
-        return Op::QueryCap;
+        return Op::QUERY_CAP;
     case VIDIOC_ENUM_FMT:
-        return Op::EnumFmt;
+        return Op::ENUM_FMT;
     case VIDIOC_G_FMT:
-        return Op::GetFmt;
+        return Op::GET_FMT;
     case VIDIOC_S_FMT:
-        return Op::SetFmt;
+        return Op::SET_FMT;
     case VIDIOC_TRY_FMT:
-        return Op::TryFmt;
+        return Op::TRY_FMT;
     case VIDIOC_REQBUFS:
-        return Op::ReqBufs;
+        return Op::REQ_BUFS;
     case VIDIOC_QUERYBUF:
-        return Op::QueryBuf;
+        return Op::QUERY_BUF;
     case VIDIOC_QBUF:
-        return Op::QBuf;
+        return Op::QBUF;
     case VIDIOC_DQBUF:
-        return Op::DqBuf;
+        return Op::DQBUF;
     case VIDIOC_STREAMON:
-        return Op::StreamOn;
+        return Op::STREAM_ON;
     case VIDIOC_STREAMOFF:
-        return Op::StreamOff;
+        return Op::STREAM_OFF;
     default:
-        return Op::Count;
+        return Op::COUNT;
     }
 }
 
 void describe(Record& record, const char* key, std::uint32_t request, const void* argument,
               bool filled) {
-    if (argument == nullptr)
+    if (argument == nullptr) {
         return;
+    }
     record.beginObject(key);
     switch (request) {
     case VIDIOC_QUERYCAP:
-        if (filled)
+        if (filled) {
             describeCapability(record, *static_cast<const v4l2_capability*>(argument));
+        }
         break;
     case VIDIOC_G_FMT:
-        if (filled)
+        if (filled) {
             describeFormat(record, *static_cast<const v4l2_format*>(argument));
-        else
+        } else {
             record.add("type", static_cast<const v4l2_format*>(argument)->type);
+        }
         break;
     case VIDIOC_S_FMT:
     case VIDIOC_TRY_FMT:

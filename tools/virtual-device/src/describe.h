@@ -7,7 +7,7 @@
 
 namespace virtual_device {
 
-/// The operation behind an ioctl request, or Op::Count for one that the device does not know.
+/// The operation behind an ioctl request, or Op::COUNT for one that the device does not know.
 Op opOf(std::uint32_t request);
 
 /// Adds object `key` with the fields of the request's structure. `filled` is false before the call:

@@ -32,8 +32,9 @@ int queryCapabilities(v4l2_capability& caps) {
 }
 
 int enumerateFormat(v4l2_fmtdesc& format) {
-    if (format.type != TYPE || format.index != 0)
+    if (format.type != TYPE || format.index != 0) {
         return EINVAL;
+    }
     format.flags = 0;
     memset(format.description, 0, sizeof(format.description));
     memcpy(format.description, "16-bit RGB 5-6-5", sizeof("16-bit RGB 5-6-5"));
@@ -47,8 +48,9 @@ Device& device() {
     Device* mine = current.load(std::memory_order_acquire);
     if (mine == nullptr) {
         auto* fresh = new Device; // lives until the process ends, beyond all static objects
-        if (current.compare_exchange_strong(mine, fresh))
+        if (current.compare_exchange_strong(mine, fresh)) {
             mine = fresh;
+        }
     }
     return *mine;
 }
@@ -107,8 +109,9 @@ void Device::dropDescriptor(unsigned handle) {
 }
 
 void Device::endIfUnused(unsigned handle, std::unique_lock<std::mutex>& lock) {
-    if (m_handles[handle].descriptors > 0 || m_handles[handle].mappings > 0)
+    if (m_handles[handle].descriptors > 0 || m_handles[handle].mappings > 0) {
         return;
+    }
     if (m_owner == int(handle)) {
         stopStream(lock);
         m_queue.allocate(0, 0);
@@ -119,8 +122,9 @@ void Device::endIfUnused(unsigned handle, std::unique_lock<std::mutex>& lock) {
 }
 
 int Device::ioctl(unsigned handle, std::uint32_t request, void* argument, bool nonblocking) {
-    if (argument == nullptr)
+    if (argument == nullptr) {
         return EFAULT;
+    }
     auto& format = *static_cast<v4l2_format*>(argument);
     auto& buffer = *static_cast<v4l2_buffer*>(argument);
     switch (request) {
@@ -130,14 +134,16 @@ int Device::ioctl(unsigned handle, std::uint32_t request, void* argument, bool n
         return enumerateFormat(*static_cast<v4l2_fmtdesc*>(argument));
     case VIDIOC_G_FMT: {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        if (format.type != TYPE)
+        if (format.type != TYPE) {
             return EINVAL;
+        }
         format.fmt.pix = m_format;
         return 0;
     }
     case VIDIOC_TRY_FMT:
-        if (format.type != TYPE)
+        if (format.type != TYPE) {
             return EINVAL;
+        }
         adjustFormat(format.fmt.pix);
         return 0;
     case VIDIOC_S_FMT:
@@ -163,15 +169,17 @@ int Device::ioctl(unsigned handle, std::uint32_t request, void* argument, bool n
 
 int Device::setFormat(v4l2_format& format) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (format.type != TYPE)
+    if (format.type != TYPE) {
         return EINVAL;
+    }
     v4l2_pix_format wish = format.fmt.pix;
     adjustFormat(wish);
     const bool same = wish.width == m_format.width && wish.height == m_format.height &&
                       wish.bytesperline == m_format.bytesperline &&
                       wish.sizeimage == m_format.sizeimage;
-    if (m_queue.count() > 0 && !same)
+    if (m_queue.count() > 0 && !same) {
         return EBUSY;
+    }
     m_format = wish;
     format.fmt.pix = wish;
     return 0;
@@ -180,35 +188,43 @@ int Device::setFormat(v4l2_format& format) {
 int Device::requestBuffers(unsigned handle, v4l2_requestbuffers& request) {
     const std::lock_guard<std::mutex> control(m_control);
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (request.type != TYPE)
+    if (request.type != TYPE) {
         return EINVAL;
+    }
     // A set that is still mapped is orphaned: its mappings stay, and the set is replaced.
     request.capabilities = V4L2_BUF_CAP_SUPPORTS_MMAP | V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS;
     request.flags = 0;
     memset(request.reserved, 0, sizeof(request.reserved));
-    if (request.memory != V4L2_MEMORY_MMAP)
+    if (request.memory != V4L2_MEMORY_MMAP) {
         return EINVAL;
-    if (ownedByOther(handle) || m_streaming || (m_waiters > 0 && request.count > 0))
+    }
+    if (ownedByOther(handle) || m_streaming || (m_waiters > 0 && request.count > 0)) {
         return EBUSY;
-    if (request.count > 0 && m_owner == NOBODY && !m_screen.claim())
+    }
+    if (request.count > 0 && m_owner == NOBODY && !m_screen.claim()) {
         return EBUSY;
+    }
     request.count = std::min(request.count, settings().maxBuffers);
     const int error = m_queue.allocate(request.count, m_format.sizeimage);
     m_owner = error == 0 && request.count > 0 ? int(handle) : NOBODY;
-    if (m_owner == NOBODY)
+    if (m_owner == NOBODY) {
         m_screen.unclaim();
+    }
     return error;
 }
 
 int Device::queueBuffer(unsigned handle, v4l2_buffer& buffer) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        if (buffer.type != TYPE)
+        if (buffer.type != TYPE) {
             return EINVAL;
-        if (ownedByOther(handle))
+        }
+        if (ownedByOther(handle)) {
             return EBUSY;
-        if (const int error = m_queue.queue(buffer))
+        }
+        if (const int error = m_queue.queue(buffer)) {
             return error;
+        }
     }
     m_display.wake();
     return 0;
@@ -216,14 +232,18 @@ int Device::queueBuffer(unsigned handle, v4l2_buffer& buffer) {
 
 /// Success, EAGAIN where the caller has to wait, or the final failure.
 int Device::tryDequeue(unsigned handle, v4l2_buffer& buffer) {
-    if (buffer.type != TYPE)
+    if (buffer.type != TYPE) {
         return EINVAL;
-    if (m_handles[handle].descriptors == 0)
+    }
+    if (m_handles[handle].descriptors == 0) {
         return EBADF;
-    if (ownedByOther(handle))
+    }
+    if (ownedByOther(handle)) {
         return EBUSY;
-    if (!m_streaming)
+    }
+    if (!m_streaming) {
         return EINVAL;
+    }
     return m_queue.dequeue(buffer) ? 0 : EAGAIN;
 }
 
@@ -231,32 +251,39 @@ int Device::dequeueBuffer(unsigned handle, v4l2_buffer& buffer, bool nonblocking
     std::unique_lock<std::mutex> lock(m_mutex);
     while (true) {
         const int error = tryDequeue(handle, buffer);
-        if (error != EAGAIN || nonblocking)
+        if (error != EAGAIN || nonblocking) {
             return error;
+        }
         const std::uint32_t seen = m_released;
         ++m_waiters;
         lock.unlock();
         const int interrupted = waitWhile(&m_released, seen, -1);
         lock.lock();
         --m_waiters;
-        if (interrupted == EINTR)
+        if (interrupted == EINTR) {
             return EINTR;
+        }
     }
 }
 
 int Device::streamOn(unsigned handle, std::uint32_t type) {
     const std::lock_guard<std::mutex> control(m_control);
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (ownedByOther(handle))
+    if (ownedByOther(handle)) {
         return EBUSY;
-    if (type != TYPE)
+    }
+    if (type != TYPE) {
         return EINVAL;
-    if (m_streaming)
+    }
+    if (m_streaming) {
         return 0;
-    if (m_queue.count() == 0)
+    }
+    if (m_queue.count() == 0) {
         return EINVAL;
-    if (!m_display.start())
+    }
+    if (!m_display.start()) {
         return ENOMEM;
+    }
     m_streaming = true;
     m_screen.switchOn();
     return 0;
@@ -265,10 +292,12 @@ int Device::streamOn(unsigned handle, std::uint32_t type) {
 int Device::streamOff(unsigned handle, std::uint32_t type) {
     const std::lock_guard<std::mutex> control(m_control);
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (ownedByOther(handle))
+    if (ownedByOther(handle)) {
         return EBUSY;
-    if (type != TYPE)
+    }
+    if (type != TYPE) {
         return EINVAL;
+    }
     stopStream(lock);
     return 0;
 }
@@ -290,8 +319,9 @@ void Device::stopStream(std::unique_lock<std::mutex>& lock) {
 
 void Device::abandon() {
     // The program is ending on this thread; what others still do is not waited for.
-    if (m_streaming)
+    if (m_streaming) {
         m_screen.switchOff();
+    }
 }
 
 } // namespace virtual_device

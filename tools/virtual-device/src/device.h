@@ -6,6 +6,7 @@
 #include "buffer_queue.h"
 #include "display.h"
 #include "format.h"
+#include "mapping_table.h"
 #include "screen_file.h"
 
 #include <array>
@@ -42,7 +43,7 @@ public:
     int map(unsigned handle, void* hint, std::size_t bytes, int protection, int flags,
             std::uint64_t offset, void*& start);
     /// True where the range touches a mapping of the device.
-    bool isMapped(const void* start, std::size_t bytes);
+    bool isMapped(const void* start, std::size_t bytes) const;
     int unmap(void* start, std::size_t bytes);
 
     /// The process ends with the device open: the display goes off.
@@ -73,7 +74,8 @@ private:
     void stopStream(std::unique_lock<std::mutex>& lock);
     bool ownedByOther(unsigned handle) const { return m_owner != NOBODY && m_owner != int(handle); }
     void endIfUnused(unsigned handle, std::unique_lock<std::mutex>& lock);
-    void dropMapping(const Mapping& mapping);
+    bool setMappings(const std::vector<Mapping>& mappings);
+    void count(const Mapping& mapping, bool added);
 
     std::mutex m_control; ///< calls that switch the stream or the buffers; taken before m_mutex
     std::mutex m_mutex;   ///< everything below
@@ -83,9 +85,7 @@ private:
     v4l2_pix_format m_format;
     std::array<Handle, MOST_HANDLES> m_handles;
     std::vector<Mapping> m_mappings;
-    std::atomic<unsigned> m_mappingCount{0};
-    std::atomic<std::uintptr_t> m_lowestMapping{UINTPTR_MAX}; ///< of all that ever were
-    std::atomic<std::uintptr_t> m_highestMapping{0};
+    MappingTable m_table; ///< the ranges of m_mappings; changed under m_mutex, asked without it
     int m_owner = NOBODY;
     bool m_streaming = false;
     unsigned m_waiters = 0; ///< calls in VIDIOC_DQBUF

@@ -34,8 +34,9 @@ bool Display::start() {
 }
 
 void Display::stop() {
-    if (!m_started)
+    if (!m_started) {
         return;
+    }
     m_stopping = true;
     wake();
     pthread_join(m_thread, nullptr);
@@ -59,22 +60,26 @@ void Display::run() {
     m_origin = monotonicNs();
     while (waitForBuffer()) {
         const std::int64_t refresh = nextRefresh();
-        if (!waitUntil(std::max(refresh, monotonicNs()) + displayDelayNs()))
+        if (!waitUntil(std::max(refresh, monotonicNs()) + displayDelayNs())) {
             return;
+        }
         std::uint32_t taken = none;
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_stopping)
+            if (m_stopping) {
                 return;
+            }
             taken = m_queue.takeOver();
         }
         m_show(taken);
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_stopping)
+            if (m_stopping) {
                 return;
-            if (shown != none)
+            }
+            if (shown != none) {
                 m_queue.release(shown);
+            }
         }
         shown = taken;
         m_whenReleased();
@@ -87,8 +92,9 @@ bool Display::waitForBuffer() {
         const std::uint32_t seen = m_events;
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_queue.hasWaiting())
+            if (m_queue.hasWaiting()) {
                 return !m_stopping;
+            }
         }
         waitWhile(&m_events, seen, -1);
     }
@@ -98,8 +104,9 @@ bool Display::waitForBuffer() {
 bool Display::waitUntil(std::int64_t timeNs) {
     while (!m_stopping && monotonicNs() < timeNs) {
         const std::uint32_t seen = m_events;
-        if (!m_stopping)
+        if (!m_stopping) {
             waitWhile(&m_events, seen, timeNs);
+        }
     }
     return !m_stopping;
 }
@@ -107,8 +114,9 @@ bool Display::waitUntil(std::int64_t timeNs) {
 /// The first refresh from now on; the first buffer of a stream does not wait for one.
 std::int64_t Display::nextRefresh() {
     const std::int64_t period = settings().refreshNs;
-    if (std::exchange(m_first, false) || period == 0)
+    if (std::exchange(m_first, false) || period == 0) {
         return 0;
+    }
     const std::int64_t past = (monotonicNs() - m_origin) / period;
     return m_origin + (past + 1) * period;
 }

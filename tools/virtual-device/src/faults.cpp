@@ -13,7 +13,7 @@
 namespace virtual_device {
 namespace {
 
-constexpr unsigned OPS = static_cast<unsigned>(Op::Count);
+constexpr unsigned OPS = static_cast<unsigned>(Op::COUNT);
 constexpr std::array<const char*, OPS> NAMES = {
     "open",           "close",           "mmap",
     "munmap",         "VIDIOC_QUERYCAP", "VIDIOC_ENUM_FMT",
@@ -24,13 +24,15 @@ constexpr std::array<const char*, OPS> NAMES = {
 constexpr std::size_t MOST_FAULTS = 128;
 constexpr std::uint64_t MOST_CALLS = 1000000000;
 constexpr std::int64_t FOREVER = -1;
+constexpr std::int64_t HELD = -2;
+constexpr std::int64_t LOOK_NS = 1000000; // how often a held call looks
 
 struct Fault {
     Op op;
     std::uint64_t from;
     std::uint64_t to;
-    int error;            ///< 0: block
-    std::int64_t blockMs; ///< FOREVER, or for how long
+    int error;            ///< 0: wait
+    std::int64_t blockMs; ///< FOREVER, HELD, or for how long
 };
 
 // Plain memory, filled at load and only read afterwards.
@@ -51,29 +53,37 @@ bool parseOp(const std::string& name, Op& op) {
 int parseErrno(const std::string& name) {
     for (int number = 1; number < 4096; ++number) {
         const char* candidate = strerrorname_np(number);
-        if (candidate != nullptr && name == candidate)
+        if (candidate != nullptr && name == candidate) {
             return number;
+        }
     }
     return 0;
 }
 
 const char* parseAction(const std::string& action, Fault& fault) {
     static const std::string BLOCK = "block";
+    if (action == "hold" && fault.op != Op::DISPLAY) {
+        fault.blockMs = HELD;
+        return nullptr;
+    }
     if (action.compare(0, BLOCK.size(), BLOCK) != 0) {
         fault.error = parseErrno(action);
-        if (fault.op == Op::Display)
+        if (fault.op == Op::DISPLAY) {
             return "the display can only be late: display@N=block:MILLISECONDS";
-        return fault.error != 0 ? nullptr : "the action must be an errno name or block";
+        }
+        return fault.error != 0 ? nullptr : "the action must be an errno name, block or hold";
     }
     fault.error = 0;
     fault.blockMs = FOREVER;
-    if (action.size() == BLOCK.size())
-        return fault.op == Op::Display ? "display needs block:MILLISECONDS" : nullptr;
+    if (action.size() == BLOCK.size()) {
+        return fault.op == Op::DISPLAY ? "display needs block:MILLISECONDS" : nullptr;
+    }
     std::uint64_t number = 0;
     const char* text = action.c_str();
     if (action[BLOCK.size()] != ':' ||
-        !parseNumber(text + BLOCK.size() + 1, text + action.size(), MOST_CALLS, number))
-        return "the action must be an errno name, block or block:MILLISECONDS";
+        !parseNumber(text + BLOCK.size() + 1, text + action.size(), MOST_CALLS, number)) {
+        return "the action must be an errno name, hold, block or block:MILLISECONDS";
+    }
     fault.blockMs = static_cast<std::int64_t>(number);
     return nullptr;
 }
@@ -81,22 +91,27 @@ const char* parseAction(const std::string& action, Fault& fault) {
 const char* parseFault(const std::string& text) {
     const std::size_t at = text.find('@');
     const std::size_t equals = text.find('=');
-    if (at == std::string::npos || equals == std::string::npos || equals < at)
+    if (at == std::string::npos || equals == std::string::npos || equals < at) {
         return "a fault has the form OP@N=ACTION or OP@N+=ACTION";
+    }
     Fault fault{};
-    if (!parseOp(text.substr(0, at), fault.op))
+    if (!parseOp(text.substr(0, at), fault.op)) {
         return "there is no such operation";
+    }
     const bool andAllAfter = text[equals - 1] == '+';
     const char* start = text.c_str();
     if (!parseNumber(start + at + 1, start + equals - (andAllAfter ? 1 : 0), MOST_CALLS,
                      fault.from) ||
-        fault.from == 0)
+        fault.from == 0) {
         return "calls are counted from 1";
+    }
     fault.to = andAllAfter ? UINT64_MAX : fault.from;
-    if (const char* why = parseAction(text.substr(equals + 1), fault))
+    if (const char* why = parseAction(text.substr(equals + 1), fault)) {
         return why;
-    if (faultCount == MOST_FAULTS)
+    }
+    if (faultCount == MOST_FAULTS) {
         return "there are too many faults";
+    }
     faults[faultCount++] = fault;
     return nullptr;
 }
@@ -106,27 +121,49 @@ const Fault* due(Op op, std::uint64_t& number) {
     number = calls[static_cast<unsigned>(op)].fetch_add(1) + 1;
     for (std::size_t i = 0; i < faultCount; ++i) {
         const Fault& fault = faults[i];
-        if (fault.op == op && number >= fault.from && number <= fault.to)
+        if (fault.op == op && number >= fault.from && number <= fault.to) {
             return &fault;
+        }
     }
     return nullptr;
+}
+
+const char* actionName(const Fault& fault) {
+    if (fault.error != 0) {
+        return strerrorname_np(fault.error);
+    }
+    return fault.blockMs == HELD ? "hold" : "block";
 }
 
 void report(const Fault& fault, std::uint64_t number) {
     Record record("fault", opName(fault.op));
     record.add("n", static_cast<std::int64_t>(number));
-    record.add("action", fault.error != 0 ? strerrorname_np(fault.error) : "block");
-    if (fault.error == 0)
+    record.add("action", actionName(fault));
+    if (fault.error == 0 && fault.blockMs != HELD) {
         record.add("block_ms", fault.blockMs);
+    }
     record.write();
+}
+
+/// Until the desk's file says that it may go on; whatever signals come.
+int hold(const std::uint32_t& never) {
+    const std::string file = std::string(settings().root) + "/go";
+    while (real().access(file.c_str(), F_OK) != 0) {
+        waitWhile(&never, 0, monotonicNs() + LOOK_NS);
+    }
+    return 0;
 }
 
 int block(std::int64_t milliseconds) {
     static const std::uint32_t never = 0;
+    if (milliseconds == HELD) {
+        return hold(never);
+    }
     if (milliseconds == FOREVER) {
         int result = 0;
-        while (result == 0)
+        while (result == 0) {
             result = waitWhile(&never, 0, -1);
+        }
         return result;
     }
     // A slow driver, not a patient one: signals do not end this wait.
@@ -145,8 +182,9 @@ const char* opName(Op op) {
 const char* parseFaults(const char* text) {
     for (const char* start = text; start != nullptr;) {
         const char* end = start + strcspn(start, ",");
-        if (const char* why = parseFault(std::string(start, end)))
+        if (const char* why = parseFault(std::string(start, end))) {
             return why;
+        }
         start = *end == ',' ? end + 1 : nullptr;
     }
     return nullptr;
@@ -155,17 +193,19 @@ const char* parseFaults(const char* text) {
 int strike(Op op) {
     std::uint64_t number = 0;
     const Fault* fault = due(op, number);
-    if (fault == nullptr)
+    if (fault == nullptr) {
         return 0;
+    }
     report(*fault, number);
     return fault->error != 0 ? fault->error : block(fault->blockMs);
 }
 
 std::int64_t displayDelayNs() {
     std::uint64_t number = 0;
-    const Fault* fault = due(Op::Display, number);
-    if (fault == nullptr)
+    const Fault* fault = due(Op::DISPLAY, number);
+    if (fault == nullptr) {
         return 0;
+    }
     report(*fault, number);
     return fault->blockMs * 1000000;
 }

@@ -8,29 +8,29 @@ namespace virtual_device {
 
 /// What a fault can strike. The names are those of opName.
 enum class Op : unsigned {
-    Open,
-    Close,
-    Mmap,
-    Munmap,
-    QueryCap,
-    EnumFmt,
-    GetFmt,
-    SetFmt,
-    TryFmt,
-    ReqBufs,
-    QueryBuf,
-    QBuf,
-    DqBuf,
-    StreamOn,
-    StreamOff,
-    Display, ///< the display taking over a buffer; can only be late
-    Count
+    OPEN,
+    CLOSE,
+    MMAP,
+    MUNMAP,
+    QUERY_CAP,
+    ENUM_FMT,
+    GET_FMT,
+    SET_FMT,
+    TRY_FMT,
+    REQ_BUFS,
+    QUERY_BUF,
+    QBUF,
+    DQBUF,
+    STREAM_ON,
+    STREAM_OFF,
+    DISPLAY, ///< the display taking over a buffer; can only be late
+    COUNT
 };
 
 const char* opName(Op op);
 
-/// Takes over "OP@N=ERRNO", "OP@N+=ERRNO", "OP@N=block" and "OP@N=block:MILLISECONDS", separated by
-/// commas. Returns null, or what is wrong with the text.
+/// Takes over "OP@N=ERRNO", "OP@N+=ERRNO", "OP@N=hold", "OP@N=block" and "OP@N=block:MILLISECONDS",
+/// separated by commas. Returns null, or what is wrong with the text.
 const char* parseFaults(const char* text);
 
 /// Counts one call. Returns the errno with which it must fail, or 0 where it goes on; a call that

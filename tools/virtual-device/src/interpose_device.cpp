@@ -23,12 +23,15 @@ int closeRangeAround(unsigned first, unsigned last, int flags) {
     constexpr unsigned most = 1U << 16U;
     int result = 0;
     for (unsigned fd = first; fd <= std::min(last, most); ++fd) {
-        if (isDevice(int(fd)))
+        if (isDevice(int(fd))) {
             closeDevice(int(fd));
-        if (!isOwnDescriptor(int(fd)))
+        }
+        if (!isOwnDescriptor(int(fd))) {
             continue;
-        if (fd > first)
+        }
+        if (fd > first) {
             result |= real().close_range(first, fd - 1, flags);
+        }
         first = fd + 1;
     }
     return first <= last ? result | real().close_range(first, last, flags) : result;
@@ -43,8 +46,9 @@ int duplicateTo(int from, int to, int flags, bool withFlags) {
 template <typename Function>
 int control(Function function, int fd, int command, void* argument) {
     const int result = function(fd, command, argument);
-    if (command == F_DUPFD || command == F_DUPFD_CLOEXEC)
+    if (command == F_DUPFD || command == F_DUPFD_CLOEXEC) {
         noteDuplicate(fd, result);
+    }
     return result;
 }
 
@@ -78,8 +82,9 @@ VIRTUAL_DEVICE_EXPORT int munmap(void* start, size_t bytes) __THROW {
 }
 
 VIRTUAL_DEVICE_EXPORT int close(int fd) {
-    if (isDevice(fd))
+    if (isDevice(fd)) {
         return closeDevice(fd);
+    }
     if (isOwnDescriptor(fd)) {
         errno = EBADF;
         return -1;
@@ -88,8 +93,9 @@ VIRTUAL_DEVICE_EXPORT int close(int fd) {
 }
 
 VIRTUAL_DEVICE_EXPORT int close_range(unsigned first, unsigned last, int flags) __THROW {
-    if (flags != 0 || first > last)
+    if (flags != 0 || first > last) {
         return real().close_range(first, last, flags);
+    }
     return closeRangeAround(first, last, flags);
 }
 

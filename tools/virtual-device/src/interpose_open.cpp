@@ -25,17 +25,20 @@ int recorded(Record& record, int result) {
 /// `open` is called with the path to use.
 template <typename Open>
 int openMapped(const char* name, const char* path, int flags, Open open) {
-    if (isDevicePath(path))
+    if (isDevicePath(path)) {
         return openDevice(name, flags);
+    }
     const MappedPath target(path);
-    if (!target.mapped())
+    if (!target.mapped()) {
         return open(path);
+    }
     Record record("path", name);
     record.add("path", path);
     record.add("mapped", target.get());
     record.add("flags", flags);
-    if (target.get() != nullptr)
+    if (target.get() != nullptr) {
         return recorded(record, open(target.get()));
+    }
     errno = ENAMETOOLONG;
     return recorded(record, -1);
 }
@@ -43,17 +46,19 @@ int openMapped(const char* name, const char* path, int flags, Open open) {
 template <typename Open>
 FILE* openStream(const char* name, const char* path, const char* mode, Open open) {
     const MappedPath target(path);
-    if (!target.mapped())
+    if (!target.mapped()) {
         return open(path);
+    }
     Record record("path", name);
     record.add("path", path);
     record.add("mapped", target.get());
     record.add("mode", mode);
     FILE* stream = nullptr;
-    if (target.get() != nullptr)
+    if (target.get() != nullptr) {
         stream = open(target.get());
-    else
+    } else {
         errno = ENAMETOOLONG;
+    }
     recorded(record, stream != nullptr ? 0 : -1);
     return stream;
 }

@@ -15,16 +15,18 @@ namespace {
 template <typename Call>
 int callMapped(const char* name, const char* path, Call call) {
     const MappedPath target(path);
-    if (!target.mapped())
+    if (!target.mapped()) {
         return call(target.get());
+    }
     Record record("path", name);
     record.add("path", path);
     record.add("mapped", target.get());
     int result = -1;
-    if (target.get() != nullptr)
+    if (target.get() != nullptr) {
         result = call(target.get());
-    else
+    } else {
         errno = ENAMETOOLONG;
+    }
     record.finish(result, result < 0 ? errno : 0);
     return result;
 }
@@ -34,8 +36,9 @@ template <typename Call>
 ssize_t callAddressed(const char* name, int fd, const sockaddr* address, socklen_t length,
                       Call call) {
     const MappedAddress target(address, length);
-    if (!target.mapped())
+    if (!target.mapped()) {
         return call(address, length);
+    }
     Record record("path", name);
     record.add("fd", fd);
     record.add("path", target.path());

@@ -16,8 +16,9 @@ namespace {
 template <typename Run>
 int runMapped(const char* name, const char* path, Run run) {
     const MappedPath target(path);
-    if (!target.mapped() && !target.forbidden())
+    if (!target.mapped() && !target.forbidden()) {
         return run(path);
+    }
     const char* program = target.forbidden() ? nullptr : target.get();
     // A program that is run does not return here: the line is written before, without a result.
     Record attempt("path", name);
@@ -25,8 +26,9 @@ int runMapped(const char* name, const char* path, Run run) {
     attempt.add("mapped", program);
     const int missing = program == nullptr ? ENOENT : real().access(program, X_OK) != 0 ? errno : 0;
     attempt.add("errno", missing);
-    if (missing != 0)
+    if (missing != 0) {
         attempt.add("error", strerrorname_np(missing));
+    }
     attempt.write();
     return missing != 0 ? missing : run(program);
 }

@@ -25,8 +25,9 @@ __attribute__((constructor)) void startLibrary() {
 }
 
 __attribute__((destructor)) void endLibrary() {
-    if (Device* used = deviceIfUsed())
+    if (Device* used = deviceIfUsed()) {
         used->abandon();
+    }
 }
 
 } // namespace

@@ -20,17 +20,20 @@ constexpr std::size_t TAIL = 160; // room for what write() adds
 } // namespace
 
 void openLog() {
-    if (settings().log[0] == '\0')
+    if (settings().log[0] == '\0') {
         return;
+    }
     const int fd = real().open(settings().log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    if (fd < 0)
+    if (fd < 0) {
         refuse("VIRTUAL_DEVICE_LOG", settings().log, strerror(errno));
+    }
     logDescriptor = keepOwnDescriptor(fd);
 }
 
 Record::Record(const char* kind, const char* call) : m_active(logDescriptor.load() >= 0) {
-    if (!m_active)
+    if (!m_active) {
         return;
+    }
     const int saved = errno;
     char thread[17] = "";
     syscall(SYS_prctl, PR_GET_NAME, thread, 0, 0, 0);
@@ -75,34 +78,39 @@ void Record::putNumber(std::int64_t value) {
         *--start = static_cast<char>('0' + rest % 10);
         rest /= 10;
     } while (rest != 0);
-    if (value < 0)
+    if (value < 0) {
         *--start = '-';
+    }
     put(start, static_cast<std::size_t>(end - start));
 }
 
 void Record::putKey(const char* key) {
-    if (!m_first)
+    if (!m_first) {
         put(",", 1);
+    }
     m_first = false;
     putText(key);
     put(":", 1);
 }
 
 void Record::add(const char* key, std::int64_t value) {
-    if (!m_active || m_length + strlen(key) + 32 > sizeof(m_line))
+    if (!m_active || m_length + strlen(key) + 32 > sizeof(m_line)) {
         return;
+    }
     putKey(key);
     putNumber(value);
 }
 
 void Record::add(const char* key, const char* text) {
-    if (!m_active || m_length + strlen(key) + 16 + TAIL > sizeof(m_line))
+    if (!m_active || m_length + strlen(key) + 16 + TAIL > sizeof(m_line)) {
         return;
+    }
     putKey(key);
-    if (text == nullptr)
+    if (text == nullptr) {
         put("null", 4);
-    else
+    } else {
         putText(text);
+    }
 }
 
 void Record::addHex(const char* key, std::uint64_t value) {
@@ -119,33 +127,38 @@ void Record::addHex(const char* key, std::uint64_t value) {
 }
 
 void Record::beginObject(const char* key) {
-    if (!m_active)
+    if (!m_active) {
         return;
+    }
     putKey(key);
     put("{", 1);
     m_first = true;
 }
 
 void Record::endObject() {
-    if (!m_active)
+    if (!m_active) {
         return;
+    }
     put("}", 1);
     m_first = false;
 }
 
 void Record::finish(std::int64_t result, int error) {
-    if (!m_active)
+    if (!m_active) {
         return;
+    }
     add("result", result);
     add("errno", error);
-    if (error != 0)
+    if (error != 0) {
         add("error", strerrorname_np(error));
+    }
     write();
 }
 
 void Record::write() {
-    if (!m_active)
+    if (!m_active) {
         return;
+    }
     const int saved = errno;
     add("duration_ns", monotonicNs() - m_start);
     put("}\n", 2);

@@ -32,10 +32,12 @@ constexpr Rule RULES[] = {
 const Rule* ruleFor(const char* path) {
     for (const Rule& rule : RULES) {
         const std::size_t length = strlen(rule.path);
-        if (strncmp(path, rule.path, length) != 0)
+        if (strncmp(path, rule.path, length) != 0) {
             continue;
-        if (path[length] == '\0' || (rule.wholeTree && path[length] == '/'))
+        }
+        if (path[length] == '\0' || (rule.wholeTree && path[length] == '/')) {
             return &rule;
+        }
     }
     return nullptr;
 }
@@ -52,30 +54,34 @@ bool isDevicePath(const char* path) {
 }
 
 MappedPath::MappedPath(const char* path) : m_path(path) {
-    if (path == nullptr || *path != '/')
+    if (path == nullptr || *path != '/') {
         return;
+    }
     if (isDevicePath(path)) {
         // A character device that everybody has, for calls that only look at the path.
         m_path = "/dev/null";
         return;
     }
     const Rule* rule = ruleFor(path);
-    if (rule == nullptr)
+    if (rule == nullptr) {
         return;
+    }
     const char* root = settings().root;
     if (*root == '\0') {
         m_forbidden = rule->reboots;
         return;
     }
-    if (liesBelowRoot(path))
+    if (liesBelowRoot(path)) {
         return;
+    }
     m_mapped = true;
     const char* below = rule->below != nullptr ? rule->below : path;
     const std::size_t rootLength = strlen(root);
     const std::size_t length = strlen(below);
     m_path = nullptr;
-    if (rootLength + length >= sizeof(m_buffer))
+    if (rootLength + length >= sizeof(m_buffer)) {
         return;
+    }
     memcpy(m_buffer, root, rootLength);
     memcpy(m_buffer + rootLength, below, length + 1);
     m_path = m_buffer;
@@ -84,13 +90,15 @@ MappedPath::MappedPath(const char* path) : m_path(path) {
 MappedAddress::MappedAddress(const sockaddr* address, socklen_t length)
     : m_address(address), m_length(length) {
     constexpr std::size_t start = offsetof(sockaddr_un, sun_path);
-    if (address == nullptr || length <= start || address->sa_family != AF_UNIX)
+    if (address == nullptr || length <= start || address->sa_family != AF_UNIX) {
         return;
+    }
     const std::size_t room = std::min(sizeof(m_original) - 1, std::size_t(length) - start);
     memcpy(m_original, reinterpret_cast<const char*>(address) + start, room);
     const MappedPath target(m_original);
-    if (!target.mapped())
+    if (!target.mapped()) {
         return;
+    }
     m_mapped = true;
     m_address = nullptr;
     if (target.get() == nullptr) {
@@ -104,20 +112,23 @@ MappedAddress::MappedAddress(const sockaddr* address, socklen_t length)
         *name++ = '\0';
         m_folder = real().open(folder, O_PATH | O_DIRECTORY | O_CLOEXEC);
         char path[sizeof(m_own.sun_path)];
-        if (m_folder < 0)
+        if (m_folder < 0) {
             return;
+        }
         const int size = snprintf(path, sizeof(path), "/proc/self/fd/%d/%s", m_folder, name);
-        if (size < int(sizeof(path)))
+        if (size < int(sizeof(path))) {
             use(path);
-        else
+        } else {
             errno = ENAMETOOLONG;
+        }
     }
 }
 
 MappedAddress::~MappedAddress() {
     const int saved = errno;
-    if (m_folder >= 0)
+    if (m_folder >= 0) {
         real().close(m_folder);
+    }
     errno = saved;
 }
 

@@ -35,8 +35,9 @@ const Real& real() {
 }
 
 int keepOwnDescriptor(int fd) {
-    if (fd < 0)
+    if (fd < 0) {
         return fd;
+    }
     const int high = real().fcntl(fd, F_DUPFD_CLOEXEC, HIGH_DESCRIPTOR);
     if (high >= 0) {
         real().close(fd);
@@ -44,36 +45,42 @@ int keepOwnDescriptor(int fd) {
     }
     for (auto& place : ownDescriptors) {
         int none = 0;
-        if (place.compare_exchange_strong(none, fd + 1))
+        if (place.compare_exchange_strong(none, fd + 1)) {
             break;
+        }
     }
     return fd;
 }
 
 void closeOwnDescriptor(int fd) {
-    if (fd < 0)
+    if (fd < 0) {
         return;
+    }
     for (auto& place : ownDescriptors) {
         int mine = fd + 1;
-        if (place.compare_exchange_strong(mine, 0))
+        if (place.compare_exchange_strong(mine, 0)) {
             break;
+        }
     }
     real().close(fd);
 }
 
 bool isOwnDescriptor(int fd) {
-    if (fd < 0)
+    if (fd < 0) {
         return false;
+    }
     for (const auto& place : ownDescriptors) {
-        if (place.load(std::memory_order_relaxed) == fd + 1)
+        if (place.load(std::memory_order_relaxed) == fd + 1) {
             return true;
+        }
     }
     return false;
 }
 
 void forgetOwnDescriptors() {
-    for (auto& place : ownDescriptors)
+    for (auto& place : ownDescriptors) {
         place.store(0, std::memory_order_relaxed);
+    }
 }
 
 std::int64_t monotonicNs() {
@@ -93,8 +100,9 @@ int waitWhile(const void* word, std::uint32_t value, std::int64_t deadlineNs) {
     const long result =
         syscall(SYS_futex, word, FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG, value,
                 deadlineNs >= 0 ? &deadline : nullptr, nullptr, FUTEX_BITSET_MATCH_ANY);
-    if (result == 0 || errno == EAGAIN)
+    if (result == 0 || errno == EAGAIN) {
         return 0;
+    }
     return errno;
 }
 

@@ -17,16 +17,18 @@ constexpr std::uint32_t BYTES_PER_PIXEL = 2;
 
 int openFile() {
     const int fd = real().open(settings().screen, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    if (fd < 0 || ftruncate(fd, off_t(SCREEN_FILE_BYTES)) != 0)
+    if (fd < 0 || ftruncate(fd, off_t(SCREEN_FILE_BYTES)) != 0) {
         refuse(VARIABLE, settings().screen, strerror(errno));
+    }
     return keepOwnDescriptor(fd);
 }
 
 void* mapFile(int fd) {
     void* memory =
         real().mmap(nullptr, SCREEN_FILE_BYTES, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (memory == MAP_FAILED)
+    if (memory == MAP_FAILED) {
         refuse(VARIABLE, settings().screen, strerror(errno));
+    }
     return memory;
 }
 

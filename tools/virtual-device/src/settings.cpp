@@ -37,68 +37,84 @@ const char* valueOf(const char* name) {
 
 void refuseUnknownNames() {
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-        if (strncmp(*entry, PREFIX, strlen(PREFIX)) != 0)
+        if (strncmp(*entry, PREFIX, strlen(PREFIX)) != 0) {
             continue;
+        }
         const std::string name(*entry, strcspn(*entry, "="));
         bool known = false;
-        for (const char* candidate : KNOWN)
+        for (const char* candidate : KNOWN) {
             known = known || name == candidate;
-        if (!known)
+        }
+        if (!known) {
             refuse(name.c_str(), *entry + strcspn(*entry, "="), "there is no such variable");
+        }
     }
 }
 
 void takePath(const char* name, char (&target)[PATH_MAX]) {
     const char* value = valueOf(name);
-    if (value == nullptr)
+    if (value == nullptr) {
         return;
-    if (*value != '/')
+    }
+    if (*value != '/') {
         refuse(name, value, "an absolute path is needed");
-    if (strlen(value) >= sizeof(target))
+    }
+    if (strlen(value) >= sizeof(target)) {
         refuse(name, value, "the path is too long");
+    }
     memcpy(target, value, strlen(value) + 1);
 }
 
 void takeRoot() {
     takePath(ROOT, current.root);
     std::size_t length = strlen(current.root);
-    while (length > 1 && current.root[length - 1] == '/')
+    while (length > 1 && current.root[length - 1] == '/') {
         current.root[--length] = '\0';
-    if (length == 0)
+    }
+    if (length == 0) {
         return;
+    }
     struct stat about {};
-    if (length == 1)
+    if (length == 1) {
         refuse(ROOT, current.root, "the root of the machine is not a desk");
-    if (real().stat(current.root, &about) != 0 || !S_ISDIR(about.st_mode))
+    }
+    if (real().stat(current.root, &about) != 0 || !S_ISDIR(about.st_mode)) {
         refuse(ROOT, current.root, "there is no such folder");
+    }
     // Folders that the system always has.
-    for (const char* folder : {"/tmp", "/opt", "/opt/userdata"})
+    for (const char* folder : {"/tmp", "/opt", "/opt/userdata"}) {
         mkdir((std::string(current.root) + folder).c_str(), 0777);
+    }
     const std::string screen = std::string(current.root) + "/screen";
-    if (screen.size() >= sizeof(current.screen))
+    if (screen.size() >= sizeof(current.screen)) {
         refuse(ROOT, current.root, "the path is too long");
+    }
     memcpy(current.screen, screen.c_str(), screen.size() + 1);
 }
 
 void takeRefresh() {
     const char* value = valueOf(REFRESH);
-    if (value == nullptr)
+    if (value == nullptr) {
         return;
+    }
     char* end = nullptr;
     const double hertz = strtod(value, &end);
     if (*end != '\0' || !std::isfinite(hertz) || hertz < 0 || hertz > 1e6 ||
-        (hertz > 0 && hertz < 0.001))
+        (hertz > 0 && hertz < 0.001)) {
         refuse(REFRESH, value, "refreshes a second are needed: 0, or 0.001 to 1000000");
+    }
     current.refreshNs = hertz > 0 ? static_cast<std::int64_t>(std::llround(1e9 / hertz)) : 0;
 }
 
 void takeBuffers() {
     const char* value = valueOf(BUFFERS);
-    if (value == nullptr)
+    if (value == nullptr) {
         return;
+    }
     std::uint64_t count = 0;
-    if (!parseNumber(value, value + strlen(value), MOST_BUFFERS, count) || count == 0)
+    if (!parseNumber(value, value + strlen(value), MOST_BUFFERS, count) || count == 0) {
         refuse(BUFFERS, value, "a number from 1 to 32 is needed");
+    }
     current.maxBuffers = static_cast<std::uint32_t>(count);
 }
 
@@ -116,11 +132,13 @@ void takeFormatField(const char* all, const char* field, const char* end) {
     };
     for (const Field& candidate : fields) {
         const std::size_t length = strlen(candidate.name);
-        if (strncmp(field, candidate.name, length) != 0)
+        if (strncmp(field, candidate.name, length) != 0) {
             continue;
+        }
         std::uint64_t number = 0;
-        if (!parseNumber(field + length, end, candidate.limit, number) || number == 0)
+        if (!parseNumber(field + length, end, candidate.limit, number) || number == 0) {
             refuse(FORMAT, all, "a field has a bad number");
+        }
         candidate.target = static_cast<std::uint32_t>(number);
         return;
     }
@@ -151,8 +169,9 @@ void readSettings() {
     takeBuffers();
     takeFormat();
     if (const char* value = valueOf(FAULTS)) {
-        if (const char* why = parseFaults(value))
+        if (const char* why = parseFaults(value)) {
             refuse(FAULTS, value, why);
+        }
     }
 }
 
@@ -166,14 +185,17 @@ void refuse(const char* variable, const char* value, const char* why) {
 
 bool parseNumber(const char* text, const char* end, std::uint64_t limit, std::uint64_t& number) {
     number = 0;
-    if (text == end)
+    if (text == end) {
         return false;
+    }
     for (; text != end; ++text) {
-        if (*text < '0' || *text > '9')
+        if (*text < '0' || *text > '9') {
             return false;
+        }
         number = number * 10 + static_cast<std::uint64_t>(*text - '0');
-        if (number > limit)
+        if (number > limit) {
             return false;
+        }
     }
     return true;
 }

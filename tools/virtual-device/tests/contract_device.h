@@ -31,8 +31,9 @@ public:
 
     int fd() const { return m_fd; }
     void close() {
-        if (m_fd >= 0)
+        if (m_fd >= 0) {
             ::close(m_fd);
+        }
         m_fd = -1;
     }
     int call(unsigned long request, void* argument) const {

@@ -73,14 +73,16 @@ public:
     Waiter& operator=(const Waiter&) = delete;
 
     void untilStarted() const {
-        while (!m_ready)
+        while (!m_ready) {
             std::this_thread::yield();
+        }
     }
     bool done() const { return m_done; }
     pthread_t handle() const { return m_handle; }
     int join() {
-        while (!m_done)
+        while (!m_done) {
             std::this_thread::yield();
+        }
         return m_error;
     }
 
@@ -452,8 +454,9 @@ TEST_F(AFlippingSurface, GoesOnWithAWaitingDequeueAfterASignalThatRestarts) {
     Waiter waiter(device);
     waiter.untilStarted();
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
-    while (std::chrono::steady_clock::now() < end && !waiter.done())
+    while (std::chrono::steady_clock::now() < end && !waiter.done()) {
         pthread_kill(waiter.handle(), SIGUSR1);
+    }
     EXPECT_FALSE(waiter.done());
     ASSERT_EQ(0, device.streamOff());
     EXPECT_EQ(EINVAL, waiter.join());

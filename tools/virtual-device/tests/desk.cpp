@@ -17,17 +17,19 @@ namespace {
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);)
+    for (std::string line; std::getline(stream, line);) {
         lines.push_back(line);
+    }
     return lines;
 }
 
 void applyEnvironment(const Environment& environment) {
     for (const auto& [name, value] : environment) {
-        if (value.empty())
+        if (value.empty()) {
             unsetenv(name.c_str());
-        else
+        } else {
             setenv(name.c_str(), value.c_str(), 1);
+        }
     }
 }
 
@@ -38,8 +40,9 @@ void applyEnvironment(const Environment& environment) {
     dup2(::open((top + "/stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
     applyEnvironment(environment);
     std::vector<char*> arguments = {const_cast<char*>(PROBE)};
-    for (const std::string& word : words)
+    for (const std::string& word : words) {
         arguments.push_back(const_cast<char*>(word.c_str()));
+    }
     arguments.push_back(nullptr);
     execv(PROBE, arguments.data());
     _exit(127);
@@ -48,8 +51,9 @@ void applyEnvironment(const Environment& environment) {
 } // namespace
 
 std::string Result::operator[](std::size_t n) const {
-    if (n >= lines.size())
+    if (n >= lines.size()) {
         return "";
+    }
     return lines[n].substr(lines[n].find(' ') + 1);
 }
 
@@ -63,8 +67,9 @@ Desk::Desk(const std::string& extra) {
 }
 
 Desk::~Desk() {
-    if (m_pid > 0)
+    if (m_pid > 0) {
         finish();
+    }
     std::filesystem::remove_all(m_top);
 }
 
@@ -76,10 +81,12 @@ std::vector<std::string> Desk::records(const Words& parts) const {
     std::vector<std::string> found;
     for (const std::string& line : linesOf(log())) {
         bool all = true;
-        for (const std::string& part : parts)
+        for (const std::string& part : parts) {
             all = all && line.find(part) != std::string::npos;
-        if (all)
+        }
+        if (all) {
             found.push_back(line);
+        }
     }
     return found;
 }
@@ -96,12 +103,14 @@ void Desk::start(const Words& words, const Environment& environment) {
     Environment all = {{"LD_PRELOAD", PRELOAD},
                        {"VIRTUAL_DEVICE_ROOT", m_root},
                        {"VIRTUAL_DEVICE_LOG", m_top + "/log"}};
-    for (const auto& [name, value] : environment)
+    for (const auto& [name, value] : environment) {
         all[name] = value;
+    }
     m_pid = fork();
     ASSERT_GE(m_pid, 0);
-    if (m_pid == 0)
+    if (m_pid == 0) {
         becomeProbe(words, all, pipe[0], m_top);
+    }
     ::close(pipe[0]);
     m_input = pipe[1];
 }

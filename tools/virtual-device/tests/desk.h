@@ -29,8 +29,9 @@ template <typename Look>
 bool eventually(Look look, std::chrono::seconds deadline = std::chrono::seconds(30)) {
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (!look()) {
-        if (std::chrono::steady_clock::now() > end)
+        if (std::chrono::steady_clock::now() > end) {
             return false;
+        }
     }
     return true;
 }

@@ -25,6 +25,13 @@ Environment faults(const std::string& text) {
     return {{"VIRTUAL_DEVICE_FAULTS", text}, {"VIRTUAL_DEVICE_REFRESH", "0"}};
 }
 
+/// How often the process has given the processor away by itself.
+long waitsOf(pid_t pid) {
+    const std::string name = "\nvoluntary_ctxt_switches:";
+    const std::string status = desk::readFile("/proc/" + std::to_string(pid) + "/status");
+    return std::stol(status.substr(status.find(name) + name.size()));
+}
+
 } // namespace
 
 TEST(ALog, HoldsEveryCallOfTheDeviceInOrder) {
@@ -50,9 +57,10 @@ TEST(ALog, HoldsEveryCallOfTheDeviceInOrder) {
                             "close"};
     const auto records = desk.records({"\"kind\":\"device\""});
     ASSERT_EQ(expected.size(), records.size()) << desk.log();
-    for (std::size_t i = 0; i < expected.size(); ++i)
+    for (std::size_t i = 0; i < expected.size(); ++i) {
         EXPECT_NE(std::string::npos, records[i].find("\"call\":\"" + expected[i] + "\""))
             << records[i];
+    }
 }
 
 TEST(ALog, TellsThreadTimeArgumentsAndResult) {
@@ -159,6 +167,17 @@ TEST(AFault, BlocksUntilASignalHandlerHasRun) {
     EXPECT_EQ("EINTR", result[2]);
 }
 
+TEST(AFault, HoldsTheCallUntilTheDeskLetsItGo) {
+    Desk desk;
+    desk.start({"open", "alarm:1", "capabilities"}, faults("VIDIOC_QUERYCAP@1=hold"));
+    ASSERT_TRUE(desk::eventually([&] { return !desk.records({"\"action\":\"hold\""}).empty(); }));
+    const long before = waitsOf(desk.pid());
+    ASSERT_TRUE(desk::eventually([&] { return waitsOf(desk.pid()) >= before + 5; }));
+    EXPECT_TRUE(desk.records({"\"kind\":\"device\"", "VIDIOC_QUERYCAP"}).empty());
+    desk.write("/go", "");
+    EXPECT_EQ("0", desk.finish()[2]);
+}
+
 TEST(AFault, BlocksUntilTheProcessIsKilled) {
     Desk desk;
     desk.start({"open", "capabilities"}, faults("VIDIOC_QUERYCAP@1=block"));
@@ -206,9 +225,10 @@ TEST(ASetting, ThatIsWrongEndsTheProgramWithOneClearLine) {
 }
 
 TEST(ASetting, OfFaultsIsReadStrictly) {
-    for (const char* text : {"open", "open@1", "open=EIO", "open@x=EIO", "open@1=", "open@1=EWRONG",
-                             "open@1=block:", "open@1=block:x", "open@1=blocked", "closed@1=EIO",
-                             "display@1=EIO", "display@1=block", "open@1=EIO,", "open@+=EIO"}) {
+    for (const char* text :
+         {"open", "open@1", "open=EIO", "open@x=EIO", "open@1=", "open@1=EWRONG", "open@1=holds",
+          "display@1=hold", "open@1=block:", "open@1=block:x", "open@1=blocked", "closed@1=EIO",
+          "display@1=EIO", "display@1=block", "open@1=EIO,", "open@+=EIO"}) {
         Desk desk;
         EXPECT_EQ(3, desk.run({"sleep:0"}, faults(text)).status) << text;
     }

@@ -72,8 +72,9 @@ TEST(AFixedPath, LeavesAPathBelowTheRootAlone) {
 
 TEST(AFixedPath, IsRefusedWhereTheRootMakesItTooLong) {
     std::string deep;
-    while (deep.size() < 3700)
+    while (deep.size() < 3700) {
         deep += "/" + std::string(240, 'd');
+    }
     Desk desk(deep);
     const std::string name = "/opt/userdata/" + std::string(250, 'x') + "/" + std::string(250, 'y');
     EXPECT_EQ("ENAMETOOLONG", desk.run({"path:open:" + name}, {{"VIRTUAL_DEVICE_LOG", ""}})[0]);
@@ -118,8 +119,9 @@ TEST(AProgram, ThatRebootsIsNeverRunWithoutARoot) {
 }
 
 TEST(AProgram, ThatIsRunIsOnTheDeskAsWell) {
-    if (getenv("BOOTLUME_EMULATED") != nullptr)
+    if (getenv("BOOTLUME_EMULATED") != nullptr) {
         GTEST_SKIP() << "under emulation: the shell is the host's, which cannot load the library";
+    }
     Desk desk;
     desk.write("/sbin/vrx_reboot", "#!/bin/sh\n/sbin/reboot\nexit $?\n", 0755);
     EXPECT_EQ("127", desk.run({"execve:/sbin/vrx_reboot"})[0]);
@@ -182,8 +184,9 @@ TEST(AProcess, KeepsNoDescriptorOfADeviceThatItClosed) {
     Desk desk;
     const Words once = {"open", "buffers:2", "map:0", "unmap:0", "close", "descriptors"};
     Words words;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         words.insert(words.end(), once.begin(), once.end());
+    }
     const auto result = desk.run(words);
     ASSERT_NE("", result[17]);
     EXPECT_EQ(result[5], result[17]);

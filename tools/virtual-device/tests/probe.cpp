@@ -58,8 +58,9 @@ std::string setFormat() {
     format.fmt.pix.width = 480;
     format.fmt.pix.height = 800;
     format.fmt.pix.pixelformat = V4L2_PIX_FMT_RGB565;
-    if (const int error = device->call(VIDIOC_S_FMT, &format))
+    if (const int error = device->call(VIDIOC_S_FMT, &format)) {
         return outcome(error);
+    }
     const v4l2_pix_format& pix = format.fmt.pix;
     return std::to_string(pix.width) + "x" + std::to_string(pix.height) + "," +
            std::to_string(pix.bytesperline) + "," + std::to_string(pix.sizeimage);
@@ -72,8 +73,9 @@ std::string requestBuffers(std::uint32_t count) {
 
 std::string mapBuffer(std::uint32_t index) {
     v4l2_buffer about{};
-    if (const int error = device->query(index, about))
+    if (const int error = device->query(index, about)) {
         return outcome(error);
+    }
     mappings[index] = std::make_unique<Mapping>(*device, about.m.offset, about.length);
     return outcome(mappings[index]->error());
 }
@@ -91,10 +93,12 @@ std::string flipWhile(const std::function<bool()>& goOn) {
     while (goOn()) {
         ++n;
         std::memset(mappings[held]->bytes(), int((n + 1) % 256), mappings[held]->length());
-        if (const int error = device->queue(held))
+        if (const int error = device->queue(held)) {
             return outcome(error);
-        if (const int error = device->dequeue(held))
+        }
+        if (const int error = device->dequeue(held)) {
             return outcome(error);
+        }
     }
     return "0";
 }
@@ -110,8 +114,9 @@ std::string flipUntilTold() {
 
 /// What a descriptor holds, which is closed, or the errno's name.
 std::string content(int fd) {
-    if (fd < 0)
+    if (fd < 0) {
         return strerrorname_np(errno);
+    }
     char text[64] = "";
     const ssize_t size = ::read(fd, text, sizeof(text) - 1);
     ::close(fd);
@@ -119,8 +124,9 @@ std::string content(int fd) {
 }
 
 std::string content(std::FILE* stream) {
-    if (stream == nullptr)
+    if (stream == nullptr) {
         return strerrorname_np(errno);
+    }
     char text[64] = "";
     std::fgets(text, sizeof(text), stream);
     std::fclose(stream);
@@ -214,8 +220,9 @@ std::string talk(const std::string& path) {
     const int client = ::socket(AF_UNIX, SOCK_DGRAM, 0);
     if (::bind(server, generic, sizeof(to)) != 0 ||
         ::sendto(client, "one,", 4, 0, generic, sizeof(to)) != 4 ||
-        ::connect(client, generic, sizeof(to)) != 0 || ::send(client, "two", 3, 0) != 3)
+        ::connect(client, generic, sizeof(to)) != 0 || ::send(client, "two", 3, 0) != 3) {
         return strerrorname_np(errno);
+    }
     char text[16] = "";
     ssize_t size = ::read(server, text, 4);
     size += ::read(server, text + size, 8);
@@ -234,10 +241,11 @@ std::string execute(const std::string& path, bool withEnvironment) {
     if (child == 0) {
         char* arguments[] = {const_cast<char*>(path.c_str()), nullptr};
         ::close_range(3, ~0U, 0);
-        if (withEnvironment)
+        if (withEnvironment) {
             ::execve(path.c_str(), arguments, environ);
-        else
+        } else {
             ::execv(path.c_str(), arguments);
+        }
         ::_exit(errno);
     }
     return statusOf(child);
@@ -263,8 +271,9 @@ std::string openInChild() {
 std::string closeInChild() {
     const pid_t child = ::fork();
     if (child == 0) {
-        for (auto& mapping : mappings)
+        for (auto& mapping : mappings) {
             mapping.second->unmap();
+        }
         ::_exit(::close(device->fd()) == 0 ? 0 : 1);
     }
     return statusOf(child);
@@ -273,8 +282,9 @@ std::string closeInChild() {
 std::size_t openDescriptors() {
     std::size_t count = 0;
     DIR* folder = ::opendir("/proc/self/fd");
-    while (::readdir(folder) != nullptr)
+    while (::readdir(folder) != nullptr) {
         ++count;
+    }
     ::closedir(folder);
     return count;
 }
@@ -284,11 +294,12 @@ std::string sleepFor(long milliseconds) {
     return result(::nanosleep(&time, nullptr));
 }
 
-std::string alarmAfter(unsigned milliseconds) {
+/// Again and again: one may come before the call that it is meant for.
+std::string alarmEvery(unsigned milliseconds) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
     ::sigaction(SIGALRM, &action, nullptr);
-    ::ualarm(milliseconds * 1000, 0);
+    ::ualarm(milliseconds * 1000, milliseconds * 1000);
     return "0";
 }
 
@@ -331,7 +342,7 @@ const std::map<std::string, std::function<std::string(const std::string&)>> WORD
     {"close-range", [](const std::string&) { return result(::close_range(3, ~0U, 0)); }},
     {"descriptors", [](const std::string&) { return std::to_string(openDescriptors()); }},
     {"sleep", [](const std::string& n) { return sleepFor(long(number(n))); }},
-    {"alarm", [](const std::string& n) { return alarmAfter(number(n)); }},
+    {"alarm", [](const std::string& n) { return alarmEvery(number(n)); }},
     {"wait",
      [](const std::string&) {
          char byte = 0;
@@ -354,8 +365,9 @@ std::string perform(const std::string& word) {
 
 int main(int count, char** words) {
     for (int i = 1; i < count; ++i) {
-        if (std::string(words[i]) == "end")
+        if (std::string(words[i]) == "end") {
             ::_exit(0);
+        }
         // First the work: a fork must not find half a line in the buffer.
         const std::string done = perform(words[i]);
         std::cout << words[i] << " " << done << std::endl;

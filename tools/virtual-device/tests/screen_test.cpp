@@ -24,15 +24,17 @@ class Reader {
 public:
     explicit Reader(const Desk& desk) : m_path(desk.path("/screen")) {}
     ~Reader() {
-        if (m_file != MAP_FAILED)
+        if (m_file != MAP_FAILED) {
             ::munmap(m_file, SCREEN_FILE_BYTES);
+        }
     }
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
 
     const ScreenHeader* header() {
-        if (m_file == MAP_FAILED)
+        if (m_file == MAP_FAILED) {
             map();
+        }
         return m_file != MAP_FAILED && isScreen(m_file) ? static_cast<ScreenHeader*>(m_file)
                                                         : nullptr;
     }
@@ -41,8 +43,9 @@ public:
     std::optional<ScreenFrame> copy(std::uint64_t number) {
         ScreenFrame frame{};
         if (header() == nullptr ||
-            !copyScreenFrame(m_file, number, frame, pixels.data(), pixels.size()))
+            !copyScreenFrame(m_file, number, frame, pixels.data(), pixels.size())) {
             return std::nullopt;
+        }
         return frame;
     }
     bool uniform() const {
@@ -55,10 +58,12 @@ public:
 private:
     void map() {
         const int fd = ::open(m_path.c_str(), O_RDONLY);
-        if (fd >= 0 && ::lseek(fd, 0, SEEK_END) == off_t(SCREEN_FILE_BYTES))
+        if (fd >= 0 && ::lseek(fd, 0, SEEK_END) == off_t(SCREEN_FILE_BYTES)) {
             m_file = ::mmap(nullptr, SCREEN_FILE_BYTES, PROT_READ, MAP_SHARED, fd, 0);
-        if (fd >= 0)
+        }
+        if (fd >= 0) {
             ::close(fd);
+        }
     }
 
     std::string m_path;
@@ -105,8 +110,9 @@ TEST(AScreen, IsNeverTornHoweverFastItsPicturesCome) {
         const std::uint64_t number = reader.newest();
         // The newest, and the oldest that may still be there: the one that the writer takes next.
         for (const std::uint64_t wanted : {number, number - 7}) {
-            if (number < 10 || !reader.copy(wanted))
+            if (number < 10 || !reader.copy(wanted)) {
                 continue;
+            }
             ++whole;
             torn += reader.uniform() && reader.pixels[0] == wanted % 256 ? 0 : 1;
         }
@@ -173,8 +179,9 @@ TEST(ADisplay, TakesOverOneBufferARefresh) {
     const std::int64_t first = numberIn(shows.front(), "time_ns");
     // Ten refreshes lie between; a busy machine may be late to write the first one down.
     EXPECT_GE(numberIn(shows.back(), "time_ns") - first, 9 * 20000000);
-    for (std::size_t i = 1; i < shows.size(); ++i)
+    for (std::size_t i = 1; i < shows.size(); ++i) {
         EXPECT_EQ(std::int64_t(i % 2 == 0), numberIn(shows[i], "buffer"));
+    }
 }
 
 TEST(ADisplay, IsLateForChosenPictures) {
