@@ -6,7 +6,8 @@ from pathlib import Path
 
 import pytest
 
-from desk import SOURCE, Desk
+from clocks import Clocks
+from desk import SOURCE, Desk, sanitizer_runtimes
 from unprivileged import User
 
 # Only a build with sanitizers looks at these.
@@ -80,14 +81,22 @@ def unprivileged(build_dir, run_prefix):
 @pytest.fixture
 def preload(build_dir, preload_dir, desk):
     """preload("cairo-recorder"): the environment that loads the build's libraries of these names
-    behind the virtual device."""
+    behind the virtual device; `first`: those that come before it."""
 
-    def environment(*names):
-        missing = [name for name in names if not (build_dir / f"lib/lib{name}.so").exists()]
+    def environment(*names, first=()):
+        missing = [name for name in (*first, *names) if not (build_dir / f"lib/lib{name}.so").exists()]
         assert not missing, f"not built: {missing}"
         if "cairo-recorder" in names and b"libcairo.so" not in (build_dir / "bin/bootlume").read_bytes():
             pytest.skip("a self-contained program's calls of cairo cannot be recorded: its pixels are compared")
-        libraries = [str(preload_dir / f"lib{name}.so") for name in names]
-        return {"LD_PRELOAD": ":".join([desk.environment()["LD_PRELOAD"], *libraries])}
+        before, behind = ([preload_dir / f"lib{name}.so" for name in some] for some in (first, names))
+        return {"LD_PRELOAD": ":".join(map(str, [*before, desk.environment()["LD_PRELOAD"], *behind]))}
 
     return environment
+
+
+@pytest.fixture
+def clocks(desk, preload, build_dir):
+    """Clocks that a splash obeys which is started with clocks.environment; see clocks.Clocks."""
+    if sanitizer_runtimes(build_dir / "bin/bootlume"):
+        pytest.skip("a sanitizer has clocks of its own")
+    return Clocks(desk.root / "clocks", preload("shifted-clock"))

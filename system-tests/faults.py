@@ -15,10 +15,13 @@ from collections import Counter, namedtuple
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
+from clocks import Clocks
 from desk import LANGUAGE, Desk, Late, wait_until
 
 SOURCE = Path(__file__).resolve().parent.parent
-HANG = 5
+HANG = 60  # longer than a busy machine takes for anything
+PAUSE = 0.2
+LATER = 6000  # a limit that the clocks are set to
 FUNCTIONS_AT_MOST = 64
 NAME_LENGTH = 24
 
@@ -62,7 +65,6 @@ ERRORS = {
     "sched_yield": "ENOSYS",
     "sem_wait": "EINTR EINVAL",
     "shutdown": "EBADF EINVAL ENOTCONN",
-    "sigaction": "EINVAL",
     "signal": "EINVAL",
     "sigprocmask": "EFAULT EINVAL",
     "socket": "EACCES EAFNOSUPPORT EMFILE ENFILE ENOBUFS ENOMEM",
@@ -123,7 +125,7 @@ class Control(ctypes.Structure):
 class Injector:
     """One control file."""
 
-    def __init__(self, path, indices):
+    def __init__(self, path, indices=None):
         self.path = path
         self.indices = indices
         path.write_bytes(bytes(ctypes.sizeof(Control)))
@@ -137,7 +139,9 @@ class Injector:
         control.error = getattr(errno, case.error)
         control.countdown = case.nth
         control.struck = 0
-        control.function = self.indices[case.function]
+        # The program fills the names in when it starts; before that an earlier run must have told them.
+        indices = self.indices or {name: i for i, name in enumerate(self.calls())}
+        control.function = indices[case.function]
 
     def struck(self):
         return self.control.struck == 1
@@ -209,6 +213,7 @@ class Run:
         self.phase = phase
         self.library = library
         self.splash = None
+        self.clocks = None
         self.rebooted = desk.root / "rebooted"
 
     def play(self, arm):
@@ -264,9 +269,13 @@ class Run:
             shell = "#!/usr/bin/env -S -u LD_PRELOAD /bin/sh\n"
             for program in ("/sbin/vrx_reboot", "/sbin/reboot"):
                 self.desk.write(program, f"{shell}echo rebooting; : > {self.rebooted}\n", 0o755)
-            environment.update({"SPLASH_TIMEOUT": 1, "SPLASH_TIMEOUT_HARD": 2})
+            # The limits come when the fault is armed, and not before.
+            preloads = f"{environment['LD_PRELOAD']}:{self.library.with_name('libshifted-clock.so')}"
+            self.clocks = Clocks(self.desk.root / "clocks", {"LD_PRELOAD": preloads})
+            environment.update(self.clocks.environment)
+            environment.update({"SPLASH_TIMEOUT": LATER, "SPLASH_TIMEOUT_HARD": LATER + 1})
             arguments = ["-c"] + arguments
-        self.splash = self.desk.start(*arguments, env=environment)
+        self.splash = self.desk.start(*arguments, env=environment, refresh=0 if self.clocks else None)
 
     def _ended_early(self):
         self._until(lambda: self._frame() >= 3 or self._gone(), "the page or the end")
@@ -297,7 +306,8 @@ class Run:
     def _provoke(self):
         """Lets what the phase consists of happen."""
         if self.phase == "reboot":
-            self._until(lambda: self.splash.trace("reboot started with result"), "a result", 2)
+            self.clocks.set(steady=LATER)
+            self._until(lambda: self.splash.trace("reboot started with result"), "a result")
             return
         self.desk.trace_config("bootlume 4 0 0")
         self.splash.send("New title;New line")
@@ -310,16 +320,15 @@ class Run:
         handled = not any(line.startswith("signal") for line in self.splash.stderr.splitlines())
 
         def gone():
-            if self.splash.process.poll() is not None:
-                return True
             try:
                 if deaf and handled:
                     self.splash.signal(2)
                 else:
-                    self.splash.send("QUIT", 0.2)
+                    self.splash.send("QUIT", PAUSE)
+                self.splash.wait(PAUSE)
             except (Late, OSError):
                 pass
-            return False
+            return self.splash.process.poll() is not None
 
         self._until(gone, "the end")
 
@@ -332,8 +341,8 @@ class Run:
         return LINE if said else ON
 
     @staticmethod
-    def _until(look, what, more=0):
-        wait_until(look, what, HANG + more)
+    def _until(look, what):
+        wait_until(look, what, HANG)
 
 
 def outcomes(bench, function, most_calls, all_errors=True, workers=4):

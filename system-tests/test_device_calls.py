@@ -129,8 +129,8 @@ def test_both_buffers_are_white_after_the_set_up(splash, run_prefix):
             assert memory.read(mapping["length"]) == b"\xff" * mapping["length"]
 
 
-def test_a_longer_buffer_is_white_to_its_end_and_unmapped_whole(splash, run_prefix):
-    running = splash(faults="VIDIOC_STREAMON@1=block:200", format="sizeimage=1000000")
+def test_a_longer_buffer_is_white_to_its_end_and_unmapped_whole(desk, splash, run_prefix):
+    running = splash(faults="VIDIOC_STREAMON@1=hold", format="sizeimage=1000000")
     running.wait_for_record(lambda record: record["kind"] == "fault", "the set-up's last step")
     mapped = running.records(call="mmap")
     assert [mapping["length"] for mapping in mapped] == [1000000, 1000000]
@@ -138,6 +138,7 @@ def test_a_longer_buffer_is_white_to_its_end_and_unmapped_whole(splash, run_pref
         with open(f"/proc/{running.pid}/mem", "rb", buffering=0) as memory:
             memory.seek(int(mapped[0]["address"], 16))
             assert memory.read(1000000) == b"\xff" * 1000000
+    desk.go_on()
     assert running.quit() == 0
     assert [one["length"] for one in running.records(call="munmap")] == [1000000, 1000000]
 

@@ -259,7 +259,7 @@ class Memory:
 
 
 @pytest.fixture
-def scarce(build_dir, preload_dir, desk):
+def scarce(build_dir, preload, desk):
     """scarce() starts a splash whose allocations can be made to fail: the splash and the Memory."""
     if sanitizer_runtimes(build_dir / "bin/bootlume"):
         pytest.skip("a sanitizer has an allocator of its own")
@@ -267,8 +267,7 @@ def scarce(build_dir, preload_dir, desk):
     def start(countdown=0, failures=1, **options):
         memory = Memory(desk.root / "memory")
         memory.fail(countdown, failures)
-        preloaded = f"{preload_dir / 'libfailing-malloc.so'}:{desk.environment()['LD_PRELOAD']}"
-        environment = {"LD_PRELOAD": preloaded, "FAILING_MALLOC": desk.root / "memory"}
+        environment = {**preload(first=["failing-malloc"]), "FAILING_MALLOC": desk.root / "memory"}
         return desk.start("Title", "Lines", env=environment, **options), memory
 
     return start
@@ -340,9 +339,10 @@ def test_a_folder_in_the_sockets_place_costs_the_commands_only(desk):
 
 
 def test_a_missing_tmp_costs_the_commands_only(desk):
-    splash = desk.start(faults="open@1=block:300")
+    splash = desk.start(faults="open@1=hold")
     splash.wait_for_record(lambda record: record["kind"] == "fault", "the held open")
     desk.path(SOCKET).parent.rmdir()
+    desk.go_on()
     assert_serves_no_command(desk, splash, "No such file or directory")
 
 

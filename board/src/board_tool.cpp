@@ -52,16 +52,18 @@ v4l2_buffer record(std::uint32_t index) {
 void draw(const Frame& frame) {
     auto* pixel = static_cast<std::uint16_t*>(frame.start);
     for (std::uint32_t y = 0; y < HEIGHT; ++y) {
-        for (std::uint32_t x = 0; x < WIDTH; ++x)
+        for (std::uint32_t x = 0; x < WIDTH; ++x) {
             *pixel++ = static_cast<std::uint16_t>(x * 31U + y * 7919U);
+        }
     }
 }
 
 bool setUp(int fd, std::array<Frame, 2>& frames) {
     v4l2_format format{};
     format.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
-    if (ioctl(fd, VIDIOC_G_FMT, &format) < 0)
+    if (ioctl(fd, VIDIOC_G_FMT, &format) < 0) {
         return false;
+    }
     format.fmt.pix.width = WIDTH;
     format.fmt.pix.height = HEIGHT;
     format.fmt.pix.pixelformat = V4L2_PIX_FMT_RGB565;
@@ -69,20 +71,24 @@ bool setUp(int fd, std::array<Frame, 2>& frames) {
     request.count = static_cast<std::uint32_t>(frames.size());
     request.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     request.memory = V4L2_MEMORY_MMAP;
-    if (ioctl(fd, VIDIOC_S_FMT, &format) < 0 || ioctl(fd, VIDIOC_REQBUFS, &request) < 0)
+    if (ioctl(fd, VIDIOC_S_FMT, &format) < 0 || ioctl(fd, VIDIOC_REQBUFS, &request) < 0) {
         return false;
+    }
     for (std::uint32_t index = 0; index < frames.size(); ++index) {
         v4l2_buffer buffer = record(index);
-        if (ioctl(fd, VIDIOC_QUERYBUF, &buffer) < 0)
+        if (ioctl(fd, VIDIOC_QUERYBUF, &buffer) < 0) {
             return false;
+        }
         void* start = mmap(nullptr, buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, fd,
                            static_cast<off_t>(buffer.m.offset));
-        if (start == MAP_FAILED || buffer.length < WIDTH * HEIGHT * 2U)
+        if (start == MAP_FAILED || buffer.length < WIDTH * HEIGHT * 2U) {
             return false;
+        }
         frames.at(index) = {start, buffer.length};
         draw(frames.at(index));
-        if (ioctl(fd, VIDIOC_QBUF, &buffer) < 0)
+        if (ioctl(fd, VIDIOC_QBUF, &buffer) < 0) {
             return false;
+        }
     }
     int type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     return ioctl(fd, VIDIOC_STREAMON, &type) == 0;
@@ -90,15 +96,18 @@ bool setUp(int fd, std::array<Frame, 2>& frames) {
 
 int pattern(const char* device) {
     const int fd = open(device, O_RDWR);
-    if (fd < 0)
+    if (fd < 0) {
         return fail(device);
+    }
     std::array<Frame, 2> frames{};
-    if (!setUp(fd, frames))
+    if (!setUp(fd, frames)) {
         return fail("setting up the output");
+    }
     while (true) {
         v4l2_buffer buffer = record(0);
-        if (ioctl(fd, VIDIOC_DQBUF, &buffer) < 0 || ioctl(fd, VIDIOC_QBUF, &buffer) < 0)
+        if (ioctl(fd, VIDIOC_DQBUF, &buffer) < 0 || ioctl(fd, VIDIOC_QBUF, &buffer) < 0) {
             return fail("showing a frame");
+        }
     }
 }
 
@@ -106,10 +115,12 @@ int pattern(const char* device) {
 
 int main(int argc, char** argv) {
     const std::string command = argc > 1 ? argv[1] : "";
-    if (command == "send" && argc == 4)
+    if (command == "send" && argc == 4) {
         return send(argv[2], argv[3]);
-    if (command == "pattern" && argc == 3)
+    }
+    if (command == "pattern" && argc == 3) {
         return pattern(argv[2]);
+    }
     std::fputs("usage: board-tool send PATH TEXT | board-tool pattern DEVICE\n", stderr);
     return 2;
 }

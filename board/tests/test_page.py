@@ -1,9 +1,13 @@
 """The kernel's screen shows, pixel for pixel, the page that the same build draws on the desk."""
+import re
+
 import pytest
 from pages import steps
 
+from board.reference import STEPS
 from desk import LANGUAGE
 
+PERIOD_S = 0.030
 CHINESE = '{"selectedLanguage":"zh"}'
 
 
@@ -38,13 +42,20 @@ def test_the_page_after_a_text_command(splash, desk, bench):
     shows(running, bench, new, count=10, before=old)
 
 
-def test_the_ring_turns_forwards_and_leaves_no_step_out(splash, desk, bench):
+def taken_at(board, count):
+    """Seconds at which the last screens were taken, by the driver's clock."""
+    log = board.text("cat /run/screen.log")
+    return [float(seconds) for seconds in re.findall(r"cap dqbuf:.* ts: (\d+\.\d+)", log)][-count:]
+
+
+def test_the_ring_turns_forwards_and_leaves_no_step_out(splash, desk, bench, board):
+    """The capture side runs at the screen's rate, and may miss a screen. A step takes 30 ms at least: so
+    many steps as there were periods between two screens, and never one more."""
     running, turn = splash("Ring", "turning"), desk.page("Ring", "turning")
-    # The capture side runs at the screen's rate: it may see a step twice, and only a busy host makes
-    # it miss one. A reading that missed too many is taken again.
-    for _ in range(6):
-        found = shows(running, bench, turn, count=40)
-        ahead = [(later - earlier) % 66 for earlier, later in zip(found, found[1:])]
-        if sum(ahead) >= 8 and max(ahead) <= 5 and ahead.count(0) + ahead.count(1) >= 30:
-            return
-    pytest.fail(f"not step by step: {found}")
+    found = shows(running, bench, turn, count=40)
+    times = taken_at(board, len(found))
+    assert len(times) == len(found) >= 30
+    ahead = [(later - earlier) % STEPS for earlier, later in zip(found, found[1:])]
+    passed = [later - earlier for earlier, later in zip(times, times[1:])]
+    assert all(steps <= seconds / PERIOD_S + 1 for steps, seconds in zip(ahead, passed))
+    assert 0 < sum(ahead) <= sum(passed) / PERIOD_S + 1

@@ -48,6 +48,6 @@ build_armhf() {
 # An emulated splash is several times slower: its waits may be longer, which costs time in a failure only.
 emulated_system_tests() {
   VIRTUAL_DEVICE_TEST_DEADLINE=60 \
-    FONTCONFIG_FILE=$PWD/$EMULATION/fonts.conf python_tests armhf system-tests -rs --build-dir=build/armhf \
+    FONTCONFIG_FILE=$PWD/$EMULATION/fonts.conf python_tests system-tests -rs --build-dir=build/armhf \
     --run-prefix="$PWD/$EMULATION/bootlume -L $PWD/$EMULATION/root" --preload-dir="$PWD/$EMULATION/\$LIB"
 }

@@ -25,19 +25,19 @@ unit_tests() {
   # Only a build with sanitizers looks at these.
   LSAN_OPTIONS="suppressions=$PWD/cmake/leaks.supp:print_suppressions=0" \
   TSAN_OPTIONS="suppressions=$PWD/cmake/races.supp" \
-  ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)" --timeout 300 --repeat until-pass:2
+  ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)" --timeout 300
 }
 
 # system_tests PRESET
 system_tests() {
-  python_tests "$1" system-tests --build-dir "build/$1"
+  python_tests system-tests --build-dir "build/$1"
 }
 
 tool_tests() {
   local folders=()
   mapfile -t folders < <(find tools -path '*/tests/test_*.py' -printf '%h\n' | sort -u)
   [ ${#folders[@]} -gt 0 ] || return 0
-  python_tests tools "${folders[@]}"
+  python_tests "${folders[@]}"
 }
 
 # begin_roots: starts to make, beside other stages, what the packages are built against, installed on and
@@ -68,7 +68,7 @@ package_tests() {
   begin_roots && await_root sysroot && scripts/package || return
   await_root amd64 && await_root clean-amd64 && await_root clean-armhf || return
   rm -rf "$ROOT_LOGS"
-  python_tests packages packaging/tests
+  python_tests packaging/tests
 }
 
 # One after the other: each build takes all processors.

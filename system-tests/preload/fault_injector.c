@@ -32,7 +32,7 @@
     X(fopen64) X(fork) X(getcwd) X(gettimeofday) X(inotify_add_watch) X(inotify_init) \
     X(inotify_rm_watch) X(ioctl) X(isatty) X(kill) X(mmap) X(munmap) X(nanosleep) X(open) \
     X(__open_2) X(pathconf) X(pipe2) X(poll) X(prctl) X(pread64) X(pthread_create) \
-    X(pthread_sigmask) X(read) X(recv) X(sched_yield) X(sem_wait) X(shutdown) X(sigaction) \
+    X(pthread_sigmask) X(read) X(recv) X(sched_yield) X(sem_wait) X(shutdown) \
     X(signal) X(sigprocmask) X(socket) X(statx) X(syscall) X(sysconf) X(unlink) X(waitpid) \
     X(write)
 /* clang-format on */
@@ -152,8 +152,6 @@ WRAP(ssize_t, -1, read, (int fd, void* buffer, size_t size), (fd, buffer, size))
 WRAP(ssize_t, -1, recv, (int fd, void* buffer, size_t size, int flags), (fd, buffer, size, flags))
 WRAP(int, -1, sched_yield, (void), ())
 WRAP(int, -1, shutdown, (int fd, int how), (fd, how))
-WRAP(int, -1, sigaction, (int sig, const struct sigaction* next, struct sigaction* last),
-     (sig, next, last))
 WRAP(int, -1, sigprocmask, (int how, const sigset_t* next, sigset_t* last), (how, next, last))
 WRAP(int, -1, socket, (int domain, int type, int protocol), (domain, type, protocol))
 WRAP(int, -1, statx, (int folder, const char* path, int flags, unsigned mask, struct statx* found),

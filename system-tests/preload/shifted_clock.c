@@ -1,9 +1,8 @@
 /* Preload library: clocks that a test sets while the program runs.
  *
- * SHIFTED_CLOCK names a file that is mapped and shared with the test: two 64-bit numbers, the
- * nanoseconds by which the wall clock and the steady clock are ahead of the true ones. A wait with
- * a deadline on the wall clock ends when that clock says so, as it would where the system's own
- * clock was set. */
+ * SHIFTED_CLOCK names a file that is mapped and shared with the test; `struct shifts` is what it
+ * holds. A wait with a deadline on the wall clock ends when that clock says so, as it would where
+ * the system's own clock was set. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -20,8 +19,12 @@
 enum { SLICE_NS = 2000000, SECOND_NS = 1000000000 };
 
 struct shifts {
-    int64_t wall_ns;
+    int64_t wall_ns; /* by how much each clock is ahead of the true one */
     int64_t steady_ns;
+    int64_t is_next_set;  /* 1: the wall clock is set as soon as a wait has begun, */
+    int64_t next_wall_ns; /* to this */
+    int64_t waits;        /* how many have begun */
+    int64_t left_ns;      /* how much longer the one under way is to last */
 };
 
 static struct shifts none;
@@ -32,7 +35,7 @@ __attribute__((constructor)) static void set_up(void) {
     const int file = path == NULL ? -1 : open(path, O_RDWR | O_CLOEXEC);
     if (file < 0)
         return;
-    void* shared = mmap(NULL, sizeof(struct shifts), PROT_READ, MAP_SHARED, file, 0);
+    void* shared = mmap(NULL, sizeof(struct shifts), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     close(file);
     if (shared != MAP_FAILED)
         shifts = shared;
@@ -98,6 +101,14 @@ int pthread_cond_signal(pthread_cond_t* condition) {
     return real(condition);
 }
 
+static void begin_wait(void) {
+    if (__atomic_load_n(&shifts->is_next_set, __ATOMIC_ACQUIRE) != 0) {
+        __atomic_store_n(&shifts->wall_ns, shifts->next_wall_ns, __ATOMIC_RELEASE);
+        __atomic_store_n(&shifts->is_next_set, 0, __ATOMIC_RELEASE);
+    }
+    __atomic_add_fetch(&shifts->waits, 1, __ATOMIC_ACQ_REL);
+}
+
 /* In slices, so that a clock that is set meanwhile counts. A signal may fall between two of them:
  * who stops the loop does so without the mutex. */
 static int wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, int64_t end) {
@@ -107,8 +118,10 @@ static int wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, int64_t
         real = (function*)dlsym(RTLD_NEXT, "pthread_cond_timedwait");
     __atomic_store_n(&waited_for, condition, __ATOMIC_RELEASE);
     const unsigned before = __atomic_load_n(&signals, __ATOMIC_ACQUIRE);
+    begin_wait();
     for (;;) {
         const int64_t left = end - wall_ns();
+        __atomic_store_n(&shifts->left_ns, left, __ATOMIC_RELEASE);
         if (left <= 0)
             return ETIMEDOUT;
         const int64_t slice = left < SLICE_NS ? left : SLICE_NS;

@@ -3,8 +3,8 @@
  *
  * The variable holds numbers of microseconds, separated by commas. A thread's first reading of
  * CLOCK_REALTIME steps on by the first number, its second by the second and so on, and from the
- * start again. The main thread, and all other clocks, have the true time: what waits for a moment to
- * come must see it come. */
+ * start again. The main thread, and all other clocks, have the true time: what waits for a moment
+ * to come must see it come. */
 #define _GNU_SOURCE
 #include <stdio.h>
 #include <stdlib.h>

@@ -71,16 +71,10 @@ def handles_signals(splash):
 
 
 def end_by_signal(splash, deadline=None):
-    """Signals from the loop's start on, until it has ended; its exit status. For a splash that no
-    command reaches."""
-
-    def ended():
-        if splash.process.poll() is None and is_dispatching(splash):
-            splash.signal(signal.SIGINT)
-        return splash.process.poll() is not None
-
-    wait_until(ended, "the end by a signal", deadline)
-    return splash.wait()
+    """One signal once the loop runs; the exit status. For a splash that no command reaches."""
+    splash.wait_for_loop(deadline)
+    splash.signal(signal.SIGINT)
+    return splash.wait(deadline)
 
 
 def wait_until_running(splash):

@@ -1,6 +1,7 @@
 #include "display/overlay.h"
 
 #include "desk.h"
+#include "support/waiting.h"
 
 #include <gtest/gtest.h>
 
@@ -38,9 +39,7 @@ TEST(AnOverlay, ClosesTheDisplayOnItsOwnThreadAndOnlyOnce) {
         for (int text = 0; text < 100; ++text) {
             overlay.setText("Title " + std::to_string(text), "one\ntwo");
         }
-        while (desk::made(before, "VIDIOC_DQBUF") < 2) {
-            std::this_thread::yield();
-        }
+        EXPECT_TRUE(eventually([&] { return desk::made(before, "VIDIOC_DQBUF") >= 2; }));
         overlay.stop();
         painter.join();
         EXPECT_EQ(desk::made(before, "close"), 1);

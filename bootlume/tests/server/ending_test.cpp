@@ -5,10 +5,10 @@
 #include "support/fake_dispatcher.h"
 #include "support/recorded_overlay.h"
 #include "support/traced_test.h"
+#include "support/waiting.h"
 
 #include <signal.h>
 
-#include <thread>
 #include <utility>
 
 namespace {
@@ -79,9 +79,7 @@ TEST_F(Ending, AnyOtherNumberOfFieldsIsRefused) {
 TEST_F(Ending, ASignalStopsTheDispatcherOnTheRelaysThread) {
     signalRelay.start(endBySignal);
     shutdown(SIGINT);
-    while (m_dispatcher.stops == 0) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(eventually([this] { return m_dispatcher.stops != 0; }));
     signalRelay.stop();
     EXPECT_EQ(m_dispatcher.stops, 1);
     EXPECT_THAT(lines(), testing::ElementsAre(
@@ -94,9 +92,7 @@ TEST_F(Ending, ASignalWithoutADispatcherIsSwallowed) {
     gdispatcher = &m_dispatcher;
     signalRelay.start(endBySignal);
     shutdown(SIGHUP);
-    while (m_dispatcher.stops == 0) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(eventually([this] { return m_dispatcher.stops != 0; }));
     signalRelay.stop();
     EXPECT_THAT(lines(), testing::ElementsAre(
                              line("DEBUG", "End splash-screen with SIG., sig = 1", FILE_NAME)));

@@ -1,5 +1,6 @@
 #include "server/signal_relay.h"
 
+#include "support/waiting.h"
 #include "thread_name.h"
 
 #include <gmock/gmock.h>
@@ -134,9 +135,7 @@ TEST(SignalRelay, DropsTheRestOfAStormWhenItIsStopped) {
         ++calls;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     });
-    while (calls == 0) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(eventually([&] { return calls != 0; }));
     relay.stop();
     EXPECT_LT(calls, STORM / 2);
 }

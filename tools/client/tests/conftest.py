@@ -1,6 +1,1 @@
-import sys
-from pathlib import Path
-
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "ctl/tests"))
-
-from ctl_desk import ctl, desk  # noqa: E402, F401
+from ctl_desk import ctl, desk  # noqa: F401

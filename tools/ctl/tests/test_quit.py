@@ -96,13 +96,12 @@ def test_a_splash_that_does_not_go_is_reported(desk, ctl):
     splash = desk.start(faults="VIDIOC_DQBUF@3=block")
     wait_for_answer(splash)
     splash.wait_for_record(lambda r: r["kind"] == "fault", "the blocked display")
-    done = ctl("quit", "--timeout", "0.3")
+    done = ctl("quit", "--timeout", "2")
     assert done.returncode == 4
     assert done.stderr == (
         "bootlumectl: the splash has not gone in time: it has closed its socket and "
         "waits for the display; a longer --timeout may do\n"
     )
-    assert splash.process.poll() is None
 
 
 def test_it_ends_only_the_splash_that_was_there(desk, ctl):

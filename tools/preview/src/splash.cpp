@@ -25,8 +25,8 @@ namespace {
 
 const char* const LANGUAGE = "/opt/userdata/devicestack/appData/confd/GeneratorConfiguration";
 constexpr std::chrono::milliseconds LOOK_AGAIN{50};
-constexpr std::chrono::milliseconds UNTIL_FORCE{3000};
-constexpr std::chrono::milliseconds GRACE{1000};
+constexpr std::chrono::milliseconds UNTIL_FORCE{10000};
+constexpr std::chrono::milliseconds GRACE{10000};
 constexpr std::chrono::milliseconds GRACE_STEP{5};
 
 bool beginsWith(const std::string& text, const char* start) {

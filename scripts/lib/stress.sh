@@ -1,0 +1,23 @@
+# Sourced by scripts/test: keeps the machine busy while tests run.
+# shellcheck shell=bash
+
+STRESS_JOBS=()
+
+# begin_stress: twice as many busy loops as there are processors, and a writer that fills the disk's queue.
+begin_stress() {
+  local count
+  mkdir -p build
+  for ((count = 2 * $(nproc); count > 0; --count)); do
+    while :; do :; done &
+    STRESS_JOBS+=($!)
+  done
+  while dd if=/dev/zero of=build/stress bs=1M count=256 conv=fsync 2>/dev/null; do :; done &
+  STRESS_JOBS+=($!)
+  trap end_stress EXIT
+}
+
+end_stress() {
+  kill "${STRESS_JOBS[@]}" 2>/dev/null
+  wait "${STRESS_JOBS[@]}" 2>/dev/null
+  rm -f build/stress
+}
