@@ -130,7 +130,7 @@ def operations(programs, pool):
         "instructions",
         "spdlog",
         cost["written_line_spdlog"],
-        1.5,
+        2.0,
         counted=True,
     ), None
     # Without a limit: how often the two threads wait for each other is not the same in two runs.

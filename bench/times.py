@@ -171,7 +171,7 @@ def tracing(programs, repetitions):
         "ns",
         "spdlog",
         _median(found, "writtenLineSpdlog", "cpu_time"),
-        1.5,
+        2.0,
     )
 
 

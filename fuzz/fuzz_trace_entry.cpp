@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(entry.appName.empty() || entry.appName == "bootlume", "only our entries are ours");
         require(entry.level >= 1 && entry.level <= 6, "a level lies between 1 and 6");
         require(!entry.appName.empty() ||
-                    (entry.level == 4 && !entry.toSyslog && entry.masks.words() == nullptr),
+                    (entry.level == 4 && !entry.toSyslog && entry.masks.get()->empty()),
                 "no entry changes nothing");
     } catch (const std::invalid_argument& error) {
         require(std::string(error.what()).rfind("sto", 0) == 0, "the conversion raises");

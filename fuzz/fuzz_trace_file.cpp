@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     configuration = Trace::TraceConfig();
     configuration.appName = "bootlume";
     configuration.level = Trace::LEVEL_VERBOSE;
-    configuration.masks = Trace::MaskWords::Words{0xFFFFFFFF};
+    configuration.masks.set({0xFFFFFFFF});
     Trace::Log::s_configFilePath = path;
     std::ofstream(path, std::ios::binary) << textOf(data, size);
     const bool applied = Trace::Log::readConfig();

@@ -47,8 +47,8 @@ void writtenLine(long count, long /*size*/) {
 
 /// The test of a library statement that passed the level, with so many words configured.
 void masks(long count, long size) {
-    Trace::Log::s_configuration.masks =
-        Trace::MaskWords::Words(static_cast<std::size_t>(size), 0x80004);
+    Trace::Log::s_configuration.masks.set(
+        Trace::MaskWords::Words(static_cast<std::size_t>(size), 0x80004));
     long enabled = 0;
     for (long i = 0; i < count; ++i) {
         enabled += Trace::Log::isMaskEnabled(Trace::TRACE_MASK_DISPATCHER) ? 1 : 0;

@@ -29,11 +29,11 @@
 /* clang-format off */
 #define EACH_FUNCTION(X) \
     X(bind) X(chdir) X(close) X(dup2) X(eventfd) X(eventfd_write) X(execve) X(fcntl) X(fflush) \
-    X(fopen64) X(fork) X(getcwd) X(gettimeofday) X(inotify_add_watch) X(inotify_init) \
-    X(inotify_rm_watch) X(ioctl) X(isatty) X(kill) X(mmap) X(munmap) X(nanosleep) X(open) \
-    X(__open_2) X(pathconf) X(pipe2) X(poll) X(prctl) X(pread64) X(pthread_create) \
+    X(fork) X(fstat) X(getcwd) X(gettimeofday) X(inotify_add_watch) X(inotify_init) \
+    X(inotify_rm_watch) X(ioctl) X(isatty) X(kill) X(lseek) X(mmap) X(munmap) X(nanosleep) X(open) \
+    X(__open_2) X(pathconf) X(pipe2) X(poll) X(prctl) X(pread) X(pthread_create) \
     X(pthread_sigmask) X(read) X(recv) X(sched_yield) X(sem_wait) X(shutdown) \
-    X(signal) X(sigprocmask) X(socket) X(statx) X(syscall) X(sysconf) X(unlink) X(waitpid) \
+    X(signal) X(sigprocmask) X(socket) X(syscall) X(sysconf) X(unlink) X(waitpid) \
     X(write)
 /* clang-format on */
 
@@ -124,8 +124,8 @@ WRAP(int, -1, eventfd, (unsigned initial, int flags), (initial, flags))
 WRAP(int, -1, eventfd_write, (int fd, uint64_t value), (fd, value))
 WRAP(int, -1, execve, (const char* path, char* const* argv, char* const* envp), (path, argv, envp))
 WRAP(int, EOF, fflush, (FILE * file), (file))
-WRAP(FILE*, NULL, fopen64, (const char* path, const char* mode), (path, mode))
 WRAP(pid_t, -1, fork, (void), ())
+WRAP(int, -1, fstat, (int fd, struct stat* found), (fd, found))
 WRAP(char*, NULL, getcwd, (char* buffer, size_t size), (buffer, size))
 WRAP(int, -1, gettimeofday, (struct timeval * now, void* zone), (now, zone))
 WRAP(int, -1, inotify_add_watch, (int fd, const char* path, uint32_t mask), (fd, path, mask))
@@ -133,6 +133,7 @@ WRAP(int, -1, inotify_init, (void), ())
 WRAP(int, -1, inotify_rm_watch, (int fd, int watch), (fd, watch))
 WRAP(int, 0, isatty, (int fd), (fd))
 WRAP(int, -1, kill, (pid_t pid, int sig), (pid, sig))
+WRAP(off_t, -1, lseek, (int fd, off_t place, int from), (fd, place, from))
 WRAP(void*, MAP_FAILED, mmap, (void* at, size_t length, int prot, int flags, int fd, off_t offset),
      (at, length, prot, flags, fd, offset))
 WRAP(int, -1, munmap, (void* at, size_t length), (at, length))
@@ -146,7 +147,7 @@ WRAP(int, control->error, pthread_create,
      (thread, attributes, body, argument))
 WRAP(int, control->error, pthread_sigmask, (int how, const sigset_t* next, sigset_t* last),
      (how, next, last))
-WRAP(ssize_t, -1, pread64, (int fd, void* buffer, size_t size, off64_t place),
+WRAP(ssize_t, -1, pread, (int fd, void* buffer, size_t size, off_t place),
      (fd, buffer, size, place))
 WRAP(ssize_t, -1, read, (int fd, void* buffer, size_t size), (fd, buffer, size))
 WRAP(ssize_t, -1, recv, (int fd, void* buffer, size_t size, int flags), (fd, buffer, size, flags))
@@ -154,8 +155,6 @@ WRAP(int, -1, sched_yield, (void), ())
 WRAP(int, -1, shutdown, (int fd, int how), (fd, how))
 WRAP(int, -1, sigprocmask, (int how, const sigset_t* next, sigset_t* last), (how, next, last))
 WRAP(int, -1, socket, (int domain, int type, int protocol), (domain, type, protocol))
-WRAP(int, -1, statx, (int folder, const char* path, int flags, unsigned mask, struct statx* found),
-     (folder, path, flags, mask, found))
 WRAP(long, -1, sysconf, (int name), (name))
 WRAP(int, -1, unlink, (const char* path), (path))
 WRAP(pid_t, -1, waitpid, (pid_t pid, int* status, int options), (pid, status, options))

@@ -86,12 +86,12 @@ void writtenLineSpdlog(benchmark::State& state) {
 BENCHMARK(writtenLineSpdlog);
 
 void maskTest(benchmark::State& state) {
-    Trace::Log::s_configuration.masks =
-        Trace::MaskWords::Words(static_cast<std::size_t>(state.range(0)), 0x80004);
+    Trace::Log::s_configuration.masks.set(
+        Trace::MaskWords::Words(static_cast<std::size_t>(state.range(0)), 0x80004));
     for (auto _ : state) {
         benchmark::DoNotOptimize(Trace::Log::isMaskEnabled(Trace::TRACE_MASK_DISPATCHER));
     }
-    Trace::Log::s_configuration.masks = Trace::MaskWords::Words();
+    Trace::Log::s_configuration.masks.set({});
 }
 BENCHMARK(maskTest)->Arg(0)->Arg(1)->Arg(10)->Arg(100)->Arg(1000);
 

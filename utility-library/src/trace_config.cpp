@@ -1,30 +1,38 @@
 #include "trace_config.h"
 
+#include "settings_file.h"
 #include "tracing.h"
 
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cctype>
-#include <fstream>
 #include <limits>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 namespace Trace {
 
 namespace {
 
-const char* const SUBSYSTEM = "TRACING";
-
 enum Token { TOKEN_NAME, TOKEN_LEVEL, TOKEN_MASKS, TOKEN_SYSLOG, TOKEN_COUNT };
 
-bool consistsOf(const std::string& text, const char* accepted) {
-    return !text.empty() && text.find_first_not_of(accepted) == std::string::npos;
+std::vector<std::string> tokensOf(std::string line) {
+    std::transform(line.begin(), line.end(), line.begin(), [](unsigned char character) {
+        return static_cast<char>(std::tolower(character));
+    });
+    // Adjacent separators are not merged, on purpose: a doubled blank makes an empty token.
+    std::vector<std::string> tokens;
+    boost::algorithm::split(tokens, line, boost::is_any_of(" \t"));
+    return tokens;
+}
+
+/// The number that a text of these characters alone stands for, else that of the other text.
+int numberOf(const std::string& text, const char* accepted, const char* other) {
+    const bool isAccepted = !text.empty() && text.find_first_not_of(accepted) == std::string::npos;
+    return std::stoi(isAccepted ? text : other);
 }
 
 /// A mask word from hexadecimal digits, with the same range on every word size. The exceptions are
@@ -52,14 +60,12 @@ MaskWords::Words maskWords(const std::string& token) {
     return words;
 }
 
-std::string joined(const MaskWords& masks) {
+std::string joined(const MaskWords::Words& words) {
     std::ostringstream text;
-    if (const auto words = masks.words()) {
-        const char* separator = "";
-        for (const std::uint32_t word : *words) {
-            text << separator << word;
-            separator = ",";
-        }
+    const char* separator = "";
+    for (const std::uint32_t word : words) {
+        text << separator << word;
+        separator = ",";
     }
     return text.str();
 }
@@ -74,106 +80,72 @@ std::string quoted(const std::string& text, bool toSyslog) {
     return result;
 }
 
-/// Opening a pipe in the file's place would wait for a writer, and a device may never end. The
-/// plain stat fails where a size or a date does not fit into 32 bits.
-bool isFile(const std::string& path) {
-    struct statx found {};
-    return statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE, &found) == 0 && S_ISREG(found.stx_mode);
-}
-
 } // namespace
 
-MaskWords& MaskWords::operator=(const MaskWords& other) {
-    if (this != &other) {
-        std::atomic_store(&m_words, other.words());
-    }
-    return *this;
-}
-
-MaskWords& MaskWords::operator=(Words words) {
-    std::shared_ptr<const Words> next;
-    if (!words.empty()) {
-        next = std::make_shared<const Words>(std::move(words));
-    }
-    std::atomic_store(&m_words, next);
-    return *this;
-}
-
-TraceConfig::TraceConfig(const TraceConfig& other)
-    : appName(other.appName),
-      level(other.level.load()),
-      masks(other.masks),
-      toSyslog(other.toSyslog.load()) {}
-
 TraceConfig& TraceConfig::operator=(const TraceConfig& other) {
-    if (this != &other) {
-        appName = other.appName;
-        level = other.level.load();
-        masks = other.masks;
-        toSyslog = other.toSyslog.load();
-    }
+    appName = other.appName;
+    level = other.level.load();
+    masks.set(*other.masks.get());
+    toSyslog = other.toSyslog.load();
     return *this;
 }
 
-TraceConfig Log::parseEntry(const std::string& line) {
-    std::string lower = line;
-    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char character) {
-        return static_cast<char>(std::tolower(character));
-    });
-    // Adjacent separators are not merged, on purpose: a doubled blank makes an empty token.
-    std::vector<std::string> tokens;
-    boost::algorithm::split(tokens, lower, boost::is_any_of(" \t"));
-
+TraceConfig TraceConfig::parse(const std::string& line, const std::string& appName) {
+    const std::vector<std::string> tokens = tokensOf(line);
     TraceConfig entry;
     if (tokens.size() < TOKEN_COUNT || tokens[TOKEN_NAME].empty() ||
-        tokens[TOKEN_NAME] != s_configuration.appName) {
+        tokens[TOKEN_NAME] != appName) {
         return entry;
     }
     entry.appName = tokens[TOKEN_NAME];
-    TRACE_MASKED(LEVEL_VERBOSE, TRACE_MASK_TRACING, SUBSYSTEM,
-                 "found entry" << named("appName", entry.appName));
-
-    const std::string level =
-        consistsOf(tokens[TOKEN_LEVEL], "0123456789") ? tokens[TOKEN_LEVEL] : "0";
-    entry.level = std::clamp(std::stoi(level), LEVEL_FATAL, LEVEL_VERBOSE);
-    TRACE_MASKED(LEVEL_VERBOSE, TRACE_MASK_TRACING, SUBSYSTEM,
-                 "set level" << named("level", entry.level));
-
-    entry.masks = maskWords(tokens[TOKEN_MASKS]);
-    TRACE_MASKED(LEVEL_VERBOSE, TRACE_MASK_TRACING, SUBSYSTEM,
-                 "set mask" << named("masks", joined(entry.masks)));
-
-    const std::string toSyslog =
-        consistsOf(tokens[TOKEN_SYSLOG], "01") ? tokens[TOKEN_SYSLOG] : "1";
-    entry.toSyslog = std::stoi(toSyslog) != 0;
-    TRACE_MASKED(LEVEL_VERBOSE, TRACE_MASK_TRACING, SUBSYSTEM,
-                 "set syslog" << named("toSyslog", entry.toSyslog));
+    TRACE_TRACING("found entry" << named("appName", entry.appName));
+    entry.level =
+        std::clamp(numberOf(tokens[TOKEN_LEVEL], "0123456789", "0"), LEVEL_FATAL, LEVEL_VERBOSE);
+    TRACE_TRACING("set level" << named("level", entry.level));
+    entry.masks.set(maskWords(tokens[TOKEN_MASKS]));
+    TRACE_TRACING("set mask" << named("masks", joined(*entry.masks.get())));
+    entry.toSyslog = numberOf(tokens[TOKEN_SYSLOG], "01", "1") != 0;
+    TRACE_TRACING("set syslog" << named("toSyslog", entry.toSyslog));
     return entry;
 }
 
-bool Log::readConfig() {
-    TRACE_MASKED(LEVEL_VERBOSE, TRACE_MASK_TRACING, SUBSYSTEM, "some changes");
-    if (!isFile(s_configFilePath)) {
-        return false;
-    }
-    std::ifstream file(s_configFilePath);
+bool TraceConfig::readFrom(const std::string& path) {
+    TRACE_TRACING("some changes");
+    const brem::SettingsFile file(path.c_str());
     std::string line;
-    while (std::getline(file, line)) {
-        try {
-            const TraceConfig entry = parseEntry(line);
-            if (!entry.appName.empty()) {
-                s_configuration = entry;
+    char piece[4096];
+    std::int64_t place = 0;
+    while (const std::size_t size = file.read(piece, sizeof piece, place)) {
+        place += static_cast<std::int64_t>(size);
+        for (const char character : std::string_view(piece, size)) {
+            if (character != '\n') {
+                line += character;
+                continue;
+            }
+            if (apply(line, path)) {
                 return true;
             }
-        } catch (const std::exception& error) { // a typo must not end the splash
-            std::string text = "no entry in ";
-            text += s_configFilePath;
-            text += ": " + quoted(line, s_configuration.toSyslog) + ": ";
-            text += error.what();
-            TRACE(LEVEL_ERROR, text);
+            line.clear();
         }
     }
-    return false;
+    return apply(line, path); // the last line may have no end
+}
+
+/// Takes over the entry for this application that a line of the file holds; false if it holds none.
+bool TraceConfig::apply(const std::string& line, const std::string& path) {
+    try {
+        const TraceConfig entry = parse(line, appName);
+        if (entry.appName.empty()) {
+            return false;
+        }
+        *this = entry;
+        return true;
+    } catch (const std::exception& error) { // a typo must not end the splash
+        const std::string text =
+            "no entry in " + path + ": " + quoted(line, toSyslog) + ": " + error.what();
+        TRACE(LEVEL_ERROR, text);
+        return false;
+    }
 }
 
 } // namespace Trace

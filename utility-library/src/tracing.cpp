@@ -1,16 +1,19 @@
 #include "tracing.h"
 
+#include "trace_watcher.h"
+
 #include <sys/prctl.h>
 #include <sys/time.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <sstream>
+#include <memory>
 
 namespace Trace {
 
@@ -21,8 +24,8 @@ constexpr std::size_t THREAD_COLUMNS = 16;
 constexpr std::size_t LEVEL_COLUMNS = 7;
 constexpr int NOT_SENT = -1;
 // syslog's priority of each level; level 0 is not sent.
-const int SYSLOG_PRIORITIES[MAX_LEVEL_NAME] = {NOT_SENT, LOG_EMERG, LOG_ERR,  LOG_WARNING,
-                                               LOG_INFO, LOG_DEBUG, LOG_DEBUG};
+constexpr int SYSLOG_PRIORITIES[MAX_LEVEL_NAME] = {NOT_SENT, LOG_EMERG, LOG_ERR,  LOG_WARNING,
+                                                   LOG_INFO, LOG_DEBUG, LOG_DEBUG};
 
 bool isNamedLevel(std::int32_t level) {
     return level > LEVEL_ALL && level < MAX_LEVEL_NAME;
@@ -33,12 +36,7 @@ std::int32_t tableIndex(std::int32_t level, std::int32_t size) {
     return level < 0 || level >= size ? 0 : level;
 }
 
-struct ThreadName {
-    char text[16] = ""; // the kernel's limit, with the final zero
-    ThreadName() { prctl(PR_GET_NAME, text, 0, 0, 0); }
-};
-
-/// The line's colour; empty where it has none.
+/// The line's colour; empty if it has none.
 const char* colorOf(std::int32_t level) {
     if (Log::s_disableColors) {
         return "";
@@ -47,7 +45,22 @@ const char* colorOf(std::int32_t level) {
     return Log::s_enableColors || loud ? LEVEL_COLORS[tableIndex(level, MAX_LEVEL_COLOR)] : "";
 }
 
-/// The date and time of a second, in local time. Valid until the thread asks again.
+/// The tag begins with a colon of its own: an id shows as two colons and its digits, on purpose.
+std::string tagOf(std::int32_t id) {
+    char tag[16] = "";
+    if (id > 0) {
+        std::snprintf(tag, sizeof tag, ":%x", static_cast<unsigned>(id));
+    }
+    return tag;
+}
+
+std::string threadName() {
+    char name[16] = ""; // the kernel's limit, with the final zero
+    prctl(PR_GET_NAME, name, 0, 0, 0);
+    return name;
+}
+
+/// The date and time of a second, in local time. Valid until the thread asks for another second.
 const char* dateOf(time_t second) {
     thread_local time_t lastSecond = -1;
     thread_local char date[256] = "";
@@ -61,21 +74,42 @@ const char* dateOf(time_t second) {
     return date;
 }
 
-void appendRight(LineBuffer& line, const char* text, std::size_t columns) {
-    const std::size_t length = std::strlen(text);
-    if (length < columns) {
-        line.append(' ', columns - length);
-    }
-    line.append(text, length);
+void appendRight(std::string& line, const std::string& text, std::size_t columns, char fill) {
+    line.append(columns - std::min(columns, text.size()), fill);
+    line += text;
 }
 
-/// An error is not reported: a line that cannot be written is lost.
-void writeToStandardOutput(const char* text, std::size_t length) {
-    std::fwrite(text, 1, length, stdout);
+/// What stands before the message of a console line.
+std::string consolePrefix(std::int32_t level, const char* color, const char* tag) {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    std::string prefix = color;
+    prefix.reserve(128);
+    prefix += '[';
+    prefix += dateOf(now.tv_sec);
+    prefix += ':';
+    appendRight(prefix, std::to_string(now.tv_usec / 1000), 3, '0');
+    prefix += "] (";
+    prefix += std::to_string(getpid());
+    prefix += ") (";
+    appendRight(prefix, threadName(), THREAD_COLUMNS, ' ');
+    prefix += ") ";
+    appendRight(prefix, isNamedLevel(level) ? LEVEL_NAMES[level] : "", LEVEL_COLUMNS, ' ');
+    if (tag != nullptr) {
+        prefix += ':';
+        prefix += tag;
+    }
+    prefix += "\t|";
+    return prefix;
+}
+
+/// An error is not reported: a text that cannot be written is lost.
+void writeToStandardOutput(const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
     std::fflush(stdout);
 }
 
-void writeToSyslog(std::int32_t level, const char* text) {
+void writeToSyslog(std::int32_t level, const std::string& text) {
     if (!isNamedLevel(level)) {
         return;
     }
@@ -83,17 +117,11 @@ void writeToSyslog(std::int32_t level, const char* text) {
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
     // The text is the format on purpose: a "%" in a message is read as a conversion.
-    syslog(SYSLOG_PRIORITIES[level], text);
+    syslog(SYSLOG_PRIORITIES[level], text.c_str());
 #pragma GCC diagnostic pop
 }
 
 } // namespace
-
-const char* const LEVEL_NAMES[MAX_LEVEL_NAME] = {"ALL",  "FATAL", "ERROR",  "WARN",
-                                                 "INFO", "DEBUG", "VERBOSE"};
-const char* const LEVEL_COLORS[MAX_LEVEL_COLOR] = {"\033[0;39;49m", "\033[1;31m",    "\033[1;31m",
-                                                   "\033[1;33m",    "\033[0;39;49m", "\033[1;36m",
-                                                   "\033[1;36m"};
 
 // In this order: alive, configured, where the file is; the facility's end is registered last, so
 // that it comes first at exit.
@@ -106,108 +134,34 @@ std::atomic<bool> Log::s_enableColors{false};
 std::atomic<bool> Log::s_disableColors{false};
 std::mutex Log::s_logMutex;
 char* Log::s_name = nullptr;
+static std::unique_ptr<TraceWatcher> s_watcher; // null until its thread is started
 static Initializer sInitializer;
 
 Log::Log(std::int32_t level, const char* file, int line, const char* name)
     : m_level(level),
       m_toSyslog(s_configuration.toSyslog),
+      m_color(colorOf(level)),
       m_file(file),
-      m_line(line),
-      m_head(&m_text) {
-    begin(name);
+      m_line(line) {
+    if (m_toSyslog) {
+        m_head << LEVEL_NAMES[tableIndex(level, MAX_LEVEL_NAME)] << '|' << file << ':' << line
+               << ':' << threadName() << "| ";
+    } else {
+        const std::string prefix = consolePrefix(level, m_color, name);
+        m_text.sputn(prefix.data(), static_cast<std::streamsize>(prefix.size()));
+    }
 }
 
 Log::Log(std::int32_t level, const char* file, int line, std::int32_t id)
-    : m_level(level),
-      m_toSyslog(s_configuration.toSyslog),
-      m_file(file),
-      m_line(line),
-      m_head(&m_text) {
-    // The tag begins with a colon of its own: an id shows as two colons and its digits, on purpose.
-    char tag[16] = "";
-    if (id > 0) {
-        std::snprintf(tag, sizeof tag, ":%x", static_cast<unsigned>(id));
-    }
-    begin(tag);
-}
-
-void Log::begin(const char* tag) {
-    if (m_toSyslog) {
-        beginSyslogLine();
-    } else {
-        beginConsoleLine(tag);
-    }
-}
-
-void Log::beginSyslogLine() {
-    m_text.append(LEVEL_NAMES[tableIndex(m_level, MAX_LEVEL_NAME)]);
-    m_text.append('|');
-    if (m_file == nullptr) {
-        m_head.setstate(std::ios_base::badbit); // the rest of the line is lost
-        return;
-    }
-    m_text.append(m_file);
-    m_text.append(':');
-    m_text.appendNumber(m_line);
-    m_text.append(':');
-    m_text.append(ThreadName().text);
-    m_text.append("| ");
-}
-
-void Log::beginConsoleLine(const char* tag) {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    const ThreadName thread;
-    const char* const name = isNamedLevel(m_level) ? LEVEL_NAMES[m_level] : "";
-    m_color = colorOf(m_level);
-
-    m_text.append(m_color);
-    m_text.append('[');
-    m_text.append(dateOf(now.tv_sec));
-    m_text.append(':');
-    m_text.appendNumber(static_cast<long>(now.tv_usec / 1000), 3);
-    m_text.append("] (");
-    m_text.appendNumber(getpid());
-    m_text.append(") (");
-    appendRight(m_text, thread.text, THREAD_COLUMNS);
-    m_text.append(") ");
-    appendRight(m_text, name, LEVEL_COLUMNS);
-    if (tag != nullptr) {
-        m_text.append(':');
-        m_text.append(tag);
-    }
-    m_text.append("\t|");
-}
-
-void Log::endConsoleLine() {
-    m_text.append("| ");
-    if (m_file != nullptr) { // without a file the rest of the trailer is lost, too
-        m_text.append(m_file);
-        m_text.append(':');
-        m_text.appendNumber(m_line);
-        m_text.append(*m_color != '\0' ? COLOR_RESET : "");
-    }
-    m_text.append('\n');
-}
-
-void Log::appendString(const char* text, std::size_t length) {
-    if (m_head.good()) {
-        m_text.append(' ');
-        m_text.append(text, length);
-    }
-}
+    : Log(level, file, line, tagOf(id).c_str()) {}
 
 Log& Log::operator<<(const std::string& text) {
-    appendString(text.data(), text.size());
+    m_head << ' ' << text;
     return *this;
 }
 
 Log& Log::operator<<(const char* text) {
-    if (text == nullptr) {
-        m_head.setstate(std::ios_base::badbit);
-    } else {
-        appendString(text, std::strlen(text));
-    }
+    m_head << ' ' << text;
     return *this;
 }
 
@@ -216,9 +170,8 @@ Log& Log::operator<<(const BaseSnippet& snippet) {
         std::ostringstream warning;
         warning << "WARN: loglevel wrong: " << snippet.level() << " >= " << m_level
                 << " for message: " << snippet.str() << "\n";
-        const std::string text = warning.str();
         // Outside the log's format and lock, as it says nothing that a line would say.
-        writeToStandardOutput(text.data(), text.size());
+        writeToStandardOutput(warning.str());
     }
     if (snippet.level() <= level()) {
         m_head << snippet.str();
@@ -226,30 +179,35 @@ Log& Log::operator<<(const BaseSnippet& snippet) {
     return *this;
 }
 
-Log::~Log() {
-    if (m_toSyslog) {
-        const char* const text = m_text.terminated();
-        const std::lock_guard<std::mutex> lock(s_logMutex);
-        writeToSyslog(m_level, text);
-        return;
+Log::~Log() noexcept(false) {
+    std::string text = m_text.str();
+    if (!m_toSyslog) {
+        appendTrailer(text);
     }
-    endConsoleLine();
     const std::lock_guard<std::mutex> lock(s_logMutex);
-    writeToStandardOutput(m_text.data(), m_text.size());
+    if (m_toSyslog) {
+        writeToSyslog(m_level, text);
+    } else {
+        writeToStandardOutput(text);
+    }
+}
+
+void Log::appendTrailer(std::string& text) const {
+    text += "| ";
+    if (m_file != nullptr) { // else the rest is lost
+        text += m_file;
+        text += ':';
+        text += std::to_string(m_line);
+        text += *m_color != '\0' ? COLOR_RESET : "";
+    }
+    text += '\n';
 }
 
 bool Log::isMaskEnabled(std::uint32_t mask) {
-    const auto words = s_configuration.masks.words();
-    if (!words) {
-        return false;
-    }
-    for (const std::uint32_t word : *words) {
-        const std::uint32_t shared = word & mask;
-        if ((shared & MASK_GROUP) != 0 && (shared & MASK_SUBSYSTEM) != 0) {
-            return true;
-        }
-    }
-    return false;
+    const auto words = s_configuration.masks.get();
+    return std::any_of(words->begin(), words->end(), [mask](std::uint32_t word) {
+        return (word & mask & MASK_GROUP) != 0 && (word & mask & MASK_SUBSYSTEM) != 0;
+    });
 }
 
 void Log::setAppName(const std::string& name) {
@@ -264,8 +222,33 @@ void Log::setAppName(const std::string& name) {
     }
     if (s_traceConfigThread == nullptr && !name.empty()) {
         readConfig();
-        startWatcher();
+        s_watcher = std::make_unique<TraceWatcher>();
+        s_traceConfigThread = new std::thread(configThread);
     }
+}
+
+TraceConfig Log::parseEntry(const std::string& line) {
+    return TraceConfig::parse(line, s_configuration.appName);
+}
+
+bool Log::readConfig() {
+    return s_configuration.readFrom(s_configFilePath);
+}
+
+void Log::configThread() {
+    s_watcher->run();
+}
+
+Initializer::~Initializer() {
+    if (Log::s_traceConfigThread != nullptr) {
+        Log::isAlive::s_alive = false;
+        s_watcher->wake();
+        Log::s_traceConfigThread->join();
+        delete Log::s_traceConfigThread;
+        Log::s_traceConfigThread = nullptr;
+    }
+    std::free(Log::s_name);
+    Log::s_name = nullptr;
 }
 
 } // namespace Trace

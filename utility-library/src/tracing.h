@@ -1,31 +1,18 @@
 #pragma once
 
-#include "line_buffer.h"
 #include "trace_config.h"
+#include "trace_level.h"
 #include "trace_values.h"
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
-#include <ostream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <type_traits>
 
 namespace Trace {
-
-// A higher level is a less important, more talkative message.
-constexpr std::int32_t LEVEL_ALL = 0;
-constexpr std::int32_t LEVEL_FATAL = 1;
-constexpr std::int32_t LEVEL_ERROR = 2;
-constexpr std::int32_t LEVEL_WARN = 3;
-constexpr std::int32_t LEVEL_INFO = 4;
-constexpr std::int32_t LEVEL_DEBUG = 5;
-constexpr std::int32_t LEVEL_VERBOSE = 6;
-
-constexpr std::int32_t MAX_LEVEL_NAME = 7;
-constexpr std::int32_t MAX_LEVEL_COLOR = 7;
-extern const char* const LEVEL_NAMES[MAX_LEVEL_NAME];
-extern const char* const LEVEL_COLORS[MAX_LEVEL_COLOR];
 
 // A mask names a group of subsystems (bits 16 to 19) and a subsystem in it (bits 0 to 15).
 constexpr std::uint32_t MASK_GROUP = 0x000F0000;
@@ -43,7 +30,7 @@ public:
     Log(std::int32_t level, const char* file, int line, const char* name);
     /// Begins a line tagged with a numeric id; 0: no id (the line still shows the tag's colon).
     Log(std::int32_t level, const char* file, int line, std::int32_t id);
-    ~Log();
+    ~Log() noexcept(false); // without memory for the line, as an allocation says it
 
     Log(const Log&) = delete;
     Log& operator=(const Log&) = delete;
@@ -51,7 +38,7 @@ public:
     /// A string piece is preceded by one blank.
     Log& operator<<(const std::string& text);
     Log& operator<<(const char* text);
-    /// Appended as it is, where its level is not above the configured one.
+    /// Appended as it is, if its level is not above the configured one.
     Log& operator<<(const BaseSnippet& snippet);
     template <class T>
     Log& operator<<(const NamedValue<T>& named) {
@@ -59,7 +46,7 @@ public:
         return *this;
     }
     /// Numbers and characters follow the stream's formatting, without a blank.
-    template <class T, class = std::enable_if_t<std::is_arithmetic<T>::value>>
+    template <class T, class = std::enable_if_t<std::is_arithmetic_v<T>>>
     Log& operator<<(const T& value) {
         m_head << value;
         return *this;
@@ -78,17 +65,15 @@ public:
     /// starts its watcher. Called once, by main, before other threads trace.
     static void setAppName(const std::string& name);
 
-    /// What one line of the configuration file says; its name is empty where the line is no entry
-    /// for this application. Throws std::invalid_argument or std::out_of_range ("stoi", "stoul")
-    /// for a number that cannot be converted. Only for the threads that may read the file (see
+    /// TraceConfig::parse for this application. Only for the threads that may read the file (see
     /// readConfig).
     static TraceConfig parseEntry(const std::string& line);
 
-    /// Applies the first entry for this application; false, and nothing changed, where there is
-    /// none. Only for the thread that calls setAppName, and then for the watcher's.
+    /// Reads the configuration file; false if it has no entry for this application. Only for the
+    /// thread that calls setAppName, and then for the watcher's.
     static bool readConfig();
 
-    /// Body of the watcher thread: re-reads the configuration file whenever it is modified.
+    /// Body of the watcher's thread.
     static void configThread();
 
     static TraceConfig s_configuration;
@@ -112,20 +97,15 @@ public:
     static isAlive s_isAlive;
 
 private:
-    static void startWatcher();
-    void beginConsoleLine(const char* tag);
-    void beginSyslogLine();
-    void begin(const char* tag);
-    void endConsoleLine();
-    void appendString(const char* text, std::size_t length);
+    void appendTrailer(std::string& text) const;
 
     std::int32_t m_level;
-    bool m_toSyslog; ///< as it was when the line began: both halves of a line agree
+    bool m_toSyslog; ///< this and the color as they were when the line began
+    const char* m_color;
     const char* m_file;
     int m_line;
-    const char* m_color = ""; ///< empty where the line has none
-    LineBuffer m_text;        ///< what the head stream has taken
-    std::ostream m_head;
+    std::stringbuf m_text; ///< what the head stream has taken
+    std::ostream m_head{&m_text};
 };
 
 /// Ends the facility at process exit: stops and joins the watcher.
@@ -139,14 +119,11 @@ public:
 
 } // namespace Trace
 
-// Most statements are disabled: their way is the straight one.
-#define TRACE_UNLIKELY(CONDITION) __builtin_expect((CONDITION) ? 1 : 0, 0)
-
-// The message is evaluated only where the line is written; the level is tested first. It is a chain
-// of pieces to stream, so it stands without parentheses. NOLINTBEGIN(bugprone-macro-parentheses)
+// The message is evaluated only if the line is written; the level is tested first. It is a chain of
+// pieces to stream, so it stands without parentheses. NOLINTBEGIN(bugprone-macro-parentheses)
 #define TRACE_ID(LEVEL, ID, MESSAGE)                                                               \
     do {                                                                                           \
-        if (TRACE_UNLIKELY((LEVEL) <= Trace::Log::level())) {                                      \
+        if ((LEVEL) <= Trace::Log::level()) {                                                      \
             Trace::Log((LEVEL), __FILE__, __LINE__, static_cast<std::int32_t>(ID)) << MESSAGE;     \
         }                                                                                          \
     } while (false)
@@ -155,11 +132,14 @@ public:
 // For the utility library: the mask is tested once the level has passed.
 #define TRACE_MASKED(LEVEL, MASK, NAME, MESSAGE)                                                   \
     do {                                                                                           \
-        if (TRACE_UNLIKELY((LEVEL) <= Trace::Log::level()) && Trace::Log::isMaskEnabled(MASK)) {   \
+        if ((LEVEL) <= Trace::Log::level() && Trace::Log::isMaskEnabled(MASK)) {                   \
             Trace::Log((LEVEL), __FILE__, __LINE__, static_cast<const char*>(NAME)) << MESSAGE;    \
         }                                                                                          \
     } while (false)
 
+// For this facility's own lines.
+#define TRACE_TRACING(MESSAGE)                                                                     \
+    TRACE_MASKED(Trace::LEVEL_VERBOSE, Trace::TRACE_MASK_TRACING, "TRACING", MESSAGE)
 // NOLINTEND(bugprone-macro-parentheses)
 
 // A value named after its expression.

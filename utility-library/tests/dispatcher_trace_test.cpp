@@ -40,7 +40,7 @@ protected:
 
     static void configure(std::int32_t level, Trace::MaskWords::Words masks) {
         Trace::Log::s_configuration.level = level;
-        Trace::Log::s_configuration.masks = std::move(masks);
+        Trace::Log::s_configuration.masks.set(std::move(masks));
     }
 
     /// The traces of one of each operation.

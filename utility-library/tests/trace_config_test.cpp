@@ -21,8 +21,7 @@ using Trace::Log;
 using Words = std::vector<std::uint32_t>;
 
 Words wordsOf(const Trace::TraceConfig& config) {
-    const auto words = config.masks.words();
-    return words ? *words : Words();
+    return *config.masks.get();
 }
 
 class ATraceEntry : public TraceFixture {

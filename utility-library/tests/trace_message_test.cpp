@@ -3,8 +3,6 @@
 
 #include "tracing.h"
 
-#include "line_buffer.h"
-
 #include <chrono>
 #include <future>
 #include <mutex>
@@ -42,19 +40,7 @@ TEST_F(ATraceMessage, ShowsNumbersAndCharactersWithoutPadding) {
 TEST_F(ATraceMessage, LosesWhatFollowsANullText) {
     const StdoutCapture output;
     lineOf(4) << "one" << static_cast<const char*>(nullptr) << "two" << 3;
-    EXPECT_EQ(messageOf(output), " one");
-}
-
-TEST(ALineBuffer, TakesCharactersThatAreStreamedOneByOne) {
-    Trace::LineBuffer buffer;
-    std::ostream stream(&buffer);
-    const std::string text(5000, 'x');
-    for (const char character : text) {
-        stream.put(character);
-    }
-    stream.flush();
-    EXPECT_TRUE(stream.good());
-    EXPECT_EQ(std::string(buffer.data(), buffer.size()), text);
+    EXPECT_EQ(messageOf(output), " one ");
 }
 
 TEST_F(ATraceMessage, ShowsNamedValuesBehindTheText) {

@@ -14,7 +14,7 @@ struct StartState : testing::Environment {
     void SetUp() override {
         appName = Log::s_configuration.appName;
         level = Log::s_configuration.level;
-        masked = Log::s_configuration.masks.words() != nullptr;
+        masked = !Log::s_configuration.masks.get()->empty();
         toSyslog = Log::s_configuration.toSyslog;
         path = Log::s_configFilePath;
         watched = Log::s_traceConfigThread != nullptr;

@@ -56,7 +56,7 @@ TraceFixture::~TraceFixture() {
 
 void TraceFixture::configure(std::int32_t level, Trace::MaskWords::Words masks, bool toSyslog) {
     Trace::Log::s_configuration.level = level;
-    Trace::Log::s_configuration.masks = std::move(masks);
+    Trace::Log::s_configuration.masks.set(std::move(masks));
     Trace::Log::s_configuration.toSyslog = toSyslog;
 }
 

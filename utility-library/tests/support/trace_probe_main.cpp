@@ -89,10 +89,9 @@ std::string state() {
     std::ostringstream text;
     text << "ok " << Log::s_configuration.appName << " " << Log::level() << " "
          << Log::s_configuration.toSyslog << std::hex;
-    if (const auto words = Log::s_configuration.masks.words()) {
-        for (const std::uint32_t word : *words) {
-            text << " " << word;
-        }
+    const auto words = Log::s_configuration.masks.get();
+    for (const std::uint32_t word : *words) {
+        text << " " << word;
     }
     return text.str();
 }
