@@ -96,9 +96,10 @@ set terminal svg size 760,230 font 'sans-serif,13' background 'white'
 set output '{path}'
 set style fill solid
 set yrange [-0.6:{len(rows) - 0.4}]
-set xrange [0:{max(seconds.values()) * 1.12:.1f}]
+set xrange [0:{max(seconds.values()) * 1.15:.1f}]
 set xlabel 'seconds from the start of the kernel to the first page'
 set grid xtics
+set ytics nomirror scale 0
 unset key
 $rows << end
 {data}

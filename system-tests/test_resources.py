@@ -290,7 +290,8 @@ def outcome_without_memory(splash, struck=lambda: True):
         assert splash.quit(LONGEST_S) == 0
         return "goes on"
     assert splash.wait() in (-signal.SIGABRT, 255), splash.stderr
-    assert "std::bad_alloc" in splash.stderr or splash.wait() == 255 and splash.stdout
+    # A self-contained program has its room for failing allocations allocated, too, and may not get it.
+    assert "terminate called" in splash.stderr or splash.wait() == 255 and splash.stdout
     return "ended"
 
 

@@ -28,6 +28,7 @@ INITRAMFS_SCRIPTS = {
 }
 
 pytestmark = [
+    pytest.mark.skipif(not os.environ.get("BOOTLUME_LONG"), reason="whole systems are booted for a release (--long)"),
     pytest.mark.skipif(os.geteuid() != 0, reason="only root may make the machine's root"),
     pytest.mark.xdist_group("booted"),
 ]
