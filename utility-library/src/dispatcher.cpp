@@ -48,7 +48,7 @@ void Dispatcher::waitForMessage() {
     while (firstDue() == m_queue.end() && m_running) {
         const auto wait = untilEarliest();
         if (wait < SHORTEST_WAIT) {
-            return; // polled for, not slept for
+            return; // too short for a sleep
         }
         // The deadline is on the wall clock, on purpose: a clock that is set shifts this one wait.
         const auto now = WallClock::now();

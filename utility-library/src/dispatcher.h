@@ -12,8 +12,8 @@ namespace brem {
 
 /// The message loop of the program: a queue in posting order, scanned for what is due.
 ///
-/// Safe from any thread but for run(), which exactly one thread may be in. No mutex is held
-/// while a message runs, so a message may post, clear or ask for the size. Traces every operation
+/// Safe from any thread, but only one thread may be in run(). No mutex is held while a message
+/// runs, so a message may post, clear or ask for the size. Traces every operation
 /// under TRACE_MASK_DISPATCHER.
 class Dispatcher : public IDispatcher {
 public:

@@ -37,8 +37,8 @@ public:
     /// Any thread. Posts a stop: what was posted before and is due runs first.
     virtual void shutdown() = 0;
 
-    /// For whoever may want to post when the dispatcher is gone. An implementation cuts it first
-    /// thing in its destructor.
+    /// For those who may post after the dispatcher is gone. An implementation cuts it first thing
+    /// in its destructor.
     const std::shared_ptr<Lifeline<IDispatcher>>& lifeline() const { return m_lifeline; }
 
 private:

@@ -6,7 +6,8 @@ namespace brem {
 
 /// Lets other threads reach an object that may be gone by then.
 ///
-/// The object shares one with whoever may outlive it, and cuts it first thing in its destructor.
+/// The object shares a lifeline with those who may outlive it, and cuts it first thing in its
+/// destructor.
 /// Safe from any thread. A call and cut() exclude each other: once cut() has returned, no call is
 /// under way on another thread, and none begins. A call may call again, and may end the object.
 template <class T>

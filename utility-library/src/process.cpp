@@ -17,7 +17,7 @@ namespace process = boost::process;
 
 namespace {
 
-/// A longer line is logged in pieces of this size: a child that writes no newline costs no more.
+/// A longer line is logged in pieces of this size, so a child that writes no newline costs no more.
 constexpr std::size_t LONGEST_LINE = 1 << 20;
 
 /// Logs what the child writes to one stream, line by line, until its end.
@@ -54,7 +54,7 @@ Process::~Process() {
 
 void Process::start(ResultCallback callback) {
     TRACE(Trace::LEVEL_DEBUG, "Function: start");
-    // Excludes sendResult(): a quick worker's result must find the thread that it is to join.
+    // Keeps sendResult() out: the result of a quick worker must find the thread that it joins.
     m_lifeline->call([&](Process&) {
         if (m_thread) {
             TRACE(Trace::LEVEL_WARN, "already running");
@@ -151,7 +151,7 @@ std::string Process::commandLine() const {
 }
 
 void Process::postResult(const ResultCallback& callback) {
-    // Neither the dispatcher now nor this runner later needs to be there still.
+    // By now the dispatcher may be gone, and later this runner.
     m_dispatcher->call([&](IDispatcher& dispatcher) {
         dispatcher.post([lifeline = m_lifeline, callback] {
             lifeline->call([&](Process& self) { self.sendResult(callback); });

@@ -20,8 +20,8 @@ namespace brem {
 /// Runs one program as a child on a worker thread and reports its exit code through the dispatcher.
 ///
 /// start(), stop() and the destructor belong to the owner. The result callback runs on the
-/// dispatcher's thread, which may be another one than the owner's; it may start the program again,
-/// and may end the runner. The dispatcher may be deleted first: a result that comes after that is
+/// dispatcher's thread, which may not be the owner's. It may start the program again, and may end
+/// the runner. The dispatcher may be deleted first: a result that comes after that is
 /// dropped. Attached, the child's output is logged line by line; detached, the child has a session
 /// of its own and no streams.
 class Process : public IProcess {

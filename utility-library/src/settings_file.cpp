@@ -16,7 +16,7 @@ std::int64_t sizeOf(int descriptor) {
     if (fstat(descriptor, &found) == 0) {
         return S_ISREG(found.st_mode) ? found.st_size : 0;
     }
-    // A filter may forbid the question. A pipe or an endless device has no place for its end.
+    // A filter may forbid fstat. A pipe or an endless device has no end to seek to.
     return lseek(descriptor, 0, SEEK_END);
 }
 

@@ -5,9 +5,8 @@
 
 namespace brem {
 
-/// A settings file that is open for reading. What is no regular file counts as an empty one: a
-/// pipe, a device or a terminal in its place is neither waited for nor read. So does a file that is
-/// missing or may not be read.
+/// A settings file that is open for reading. If it is missing, may not be read or is not a regular
+/// file, it counts as empty: a pipe, a device or a terminal is neither waited for nor read.
 ///
 /// Bound to one thread. Allocates nothing.
 class SettingsFile {

@@ -29,7 +29,7 @@ std::vector<std::string> tokensOf(std::string line) {
     return tokens;
 }
 
-/// The number that a text of these characters alone stands for, else that of the other text.
+/// The number of the text if it consists of these characters alone, or that of the other text.
 int numberOf(const std::string& text, const char* accepted, const char* other) {
     const bool isAccepted = !text.empty() && text.find_first_not_of(accepted) == std::string::npos;
     return std::stoi(isAccepted ? text : other);

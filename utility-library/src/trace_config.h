@@ -30,7 +30,7 @@ private:
     std::shared_ptr<const Words> m_words = std::make_shared<const Words>();
 };
 
-/// What decides which lines are written, and where to: an entry of the configuration file.
+/// An entry of the configuration file. It decides which lines are written, and where to.
 ///
 /// Level, masks and switch may be read on any thread while another replaces them, one by one: a
 /// line may see the old level and the new masks. All else belongs to the thread that reads the

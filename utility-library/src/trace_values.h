@@ -6,8 +6,8 @@
 
 namespace Trace {
 
-/// A piece of a line with a level of its own: it is left out of the line where that level is above
-/// the configured one. Bound to one thread.
+/// A piece of a line with a level of its own. If that level is above the configured one, the line
+/// leaves the piece out. Bound to one thread.
 class BaseSnippet {
 public:
     explicit BaseSnippet(std::int32_t level) : m_level(level) {}

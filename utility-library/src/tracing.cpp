@@ -170,7 +170,7 @@ Log& Log::operator<<(const BaseSnippet& snippet) {
         std::ostringstream warning;
         warning << "WARN: loglevel wrong: " << snippet.level() << " >= " << m_level
                 << " for message: " << snippet.str() << "\n";
-        // Outside the log's format and lock, as it says nothing that a line would say.
+        // Without the log's format and lock: this is no line of the log.
         writeToStandardOutput(warning.str());
     }
     if (snippet.level() <= level()) {
@@ -194,7 +194,7 @@ Log::~Log() noexcept(false) {
 
 void Log::appendTrailer(std::string& text) const {
     text += "| ";
-    if (m_file != nullptr) { // else the rest is lost
+    if (m_file != nullptr) { // without a file the rest is left out
         text += m_file;
         text += ':';
         text += std::to_string(m_line);

@@ -21,8 +21,7 @@ namespace {
 constexpr int POLL_TIMEOUT_MS = 2000;
 constexpr std::chrono::milliseconds PAUSE_AFTER_FAILURE(1);
 
-/// perror(), but only if standard error takes a line at once: if nobody reads it, the end would
-/// wait for a reader.
+/// perror(), but only if standard error takes a line at once: the end must not wait for a reader.
 void reportError(const char* what) {
     const int error = errno;
     pollfd output{STDERR_FILENO, POLLOUT, 0};
@@ -96,7 +95,7 @@ void UnixServer::serve() {
         const int ready = poll(&wait, 1, POLL_TIMEOUT_MS);
         if (ready > 0) {
             readMessage();
-        } else if (ready < 0) { // a failure that lasts must not take the processor
+        } else if (ready < 0) { // a lasting failure must not take the processor
             std::this_thread::sleep_for(PAUSE_AFTER_FAILURE);
         }
     }
@@ -124,7 +123,7 @@ std::string UnixServer::receive() const {
     ioctl(m_socket, FIONREAD, &count);
     std::string command(static_cast<std::size_t>(count), '\0');
     const ssize_t length = read(m_socket, command.data(), command.size());
-    if (length == 0) { // a read leaves an empty datagram in its place, to be found again and again
+    if (length == 0) { // a read leaves an empty datagram in the queue
         recv(m_socket, nullptr, 0, MSG_DONTWAIT);
     }
     return length < 1 ? std::string() : command;

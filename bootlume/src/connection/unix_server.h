@@ -15,7 +15,7 @@ namespace cmd {
 /// run().
 class UnixServer {
 public:
-    /// Takes one datagram's text, bytes as they came.
+    /// Takes the text of one datagram, the bytes as they came.
     using Callback = std::function<void(std::string)>;
 
     UnixServer(const std::string& path, const Callback& callback);

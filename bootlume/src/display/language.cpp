@@ -20,7 +20,7 @@ static_assert(SELECTION.size() == 23, "the exact text, without blanks");
 bool isChineseSelected() {
     const brem::SettingsFile file(SETTINGS);
     char piece[4096];
-    // Pieces overlap, as the text may lie where one ends.
+    // Pieces overlap: the text may lie across the end of one.
     constexpr std::int64_t STEP = sizeof piece - (SELECTION.size() - 1);
     for (std::int64_t place = 0;; place += STEP) {
         const std::size_t size = file.read(piece, sizeof piece, place);

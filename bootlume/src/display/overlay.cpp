@@ -102,7 +102,7 @@ void Overlay::drawTexts(cairo_t*& cr) {
     useTextColour(cr);
     const TextStyle title{m_titleX, m_titleFontSize, m_titleCharWidth, m_titleRunYOffset, true};
     drawText(cr, m_title, m_titleY, title);
-    // A line's baseline is whole only if it has two runs, on purpose.
+    // The baseline of a line is cut to a whole number only if the line has two runs, on purpose.
     const TextStyle body{m_linesX, m_lineFontSize, m_lineCharWidth, m_lineRunYOffset, false};
     std::int32_t top = m_linesY;
     for (const std::string& line : m_lines) {
@@ -132,7 +132,7 @@ void Overlay::drawText(cairo_t*& cr, const std::string& text, std::int32_t top,
     }
 }
 
-/// An error in a context lasts: nothing more would be drawn in it, the ring included.
+/// An error in a context lasts: cairo would draw nothing more in it, not even the ring.
 void Overlay::checkDrawn(cairo_t*& cr, const std::string& font, const std::string& text) {
     const cairo_status_t status = cairo_status(cr);
     if (status != CAIRO_STATUS_SUCCESS) {
@@ -181,7 +181,7 @@ void Overlay::sleepForRest(std::chrono::milliseconds used) const {
     if (rest > 0) {
         const timespec pause{static_cast<time_t>(rest / 1000),
                              static_cast<long>(rest % 1000) * 1000000};
-        nanosleep(&pause, nullptr); // a signal may cut it short: the next frame then comes sooner
+        nanosleep(&pause, nullptr); // a signal may end it: the next frame then comes sooner
     }
 }
 

@@ -54,11 +54,11 @@ private:
         std::int32_t fontSize;
         std::int32_t charWidth;  ///< from the first run to the second, per byte of the first
         std::int32_t runYOffset; ///< of the second run
-        bool wholeBaseline;      ///< the baseline is cut to a whole number with one run, too
+        bool wholeBaseline;      ///< the baseline is whole with one run, too
     };
 
     TextRuns textRuns(const std::string& text) const;
-    // A context that comes into an error while texts are drawn is exchanged for another.
+    // These exchange the context for a new one if a text has put it into an error.
     void drawFrame(cairo_t*& cr);
     void drawTexts(cairo_t*& cr);
     void drawText(cairo_t*& cr, const std::string& text, std::int32_t top, const TextStyle& style);

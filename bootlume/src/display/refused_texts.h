@@ -9,7 +9,8 @@
 
 namespace paint {
 
-/// The texts that cairo could not draw lately, each in a font: an unreadable font file, as a rule.
+/// The texts that cairo could not draw lately, each with its font. As a rule the font's file could
+/// not be read.
 ///
 /// Each try costs a drawing context, so a refused text is tried again only after a minute. Bound to
 /// the thread that draws.
@@ -25,7 +26,7 @@ private:
 
     std::set<std::pair<std::string, std::string>> m_texts; ///< font and text
     Clock::time_point m_forgottenAt;
-    std::string m_font;   ///< of the minute's first
+    std::string m_font;   ///< of the first refusal of a minute
     std::string m_status; ///< cairo's; empty once it is reported
 };
 

@@ -140,7 +140,7 @@ int Surface::flip() {
     return static_cast<int>(m_freeBuffer.index);
 }
 
-/// Takes a buffer back; false, and the index as it was, if that fails or there is no such buffer.
+/// Takes a buffer back. If that fails, or if there is no such buffer: false, the index unchanged.
 bool Surface::dequeue() {
     const std::uint32_t index = m_freeBuffer.index;
     const bool taken =
@@ -151,8 +151,8 @@ bool Surface::dequeue() {
     return taken;
 }
 
-/// After a failed dequeue the driver may still hold both buffers, and takes neither again: without
-/// this the picture would stand still for good.
+/// After a failed dequeue the driver may still hold both buffers, and then takes neither again.
+/// Without this the picture would stand still for ever.
 void Surface::recoverBuffer() {
     if (m_bufferOwed) {
         m_bufferOwed = !dequeue();

@@ -2,8 +2,8 @@
 
 #include <sys/time.h>
 
-// A 32-bit device's driver counts in 32 bits, whatever the program does: with 64 bits the buffer's
-// record would have another size, and its requests other numbers.
+// The driver of a 32-bit device counts times in 32 bits, even if the program counts in 64. With 64
+// bits the buffer's record would have another size, and its requests other numbers.
 struct DriverTime {
     long tv_sec;
     long tv_usec;
@@ -52,7 +52,8 @@ public:
 
     /// Shows the buffer just drawn and waits for the display to release the other. Returns the new
     /// free index; -1, and nothing changed, if the buffer could not be queued. A dequeue that
-    /// fails is only logged; it is made up for when the driver then refuses the next buffer.
+    /// fails is only logged. If the driver then refuses the next buffer, the dequeue is tried
+    /// again.
     int flip();
     /// Stops streaming, unmaps the buffers and closes the device. To be called once.
     void close();

@@ -5,12 +5,11 @@
 
 #include <string>
 
-/// Handler of SIGHUP and SIGINT: ends the splash if the dispatcher exists, else swallows the
-/// signal.
+/// Handler of SIGHUP and SIGINT: ends the splash if the dispatcher exists; if not, the signal has
+/// no effect.
 ///
 /// Only async-signal-safe calls run here. The line and the stop follow at once on the relay's
-/// thread: a signal in the middle of a trace line must not wait for a lock that its own thread
-/// holds.
+/// thread: the signal may interrupt a thread in a trace line, which holds the lock of all lines.
 void shutdown(int sig);
 
 /// What shutdown() leads to, on the relay's thread.

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <string>
 
-// Names of environment variables; a parameter is always read through these.
+// The names of environment variables. A parameter is always read through these.
 extern const char* REBOOT_COMMAND;
 extern const char* VRX_REBOOT_COMMAND;
 extern const char* SPLASH_TIMEOUT;

@@ -47,7 +47,7 @@ void logParseFailure(const char* name, int defaultValue, const std::exception& e
 /// Hands the texts of the command line to the renderer; returns whether the watchdog is asked for.
 /// A wrong number of texts ends the process.
 bool readCommandLine(int argc, char* argv[], paint::Overlay& overlay) {
-    // Exactly two characters are compared, on purpose: what follows them does not matter.
+    // Only two characters are compared, on purpose: what follows them does not matter.
     const bool checkStartup = argc > 1 && std::strncmp(argv[1], "-c", 2) == 0;
     if (checkStartup) {
         TRACE(Trace::LEVEL_DEBUG, "startup check");
@@ -96,8 +96,8 @@ void runRenderer(paint::Overlay& overlay, Latch& ended) {
     ended.open();
 }
 
-/// Joins the renderer. A display that never gives a buffer back would hold it for ever: then the
-/// process ends as it is, and the kernel closes the display.
+/// Joins the renderer. If the display never gives a buffer back, the renderer would never end: then
+/// the process ends as it is, and the kernel closes the display.
 void joinRenderer(std::thread& thread, Latch& ended) {
     if (!ended.waitFor(LONGEST_END)) {
         TRACE(Trace::LEVEL_ERROR, "The display does not answer.");
@@ -114,7 +114,7 @@ std::string getEnvParameter(const char* name, const std::string& defaultValue) {
     if (text != nullptr) {
         value = text;
     }
-    // The doubled separator before the value is meant.
+    // The separator before the value is doubled, on purpose.
     TRACE(Trace::LEVEL_DEBUG,
           "using parameter: " + std::string(name) + " with " << TRACE_VALUE(value));
     return value;

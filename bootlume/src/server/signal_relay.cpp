@@ -46,7 +46,7 @@ void SignalRelay::run(const Function& function) {
 
 void SignalRelay::handOn(int sig, const Function& function) {
     std::atomic<int>& count = m_pending[static_cast<std::size_t>(sig)];
-    // A stop does not wait for the rest of a storm, whose lines a slow reader may hold up.
+    // A stop does not wait for the rest of a storm: a slow reader may hold its lines up.
     for (; m_running && count != 0; --count) {
         char name[16];
         std::copy(m_name.begin(), m_name.end(), name);

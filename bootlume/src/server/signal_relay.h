@@ -11,8 +11,8 @@
 /// Hands SIGHUP and SIGINT from a handler to a function on a thread of its own, one call for each.
 ///
 /// raise() may be called from a signal handler on any thread; start() and stop() belong to one
-/// thread. The relay's thread bears the name of the thread that took the signal last, so that a
-/// trace line shows that.
+/// thread. The relay's thread takes the name of the thread that took the last signal: a trace line
+/// shows it.
 class SignalRelay {
 public:
     using Function = std::function<void(int sig)>;
@@ -36,7 +36,7 @@ private:
 
     sem_t m_raised;
     std::atomic<bool> m_running{false};
-    std::array<std::atomic<int>, NSIG> m_pending{}; ///< by signal: raised and not yet handed on
-    std::array<std::atomic<char>, 16> m_name{};     ///< of the thread that took the last
+    std::array<std::atomic<int>, NSIG> m_pending{}; ///< by signal: raised, not yet handed on
+    std::array<std::atomic<char>, 16> m_name{};     ///< of the thread that took the last signal
     std::thread m_thread;
 };

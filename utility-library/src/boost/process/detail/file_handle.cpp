@@ -14,7 +14,7 @@ file_handle::file_handle(int handle) : handle_(handle) {
 }
 
 file_handle& file_handle::operator=(file_handle&& other) noexcept {
-    file_handle taken(std::move(other)); // closes what was owned so far
+    file_handle taken(std::move(other)); // its end closes the old descriptor
     std::swap(handle_, taken.handle_);
     return *this;
 }

@@ -43,7 +43,7 @@ private:
     text.append(error < plan.reasons.size() ? plan.reasons[error].c_str() : ": Unknown error");
     text.append("\n");
     text.write_to(STDERR_FILENO);
-    ::_exit(1); // since this is a forked child: the parent's objects and buffers are not its own
+    ::_exit(1); // not exit: the objects and buffers are the parent's
 }
 
 void require(const child_plan& plan, const char* failed_step) noexcept {
@@ -178,8 +178,8 @@ void set_up_process(const child_plan& plan) noexcept {
     POSIX_SETUP_STEP(true, ::chdir(ctx.work_directory.c_str()), "chdir");
 }
 
-/// All handlers at their defaults but one: what the child writes, now and as its program, must not
-/// end it when the parent is gone, and with it the reader.
+/// All handlers get their defaults, but SIGPIPE is ignored. If the parent and with it the reader is
+/// gone, a write must not end the child or its program.
 void reset_handlers() noexcept {
     for (int number = 1; number < NSIG; ++number) {
         ::signal(number, number == SIGPIPE ? SIG_IGN : SIG_DFL); // fails for SIGKILL and SIGSTOP

@@ -12,7 +12,8 @@
 
 namespace boost::process::detail {
 
-/// Everything that the child needs between fork and execve, laid out before the fork and borrowed.
+/// Everything that the child needs between fork and execve. It is laid out before the fork, and
+/// borrowed.
 struct child_plan {
     const std::string& executable;
     char* const* argv;

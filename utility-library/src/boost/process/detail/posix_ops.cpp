@@ -36,8 +36,8 @@ std::vector<std::string> environment_block(const environment& variables) {
     return block;
 }
 
-/// What the error class appends to a text for every errno, made at the first launch: a child could
-/// not ask for it.
+/// What the error class appends to a text, for every errno. It is made at the first launch, since a
+/// child could not ask for it.
 const std::vector<std::string>& reasons() {
     static const std::vector<std::string> texts = [] {
         constexpr int ERRNO_COUNT = 134; // EHWPOISON, the kernel's last, is 133
