@@ -1,8 +1,17 @@
 """What all tests share that drive the built program."""
 
+import signal
+
 import pytest
 
 from desk import SOURCE
+
+
+def pytest_configure():
+    """A shell that starts the tests in the background has them ignore these, and all that they start, too."""
+    for number in (signal.SIGHUP, signal.SIGQUIT):
+        signal.signal(number, signal.SIG_DFL)
+    signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 def pytest_addoption(parser):
