@@ -31,7 +31,7 @@ std::vector<char*> null_terminated(const std::vector<std::string>& texts) {
 std::vector<std::string> environment_block(const environment& variables) {
     std::vector<std::string> block;
     for (const auto& [name, value] : variables) {
-        block.push_back(name + "=" + value);
+        block.emplace_back(name).append("=").append(value);
     }
     return block;
 }
