@@ -54,21 +54,24 @@ void addIfBoundTo(const struct stat& file, const nlmsghdr* header, Inodes& found
     const auto* attribute = reinterpret_cast<const rtattr*>(message + 1);
     auto rest = static_cast<unsigned>(header->nlmsg_len - NLMSG_LENGTH(sizeof *message));
     for (; RTA_OK(attribute, rest); attribute = RTA_NEXT(attribute, rest)) {
-        if (attribute->rta_type != UNIX_DIAG_VFS)
+        if (attribute->rta_type != UNIX_DIAG_VFS) {
             continue;
+        }
         unix_diag_vfs vfs{};
         std::memcpy(&vfs, RTA_DATA(attribute), sizeof vfs);
         // The kernel gives the number of the file in 32 bits.
-        if (vfs.udiag_vfs_ino == static_cast<std::uint32_t>(file.st_ino))
+        if (vfs.udiag_vfs_ino == static_cast<std::uint32_t>(file.st_ino)) {
             found.insert(message->udiag_ino);
+        }
     }
 }
 
 /// Sockets bound to exactly this file. False if the kernel cannot tell.
 bool askKernel(const struct stat& file, Inodes& found) {
     const int fd = requestSockets();
-    if (fd < 0)
+    if (fd < 0) {
         return false;
+    }
     std::vector<char> buffer(1U << 16U);
     bool complete = false;
     for (ssize_t length = 0;
@@ -81,8 +84,9 @@ bool askKernel(const struct stat& file, Inodes& found) {
                 return false;
             }
             complete = complete || header->nlmsg_type == NLMSG_DONE;
-            if (header->nlmsg_type == SOCK_DIAG_BY_FAMILY)
+            if (header->nlmsg_type == SOCK_DIAG_BY_FAMILY) {
                 addIfBoundTo(file, header, found);
+            }
         }
     }
     close(fd);
@@ -96,19 +100,22 @@ void readTable(const std::string& path, Inodes& found) {
         std::istringstream fields(line);
         std::string skipped;
         std::uint64_t inode = 0;
-        for (int i = 0; i < 6; ++i)
+        for (int i = 0; i < 6; ++i) {
             fields >> skipped;
+        }
         std::string name;
-        if (fields >> inode && std::getline(fields >> std::ws, name) && name == path)
+        if (fields >> inode && std::getline(fields >> std::ws, name) && name == path) {
             found.insert(inode);
+        }
     }
 }
 
 bool holds(const std::string& process, const Inodes& inodes) {
     const std::string folder = "/proc/" + process + "/fd";
     DIR* const entries = opendir(folder.c_str());
-    if (entries == nullptr)
+    if (entries == nullptr) {
         return false;
+    }
     bool found = false;
     for (const dirent* entry = readdir(entries); entry != nullptr && !found;
          entry = readdir(entries)) {
@@ -116,8 +123,9 @@ bool holds(const std::string& process, const Inodes& inodes) {
         const std::string link = folder + "/" + entry->d_name;
         const char* const kind = "socket:[";
         if (readlink(link.c_str(), target, sizeof target - 1) > 0 &&
-            std::strncmp(target, kind, std::strlen(kind)) == 0)
+            std::strncmp(target, kind, std::strlen(kind)) == 0) {
             found = inodes.count(std::strtoull(target + std::strlen(kind), nullptr, 10)) != 0;
+        }
     }
     closedir(entries);
     return found;
@@ -126,15 +134,18 @@ bool holds(const std::string& process, const Inodes& inodes) {
 std::optional<Process> oldestHolder(const Inodes& inodes) {
     std::optional<Process> oldest;
     DIR* const processes = opendir("/proc");
-    if (processes == nullptr)
+    if (processes == nullptr) {
         return oldest;
+    }
     while (const dirent* entry = readdir(processes)) {
         const auto pid = static_cast<pid_t>(std::atoi(entry->d_name));
-        if (pid <= 0 || !holds(entry->d_name, inodes))
+        if (pid <= 0 || !holds(entry->d_name, inodes)) {
             continue;
+        }
         const std::optional<Process> process = findProcess(pid);
-        if (process && (!oldest || process->startTicks < oldest->startTicks))
+        if (process && (!oldest || process->startTicks < oldest->startTicks)) {
             oldest = process;
+        }
     }
     closedir(processes);
     return oldest;
@@ -144,15 +155,17 @@ std::optional<Process> oldestHolder(const Inodes& inodes) {
 
 std::optional<Process> findHolder(const std::string& path) {
     struct stat file {};
-    if (stat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode))
+    if (stat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode)) {
         return {};
+    }
     Inodes inodes;
     if (!askKernel(file, inodes)) {
         inodes.clear();
         readTable(path, inodes);
     }
-    if (inodes.empty())
+    if (inodes.empty()) {
         return {};
+    }
     return oldestHolder(inodes);
 }
 

@@ -12,25 +12,29 @@ namespace client {
 std::optional<Process> findProcess(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
     std::string text;
-    if (!std::getline(file, text))
+    if (!std::getline(file, text)) {
         return {};
+    }
     // The name, in parentheses, may hold blanks and parentheses of its own.
     const auto nameEnd = text.rfind(')');
-    if (nameEnd == std::string::npos)
+    if (nameEnd == std::string::npos) {
         return {};
+    }
     std::istringstream fields(text.substr(nameEnd + 1));
     std::string state;
     std::string skipped;
     Process process{pid, 0, false};
     fields >> state;
     constexpr int BEFORE_START = 18;
-    for (int i = 0; i < BEFORE_START; ++i)
+    for (int i = 0; i < BEFORE_START; ++i) {
         fields >> skipped;
+    }
     fields >> process.startTicks;
     process.stopped = state == "T" || state == "t";
     const bool ended = state == "Z" || state == "X" || state == "x";
-    if (!fields || ended)
+    if (!fields || ended) {
         return {};
+    }
     return process;
 }
 

@@ -40,8 +40,9 @@ std::vector<std::string> split(const std::string& text, const char* separators) 
     for (;;) {
         const std::size_t end = text.find_first_of(separators, start);
         pieces.push_back(text.substr(start, end - start));
-        if (end == std::string::npos)
+        if (end == std::string::npos) {
             return pieces;
+        }
         start = end + 1;
     }
 }
@@ -49,22 +50,25 @@ std::vector<std::string> split(const std::string& text, const char* separators) 
 std::string parseMask(const std::string& text) {
     const std::string word = lowered(text);
     for (const NamedMask& mask : MASKS) {
-        if (word == mask.name)
+        if (word == mask.name) {
             return mask.word;
+        }
     }
     const std::string digits = word.substr(word.compare(0, 2, "0x") == 0 ? 2 : 0);
     if (digits.empty() || digits.size() > 8 ||
-        digits.find_first_not_of("0123456789abcdef") != std::string::npos)
+        digits.find_first_not_of("0123456789abcdef") != std::string::npos) {
         throw std::invalid_argument("'" + text +
                                     "' is no mask: give a hexadecimal word of at most eight "
                                     "digits, or DISPATCHER, TRACING, ALL or NONE");
+    }
     return digits == "0" ? NO_MASKS : "0x" + digits;
 }
 
 bool isMaskToken(const std::string& token) {
     try {
-        for (const std::string& word : split(token, ","))
+        for (const std::string& word : split(token, ",")) {
             parseMask(word);
+        }
         return true;
     } catch (const std::invalid_argument&) {
         return false;
@@ -77,10 +81,12 @@ std::string parseLevel(const std::string& text) {
     const std::string name = lowered(text);
     for (std::size_t level = 0; level < LEVELS.size(); ++level) {
         std::string digit = std::to_string(level);
-        if (name != LEVELS[level] && name != digit)
+        if (name != LEVELS[level] && name != digit) {
             continue;
-        if (level == 0)
+        }
+        if (level == 0) {
             throw std::invalid_argument("the file cannot set level 0; the lowest is 1, FATAL");
+        }
         return digit;
     }
     const std::string meant = nearest(text, {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "VERBOSE"});
@@ -111,17 +117,20 @@ std::string traceLine(const TraceWish& wish, const std::string& before) {
     std::string toSyslog = "0";
     if (!before.empty()) {
         const std::vector<std::string> tokens = split(before, " \t\r");
-        if (isMaskToken(tokens[2]))
+        if (isMaskToken(tokens[2])) {
             masks = tokens[2];
+        }
         // The splash takes what it cannot read as a switch for "on".
         const bool off =
             !tokens[3].empty() && tokens[3].find_first_not_of('0') == std::string::npos;
         toSyslog = off ? "0" : "1";
     }
-    if (wish.masks)
+    if (wish.masks) {
         masks = *wish.masks;
-    if (wish.toSyslog)
+    }
+    if (wish.toSyslog) {
         toSyslog = *wish.toSyslog ? "1" : "0";
+    }
     return std::string(APPLICATION) + " " + wish.level + " " + masks + " " + toSyslog;
 }
 

@@ -120,17 +120,21 @@ void File::lock() const {
 
 std::string File::read() const {
     struct stat about {};
-    if (fstat(m_fd, &about) != 0)
+    if (fstat(m_fd, &about) != 0) {
         fail(m_path, std::strerror(errno));
-    if (about.st_size > LARGEST)
+    }
+    if (about.st_size > LARGEST) {
         fail(m_path, "too large for a trace configuration; it is left as it is");
+    }
     std::string text(static_cast<std::size_t>(about.st_size), '\0');
     const ssize_t length = pread(m_fd, text.data(), text.size(), 0);
-    if (length < 0)
+    if (length < 0) {
         fail(m_path, std::strerror(errno));
+    }
     text.resize(static_cast<std::size_t>(length));
-    if (text.find('\0') != std::string::npos)
+    if (text.find('\0') != std::string::npos) {
         fail(m_path, "holds zero bytes, so it is no trace configuration; it is left as it is");
+    }
     return text;
 }
 
@@ -138,24 +142,28 @@ std::string File::read() const {
 /// lines in the same write and cut off afterwards: no moment shows a piece of an old line.
 void File::rewrite(const std::string& before, const std::string& after) const {
     std::size_t same = 0;
-    while (same + 1 < after.size() && same < before.size() && before[same] == after[same])
+    while (same + 1 < after.size() && same < before.size() && before[same] == after[same]) {
         ++same;
+    }
     std::string tail = after.substr(same);
-    if (after.size() < before.size())
+    if (after.size() < before.size()) {
         tail.append(before.size() - after.size(), '\n');
+    }
     const ssize_t written = pwrite(m_fd, tail.data(), tail.size(), static_cast<off_t>(same));
     if (written != static_cast<ssize_t>(tail.size())) {
         const std::string why = written < 0 ? std::strerror(errno) : "no room for the whole line";
         if (written >= 0 && after.size() > before.size()) {
             const std::string old = before.substr(same);
             if (pwrite(m_fd, old.data(), old.size(), static_cast<off_t>(same)) < 0 ||
-                ftruncate(m_fd, static_cast<off_t>(before.size())) != 0)
+                ftruncate(m_fd, static_cast<off_t>(before.size())) != 0) {
                 fail(m_path, why + "; it could not be put back");
+            }
         }
         fail(m_path, why);
     }
-    if (after.size() < before.size() && ftruncate(m_fd, static_cast<off_t>(after.size())) != 0)
+    if (after.size() < before.size() && ftruncate(m_fd, static_cast<off_t>(after.size())) != 0) {
         fail(m_path, std::strerror(errno));
+    }
     fsync(m_fd);
 }
 
@@ -168,8 +176,9 @@ struct Line {
 Line findEntry(const std::string& text) {
     for (std::size_t start = 0; start < text.size();) {
         const std::size_t end = std::min(text.find('\n', start), text.size());
-        if (isSplashEntry(text.substr(start, end - start)))
+        if (isSplashEntry(text.substr(start, end - start))) {
             return {start, end};
+        }
         start = end + 1;
     }
     return {text.size(), text.size()};

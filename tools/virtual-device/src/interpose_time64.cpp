@@ -47,8 +47,9 @@ VIRTUAL_DEVICE_EXPORT int __nanosleep64(const Time64* request, Time64* rest) {
     const timespec wanted{static_cast<time_t>(request->seconds), request->nanoseconds};
     timespec left{};
     const int result = nanosleep(&wanted, &left);
-    if (result < 0 && rest != nullptr)
+    if (result < 0 && rest != nullptr) {
         *rest = {left.tv_sec, static_cast<std::int32_t>(left.tv_nsec), 0};
+    }
     return result;
 }
 
