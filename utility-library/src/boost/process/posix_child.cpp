@@ -61,14 +61,20 @@ void posix_child::add_output(int descriptor, detail::file_handle handle) {
 }
 
 postream& posix_child::get_input(int descriptor) const {
-    return descriptor == STDIN_FILENO ? get_stdin() : stream_at(inputs_, descriptor);
+    if (descriptor == STDIN_FILENO) {
+        return get_stdin();
+    }
+    return stream_at(inputs_, descriptor);
 }
 
 pistream& posix_child::get_output(int descriptor) const {
     if (descriptor == STDOUT_FILENO) {
         return get_stdout();
     }
-    return descriptor == STDERR_FILENO ? get_stderr() : stream_at(outputs_, descriptor);
+    if (descriptor == STDERR_FILENO) {
+        return get_stderr();
+    }
+    return stream_at(outputs_, descriptor);
 }
 
 } // namespace boost::process
