@@ -23,6 +23,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+/* C has no nullptr. NOLINTBEGIN(modernize-use-nullptr) */
+
 enum bootlume_result {
     BOOTLUME_SENT = 0,
     /* The splash cannot be reached. */
@@ -270,5 +272,7 @@ static inline enum bootlume_result bootlume_quit(void) {
     const char* const text = "QUIT";
     return bootlume_send_to(bootlume_socket(), &text, 1);
 }
+
+/* NOLINTEND(modernize-use-nullptr) */
 
 #endif
