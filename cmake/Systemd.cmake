@@ -13,6 +13,7 @@ function(package_folder variable module key default)
   set(${variable} ${folder} CACHE STRING "What ${module} calls its ${key}")
 endfunction()
 package_folder(BOOTLUME_UNIT_DIR systemd systemd_system_unit_dir lib/systemd/system)
+package_folder(BOOTLUME_TMPFILES_DIR systemd tmpfilesdir lib/tmpfiles.d)
 package_folder(BOOTLUME_UDEV_DIR udev udevdir lib/udev)
 
 function(install_unit unit)

@@ -144,10 +144,17 @@ def test_every_folder_of_an_installation_can_be_chosen(tmp_path):
     folder = WORK / "folders"
     names = {"BINDIR": "b", "SBINDIR": "s", "DATADIR": "d", "SYSCONFDIR": "/e", "DOCDIR": "o", "INCLUDEDIR": "i"}
     chosen = [f"-DCMAKE_INSTALL_{key}={value}" for key, value in names.items()]
-    cmake(folder, "-DCMAKE_INSTALL_PREFIX=/p", "-DBOOTLUME_UNIT_DIR=/u", "-DBOOTLUME_UDEV_DIR=/v", *chosen)
+    cmake(
+        folder,
+        "-DCMAKE_INSTALL_PREFIX=/p",
+        "-DBOOTLUME_UNIT_DIR=/u",
+        "-DBOOTLUME_UDEV_DIR=/v",
+        "-DBOOTLUME_TMPFILES_DIR=/t",
+        *chosen,
+    )
     tops = {"/".join(name.split("/")[:2]) for name in installed(folder, tmp_path) if name.startswith("p/")}
     assert tops == {"p/b", "p/s", "p/d", "p/o", "p/i"}
-    assert {path.name for path in tmp_path.iterdir()} == {"p", "e", "u", "v"}
+    assert {path.name for path in tmp_path.iterdir()} == {"p", "e", "t", "u", "v"}
     assert "ExecStart=/p/s/bootlume " in (tmp_path / "u/bootlume.service").read_text()
 
 
