@@ -12,7 +12,6 @@ BOOTLUME_BRANCH ?= "main"
 SRC_URI = "git://${BOOTLUME_SOURCE};protocol=file;branch=${BOOTLUME_BRANCH}"
 SRCREV ?= "${AUTOREV}"
 PV .= "+git"
-S ?= "${WORKDIR}/git"
 
 inherit cmake pkgconfig systemd update-rc.d
 
