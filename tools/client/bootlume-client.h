@@ -133,7 +133,7 @@ static inline int bootlume_connect(const char* path) {
         errno = ENAMETOOLONG;
         return -1;
     }
-    strcpy(to.local.sun_path, path);
+    memcpy(to.local.sun_path, path, strlen(path) + 1);
     fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd >= 0 && connect(fd, &to.any, sizeof to.local) != 0) {
         error = errno;

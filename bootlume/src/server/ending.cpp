@@ -28,6 +28,7 @@ void endBySignal(int sig) {
     stopDispatcher();
 }
 
+// By value, as the server hands a command over. NOLINTNEXTLINE(performance-unnecessary-value-param)
 void CommandHandler::operator()(std::string message) const {
     if (message == "QUIT") {
         TRACE(Trace::LEVEL_DEBUG, "End splash-screen over socket command.");
