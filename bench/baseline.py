@@ -18,6 +18,7 @@ PACKAGES = (
     "libfontconfig1",
     "libexpat1",
     "fonts-dejavu-core",
+    "fonts-liberation",
     "fonts-droid-fallback",
     "valgrind",
     "g++-12",

@@ -101,7 +101,6 @@ def frames(programs, pool):
             "",
             BARE,
             bare.allocations,
-            0.0,
             difference=True,
             counted=True,
         ), None
