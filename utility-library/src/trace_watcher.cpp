@@ -11,14 +11,17 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 namespace Trace {
 
 namespace {
 
 constexpr int POLL_PERIOD_MS = 100;
+constexpr std::chrono::milliseconds PAUSE_AFTER_FAILURE(1);
 
 /// Reads the event that is pending, and tells whether the file was modified.
 bool readModification(int notifyFd) {
@@ -62,6 +65,8 @@ bool TraceWatcher::awaitModification(int notifyFd) const {
     if (poll(waits, 2, POLL_PERIOD_MS) < 0) {
         const ValueFormat reason(0, "poll failed: %s", strerror(errno));
         TRACE(LEVEL_ERROR, reason);
+        // A lasting failure must not take the processor.
+        std::this_thread::sleep_for(PAUSE_AFTER_FAILURE);
         return false;
     }
     return (waits[0].revents & POLLIN) != 0 && readModification(notifyFd);

@@ -205,6 +205,16 @@ TEST_F(ATraceWatcher, TellsOfAPollThatFailsAndGoesOn) {
     EXPECT_THAT(tracesOf(probe.output()), ElementsAre(line, line));
 }
 
+TEST_F(ATraceWatcher, BreathesWhileItsPollFails) {
+    TraceProbe probe(file.path());
+    start(probe);
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_EQ(probe.ask("fail-polls 500"), "ok");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(495))
+        << "about a millisecond between two";
+    EXPECT_EQ(probe.end(), 0);
+}
+
 TEST_F(ATraceWatcher, KeepsItsConfigurationWhereTheFileMayNoLongerBeRead) {
     file.write(VERBOSE_TRACING);
     TraceProbe probe(file.path());
