@@ -129,7 +129,7 @@ def operations(programs, pool):
         "instructions",
         "spdlog",
         cost["written_line_spdlog"],
-        2.0,
+        2.1,  # some instructions come and go with what the logger's thread does
         counted=True,
     ), None
     # Without a limit: how often the two threads wait for each other is not the same in two runs.
