@@ -13,7 +13,16 @@ from pathlib import Path
 
 import pytest
 
-from desk import SOCKET, end_by_signal, is_dispatching, listens, sanitizer_runtimes, wait_until, wait_until_running
+from desk import (
+    SOCKET,
+    end_by_signal,
+    fill_pipe,
+    is_dispatching,
+    listens,
+    sanitizer_runtimes,
+    wait_until,
+    wait_until_running,
+)
 from desk.lines import ENDING, OWN_LINES, SERVER, lines_of, traced
 
 LONG = bool(os.environ.get("BOOTLUME_LONG"))
@@ -106,15 +115,6 @@ def test_a_reader_that_goes_is_not_missed_where_sigpipe_is_ignored(desk):
     turns_on(splash)
     assert splash.quit() == 0
     assert splash.stderr == ""
-
-
-def fill_pipe(writer):
-    os.set_blocking(writer, False)
-    try:
-        while True:
-            os.write(writer, b"x" * 4096)
-    except BlockingIOError:
-        os.set_blocking(writer, True)
 
 
 def writes_to_standard_output(splash):

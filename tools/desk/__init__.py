@@ -28,7 +28,7 @@ from .splash import (
     wait_until_running,
 )
 from .trace import TraceLine, parse_trace
-from .waiting import DEADLINE, Late, wait_until
+from .waiting import DEADLINE, Late, fill_pipe, wait_until
 
 __all__ = [
     "BUILD",
@@ -50,6 +50,7 @@ __all__ = [
     "Splash",
     "TraceLine",
     "end_by_signal",
+    "fill_pipe",
     "handles_signals",
     "is_dispatching",
     "listens",

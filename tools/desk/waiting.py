@@ -21,3 +21,13 @@ def wait_until(look, what, deadline=None):
         if time.monotonic() > end:
             raise Late(f"waited in vain for {what}")
         time.sleep(POLL)
+
+
+def fill_pipe(writer):
+    """Whoever writes into the pipe from now on waits until somebody reads."""
+    os.set_blocking(writer, False)
+    try:
+        while True:
+            os.write(writer, b"x" * 4096)
+    except BlockingIOError:
+        os.set_blocking(writer, True)

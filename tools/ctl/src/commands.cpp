@@ -13,16 +13,6 @@ using client::SplashSocket;
 
 constexpr std::chrono::milliseconds TEXT_PATIENCE{5000};
 
-int notGone(const SplashSocket& socket) {
-    const std::string what = "the splash has not gone in time";
-    if (socket.probe() == BOOTLUME_NO_SPLASH) {
-        return complain(what + ": it has closed its socket and waits for the display; a longer "
-                               "--timeout may do",
-                        EXIT_TIMED_OUT);
-    }
-    return doesNotAnswer(socket, what);
-}
-
 } // namespace
 
 int quit(const Places& places, const QuitOptions& options) {
@@ -43,7 +33,7 @@ int quit(const Places& places, const QuitOptions& options) {
     case client::QuitResult::NONE_CAME:
         return complain("no splash came up in time at " + socket.path(), EXIT_NO_SPLASH);
     case client::QuitResult::TIMED_OUT:
-        return notGone(socket);
+        return doesNotAnswer(socket, "the splash has not gone in time");
     default:
         return cannotReach(socket);
     }

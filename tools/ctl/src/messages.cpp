@@ -1,6 +1,7 @@
 #include "messages.h"
 
 #include "bound_socket.h"
+#include "closing_splash.h"
 #include "splash_socket.h"
 
 #include <grp.h>
@@ -67,20 +68,23 @@ int cannotReach(const SplashSocket& socket) {
 }
 
 int doesNotAnswer(const SplashSocket& socket, const std::string& what) {
-    const std::optional<client::Process> process = client::findHolder(socket.path());
+    const bool closed = socket.probe() == BOOTLUME_NO_SPLASH;
+    const std::optional<client::Process> process =
+        closed ? client::findClosing(socket.path()) : client::findHolder(socket.path());
     if (!process) {
-        return complain(what + ": its process belongs to another user; root sees more",
+        return complain(what + (closed ? ": it has closed its socket; try again"
+                                       : ": its process belongs to another user; root sees more"),
                         EXIT_TIMED_OUT);
     }
     const std::string pid = std::to_string(process->pid);
+    std::string how = "is there; bootlume-troubleshooting(7) says what to look at";
     if (process->stopped) {
-        return complain(what + ": process " + pid + " is stopped; 'kill -CONT " + pid +
-                            "' lets it go on",
-                        EXIT_TIMED_OUT);
+        how = "is stopped; 'kill -CONT " + pid + "' lets it go on";
+    } else if (closed) {
+        how = "is there without a socket: it waits for the display, or could not make one; 'kill " +
+              pid + "' ends it at once";
     }
-    return complain(what + ": process " + pid +
-                        " is there; bootlume-troubleshooting(7) says what to look at",
-                    EXIT_TIMED_OUT);
+    return complain(what + ": process " + pid + " " + how, EXIT_TIMED_OUT);
 }
 
 } // namespace ctl

@@ -1,6 +1,7 @@
 #include "quit.h"
 
 #include "bound_socket.h"
+#include "closing_splash.h"
 #include "splash_socket.h"
 
 #include <optional>
@@ -71,6 +72,20 @@ bool isStillAt(const std::string& path, const std::optional<Process>& splash) {
     return holder && holder->pid == splash->pid;
 }
 
+/// Waits for the end of a splash that serves no socket; nothing if it serves one after all.
+std::optional<QuitResult> awaitEnd(const Process& splash, const SplashSocket& socket,
+                                   const Patience& patience) {
+    while (isAlive(splash)) {
+        if (canBeReached(socket.probe()) && isStillAt(socket.path(), splash)) {
+            return {};
+        }
+        if (const auto end = patience.sleep(WAIT_FOR_SPLASH)) {
+            return *end;
+        }
+    }
+    return QuitResult::GONE;
+}
+
 /// False if sending is refused for good.
 bool sendQuit(const SplashSocket& socket) {
     const bootlume_result result = socket.send("QUIT");
@@ -81,6 +96,12 @@ bool sendQuit(const SplashSocket& socket) {
 
 QuitResult quitSplash(const SplashSocket& socket, const QuitRequest& request) {
     const Patience patience(request);
+    if (socket.probe() == BOOTLUME_NO_SPLASH) {
+        const std::optional<Process> closing = findClosing(socket.path());
+        if (const auto end = closing ? awaitEnd(*closing, socket, patience) : std::nullopt) {
+            return *end;
+        }
+    }
     if (const auto end = awaitSplash(socket, patience, request.waitForSplash)) {
         return *end;
     }

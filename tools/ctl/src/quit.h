@@ -27,7 +27,7 @@ enum class QuitResult {
 };
 
 /// Sends "QUIT" until the splash that answers now has gone: one that has only just been started may
-/// lose the first. Blocks.
+/// lose the first. One that has closed its socket already is only waited for. Blocks.
 QuitResult quitSplash(const SplashSocket& socket, const QuitRequest& request);
 
 } // namespace client

@@ -1,6 +1,7 @@
 #include "commands.h"
 
 #include "bound_socket.h"
+#include "closing_splash.h"
 #include "splash_socket.h"
 
 #include <nlohmann/json.hpp>
@@ -23,6 +24,9 @@ struct State {
 
 State look(const SplashSocket& socket) {
     const bootlume_result answer = socket.probe();
+    if (answer == BOOTLUME_NO_SPLASH) {
+        return {answer, client::findClosing(socket.path())};
+    }
     if (answer != BOOTLUME_SENT && answer != BOOTLUME_BUSY) {
         return {answer, {}};
     }
@@ -31,6 +35,12 @@ State look(const SplashSocket& socket) {
 
 bool isStopped(const State& state) {
     return state.process && state.process->stopped;
+}
+
+/// It is there, and takes no commands.
+bool isDeaf(const State& state) {
+    return isStopped(state) || state.answer == BOOTLUME_BUSY ||
+           (state.process && state.answer == BOOTLUME_NO_SPLASH);
 }
 
 std::string startOf(double ageSeconds) {
@@ -52,7 +62,7 @@ const char* wordFor(const State& state) {
     case BOOTLUME_BUSY:
         return "busy";
     case BOOTLUME_NO_SPLASH:
-        return "none";
+        return state.process ? "closed" : "none";
     case BOOTLUME_FORBIDDEN:
         return "forbidden";
     case BOOTLUME_NOT_SPLASH:
@@ -92,7 +102,7 @@ int status(const Places& places, bool asJson) {
     if (asJson) {
         std::cout << jsonOf(socket, state) << '\n';
     }
-    if (isStopped(state) || state.answer == BOOTLUME_BUSY) {
+    if (isDeaf(state)) {
         return doesNotAnswer(socket, "the splash at " + socket.path() + " does not answer");
     }
     if (state.answer != BOOTLUME_SENT) {

@@ -6,11 +6,12 @@ import socket
 import subprocess
 import sys
 import threading
+from pathlib import Path
 
 import pytest
 
 from ctl_desk import SECONDS, advice, stopped, wait_for_answer
-from desk import BUILD, Desk, SOCKET, wait_until
+from desk import BUILD, SOCKET, Desk, fill_pipe, listens, wait_until, wait_until_running
 
 
 def test_the_splash_has_gone_when_it_returns(desk, ctl):
@@ -92,17 +93,47 @@ def test_one_that_is_stopped_is_named_and_how_to_go_on(desk, ctl):
     assert splash.wait() == 0
 
 
-def test_a_splash_that_does_not_go_is_reported(desk, ctl):
-    splash = desk.start(faults="VIDIOC_DQBUF@3=block")
-    wait_for_answer(splash)
-    splash.wait_for_record(lambda r: r["kind"] == "fault", "the blocked display")
-    done = ctl("quit", "--timeout", "2")
+@pytest.fixture
+def closed(desk):
+    """A splash that has closed its socket and does not go: its display is stuck, and nobody reads what it says of that.
+    let_go() ends both."""
+    reader, writer = os.pipe()
+    splash = wait_until_running(desk.start(faults="VIDIOC_DQBUF@10=hold", stdout=writer))
+    splash.wait_for_record(lambda r: r["kind"] == "fault", "the stuck display")
+    fill_pipe(writer)
+    os.close(writer)
+    splash.send("QUIT")
+    wait_until(lambda: not listens(desk.path(SOCKET)), "the socket to be closed")
+
+    def let_go():
+        desk.go_on()
+        os.read(reader, 65536)
+
+    splash.let_go = let_go
+    yield splash
+    os.close(reader)
+
+
+WAYS = [[], ["--wait"], ["--if-running"]]
+
+
+@pytest.mark.parametrize("way", WAYS)
+def test_a_splash_that_has_closed_its_socket_and_does_not_go_is_reported(closed, ctl, way):
+    done = ctl("quit", *way, "--timeout", "0.3")
     assert done.returncode == 4
     assert done.stderr == (
-        "bootlumectl: the splash has not gone in time: it has closed its socket and "
-        "waits for the display; a longer --timeout may do\n"
+        f"bootlumectl: the splash has not gone in time: process {closed.pid} is there without a socket: it waits for "
+        f"the display, or could not make one; 'kill {closed.pid}' ends it at once\n"
     )
 
+
+@pytest.mark.parametrize("way", WAYS)
+def test_a_splash_that_has_closed_its_socket_is_waited_for(closed, desk, way):
+    client = subprocess.Popen([BUILD / "bin/bootlumectl", "--root", desk.root, "quit", *way])
+    wait_until(lambda: "nanosleep" in Path(f"/proc/{client.pid}/wchan").read_text(), "the client to wait")
+    closed.let_go()
+    assert client.wait(SECONDS) == 0
+    assert closed.process.poll() == 0
 
 def test_it_ends_only_the_splash_that_was_there(desk, ctl):
     first = desk.start(faults="VIDIOC_DQBUF@10=block:700")
@@ -114,7 +145,7 @@ def test_it_ends_only_the_splash_that_was_there(desk, ctl):
     # The first one is on its way out; another takes its path.
     path = desk.path(SOCKET)
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as second:
-        wait_until(lambda: ctl("status").returncode == 3, "the first one's socket to be closed")
+        wait_until(lambda: not listens(path), "the first one's socket to be closed")
         path.unlink()
         second.bind(str(path))
         second.setblocking(False)
