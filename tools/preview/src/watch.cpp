@@ -8,7 +8,9 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
@@ -36,17 +38,20 @@ public:
     /// Waits until the file has been saved, and takes all that happened meanwhile for one time.
     void waitFor(const std::string& name) const {
         for (bool saved = false; !saved || wait(0);) {
-            wait(-1);
-            saved = take(name) || saved;
+            saved = (wait(-1) && take(name)) || saved;
         }
     }
 
 private:
+    /// Ends, as a signal would, once nobody reads the reports any more.
     bool wait(int milliseconds) const {
-        pollfd ready{m_fd, POLLIN, 0};
-        const int count = poll(&ready, 1, milliseconds);
+        pollfd ready[2] = {{m_fd, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+        poll(ready, 2, milliseconds);
         throwIfInterrupted();
-        return count > 0;
+        if ((ready[1].revents & POLLERR) != 0) {
+            throw Interrupted(SIGPIPE);
+        }
+        return ready[0].revents != 0;
     }
 
     /// Whether the file is among those that the next events tell of.

@@ -150,3 +150,9 @@ def test_watching_goes_on_while_a_catalogue_cannot_be_read_and_ends_by_a_signal(
     assert next_verdict(watching) == "2 pages: good\n"
     watching.send_signal(signal.SIGINT)
     assert watching.wait(SECONDS) == -signal.SIGINT
+
+
+def test_watching_ends_when_nobody_reads_the_reports(watching):
+    assert next_verdict(watching) == "1 page: good\n"
+    watching.stdout.close()
+    assert watching.wait(SECONDS) == -signal.SIGPIPE
