@@ -32,7 +32,7 @@ article[hidden] { display: none; }
 h2 { font-size: 0.9rem; margin: 0; display: flex; justify-content: space-between; }
 .page { position: relative; }
 .page img { display: block; width: 100%; height: auto; outline: 1px solid #c7c9cf; }
-.mark { position: absolute; box-sizing: border-box; border: 2px solid; }
+.mark { position: absolute; outline: 2px solid; }
 .good { color: #19703a; }
 .error { color: #b3151b; }
 .warning { color: #8f5200; }

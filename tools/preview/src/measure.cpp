@@ -48,17 +48,6 @@ void addOnce(std::vector<std::string>& characters, const std::string& character)
     }
 }
 
-bool hasGlyph(cairo_t* cr, const std::string& character) {
-    cairo_glyph_t* glyphs = nullptr;
-    int count = 0;
-    const cairo_status_t status = cairo_scaled_font_text_to_glyphs(
-        cairo_get_scaled_font(cr), 0, 0, character.data(), static_cast<int>(character.size()),
-        &glyphs, &count, nullptr, nullptr, nullptr);
-    const bool has = status == CAIRO_STATUS_SUCCESS && count > 0 && glyphs[0].index != 0;
-    cairo_glyph_free(glyphs);
-    return has;
-}
-
 void lookAtCharacters(cairo_t* cr, const Run& run, MeasuredText& measured) {
     select(cr, run);
     for (const std::string& character : charactersOf(run.text)) {
@@ -130,6 +119,17 @@ MeasuredText measure(cairo_t* cr, const std::vector<Run>& runs, const PageRecord
 }
 
 } // namespace
+
+bool hasGlyph(cairo_t* cr, const std::string& character) {
+    cairo_glyph_t* glyphs = nullptr;
+    int count = 0;
+    const cairo_status_t status = cairo_scaled_font_text_to_glyphs(
+        cairo_get_scaled_font(cr), 0, 0, character.data(), static_cast<int>(character.size()),
+        &glyphs, &count, nullptr, nullptr, nullptr);
+    const bool has = status == CAIRO_STATUS_SUCCESS && count > 0 && glyphs[0].index != 0;
+    cairo_glyph_free(glyphs);
+    return has;
+}
 
 std::vector<MeasuredText> measurePage(const PageRecord& page) {
     // The same kind of surface as the page's: it decides how glyphs are placed.

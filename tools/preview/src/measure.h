@@ -4,6 +4,8 @@
 
 #include "page_record.h"
 
+#include <cairo.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,6 +33,9 @@ struct MeasuredText {
     std::string font;                  ///< the family asked for in which they are missing
     std::vector<std::string> unhidden; ///< characters that should not show, and do
 };
+
+/// Whether the font that is selected has the character.
+bool hasGlyph(cairo_t* cr, const std::string& character);
 
 /// The title first, then the lines.
 std::vector<MeasuredText> measurePage(const PageRecord& page);

@@ -1,7 +1,9 @@
 #include "sheet.h"
 
+#include "fonts.h"
 #include "picture.h"
 #include "report.h"
+#include "script.h"
 
 #include <algorithm>
 #include <cmath>
@@ -47,20 +49,44 @@ void setColour(cairo_t* cr, const Colour& colour, double alpha = 1) {
     cairo_set_source_rgba(cr, colour.red, colour.green, colour.blue, alpha);
 }
 
-void write(cairo_t* cr, double x, double y, double size, const std::string& text, bool bold) {
-    cairo_select_font_face(cr, FAMILY, CAIRO_FONT_SLANT_NORMAL,
-                           bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
-    cairo_set_font_size(cr, size);
-    cairo_move_to(cr, x, y);
-    cairo_show_text(cr, text.c_str());
+/// False if there is no font for the character.
+bool selectFontFor(cairo_t* cr, const std::string& character, bool bold) {
+    for (const char* const family : {FAMILY, CHINESE_FAMILY}) {
+        cairo_select_font_face(cr, family, CAIRO_FONT_SLANT_NORMAL,
+                               bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
+        if (hasGlyph(cr, character)) {
+            return true;
+        }
+    }
+    return false;
 }
 
-void writeRight(cairo_t* cr, double right, double y, double size, const std::string& text) {
-    cairo_select_font_face(cr, FAMILY, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+/// How wide the text is. A character that no font has is left out: it would be a box like the one
+/// that is complained about.
+double setText(cairo_t* cr, double size, const std::string& text, bool bold, bool draw) {
+    double width = 0;
     cairo_set_font_size(cr, size);
-    cairo_text_extents_t extents;
-    cairo_text_extents(cr, text.c_str(), &extents);
-    write(cr, right - extents.x_advance, y, size, text, false);
+    for (const std::string& character : charactersOf(text)) {
+        if (!selectFontFor(cr, character, bold)) {
+            continue;
+        }
+        cairo_text_extents_t extents;
+        cairo_text_extents(cr, character.c_str(), &extents);
+        width += extents.x_advance;
+        if (draw) {
+            cairo_show_text(cr, character.c_str());
+        }
+    }
+    return width;
+}
+
+double widthOf(cairo_t* cr, double size, const std::string& text) {
+    return setText(cr, size, text, false, false);
+}
+
+void write(cairo_t* cr, double x, double y, double size, const std::string& text, bool bold) {
+    cairo_move_to(cr, x, y);
+    setText(cr, size, text, bold, true);
 }
 
 /// Marks the part of the box that is on the page; what lies outside leaves a bar at the edge.
@@ -117,17 +143,13 @@ void drawPage(cairo_t* cr, const CheckedPage& checked) {
 
 /// The findings in rows as wide as a page.
 std::vector<std::string> notesOf(cairo_t* cr, const CheckedPage& checked) {
-    cairo_select_font_face(cr, FAMILY, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
-    cairo_set_font_size(cr, NOTE_SIZE);
     std::vector<std::string> rows;
     for (const Finding& finding : checked.findings) {
         rows.emplace_back();
         std::istringstream words(finding.what);
         for (std::string word; words >> word;) {
             const std::string longer = rows.back() + (rows.back().empty() ? "" : " ") + word;
-            cairo_text_extents_t extents;
-            cairo_text_extents(cr, longer.c_str(), &extents);
-            if (extents.x_advance <= CELL_WIDTH || rows.back().empty()) {
+            if (widthOf(cr, NOTE_SIZE, longer) <= CELL_WIDTH || rows.back().empty()) {
                 rows.back() = longer;
             } else {
                 rows.push_back("  " + word);
@@ -142,13 +164,14 @@ std::vector<std::string> notesOf(cairo_t* cr, const CheckedPage& checked) {
 }
 
 void drawCaption(cairo_t* cr, const CheckedPage& checked) {
+    constexpr double VERDICT_SIZE = 12;
     setColour(cr, INK);
     write(cr, 0, -9, 13, checked.page.language, true);
     setColour(cr, colourOf(checked, GOOD));
-    writeRight(cr, CELL_WIDTH, -9, 12,
-               "row " + std::to_string(checked.page.row) + ": " +
-                   verdictOn(countFindings(checked, Severity::ERROR),
-                             countFindings(checked, Severity::WARNING)));
+    const std::string verdict = "row " + std::to_string(checked.page.row) + ": " +
+                                verdictOn(countFindings(checked, Severity::ERROR),
+                                          countFindings(checked, Severity::WARNING));
+    write(cr, CELL_WIDTH - widthOf(cr, VERDICT_SIZE, verdict), -9, VERDICT_SIZE, verdict, false);
     double y = CELL_HEIGHT + NOTE;
     for (const std::string& note : notesOf(cr, checked)) {
         write(cr, 0, y, NOTE_SIZE, note, false);
