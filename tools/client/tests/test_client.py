@@ -11,7 +11,7 @@ from pathlib import Path
 import pytest
 
 from ctl_desk import SECONDS, full, stopped
-from desk import BUILD, SOCKET, SOURCE, wait_until_running
+from desk import SOCKET, SOURCE, wait_until_running
 
 CLIENT = SOURCE / "tools/client"
 HERE = Path(__file__).resolve().parent
@@ -217,12 +217,7 @@ def test_the_header_the_module_and_the_client_refuse_alike(desk, call, ctl, boot
             assert said != "sent" != verdict(bootlume, title, lines), (title, lines)
     for title, lines in texts[::7]:
         raw = [text.encode(errors="surrogatepass") for text in (title, lines)]
-        done = subprocess.run(
-            [BUILD / "bin/bootlumectl", "--root", desk.root, "text", "--", *raw],
-            capture_output=True,
-            text=True,
-            check=False,
-        )
+        done = ctl("text", "--", *raw)
         said = call("check", *raw)
         assert (done.returncode, done.stderr) == (
             (0, "") if said == "sent" else (2, f"bootlumectl: not sent: {said}\n")

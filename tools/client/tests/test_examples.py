@@ -77,9 +77,8 @@ def test_an_example_reaches_a_splash_that_answers(desk, example):
 
 
 def test_an_example_goes_on_without_a_splash(example):
-    done, took = example()
-    assert done.returncode == 0
-    assert took < 2
+    done, _ = example()
+    assert done.returncode == 0  # it is 1 if the example has waited in vain
 
 
 def test_an_example_does_not_hang_with_a_stopped_splash(desk, example):
@@ -147,6 +146,12 @@ def test_the_qt_example_goes_on_with_a_stopped_splash(desk, request):
         tick = request.getfixturevalue("qt_example")
         tick(60)  # later than its last try
     assert splash.wait() == 0
+
+
+def test_the_qt_example_goes_on_with_a_full_queue(desk, request):
+    with full(desk):
+        tick = request.getfixturevalue("qt_example")
+        tick(60)
 
 
 def test_the_qt_example_goes_on_without_a_splash(qt_example):

@@ -21,10 +21,10 @@ def desk():
 
 @pytest.fixture
 def ctl(desk):
-    """Runs bootlumectl on the desk; the finished process with its texts."""
+    """Runs bootlumectl on the desk; the finished process with its texts. `prefix`: words before the program."""
 
-    def run(*arguments, **options):
-        command = [BUILD / "bin/bootlumectl", "--root", desk.root, *map(str, arguments)]
+    def run(*arguments, prefix=(), **options):
+        command = [*prefix, BUILD / "bin/bootlumectl", "--root", desk.root, *arguments]
         return subprocess.run(command, capture_output=True, text=True, timeout=SECONDS, check=False, **options)
 
     return run
@@ -43,6 +43,11 @@ def advice(desk):
         f"bootlumectl: no splash answers at {desk.path(SOCKET)}; 'systemctl status "
         "bootlume.service' says whether one was started\n"
     )
+
+
+def injecting(desk, fault):
+    """Words before a program: a call of it fails, as strace takes that."""
+    return ["strace", "-qq", "-o", desk.root / "strace", "-e", f"inject={fault}"]
 
 
 @contextlib.contextmanager

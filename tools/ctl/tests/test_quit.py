@@ -135,6 +135,7 @@ def test_a_splash_that_has_closed_its_socket_is_waited_for(closed, desk, way):
     assert client.wait(SECONDS) == 0
     assert closed.process.poll() == 0
 
+
 def test_it_ends_only_the_splash_that_was_there(desk, ctl):
     first = desk.start(faults="VIDIOC_DQBUF@10=block:700")
     wait_for_answer(first)

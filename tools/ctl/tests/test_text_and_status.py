@@ -5,13 +5,12 @@ import json
 import os
 import re
 import socket
-import subprocess
 import time
 
 import pytest
 
-from ctl_desk import advice, full, stopped, wait_for_answer
-from desk import BUILD, DEADLINE, SOCKET
+from ctl_desk import advice, full, injecting, stopped, wait_for_answer
+from desk import DEADLINE, SOCKET
 
 REFUSED = [
     (["A;B", "line"], "the title holds a semicolon"),
@@ -46,13 +45,8 @@ def splash(desk):
 
 
 @pytest.mark.parametrize("arguments,reason", REFUSED)
-def test_what_the_socket_cannot_carry_is_refused(desk, splash, arguments, reason):
-    done = subprocess.run(
-        [str(BUILD / "bin/bootlumectl"), "--root", str(desk.root), "text", *arguments],
-        capture_output=True,
-        text=True,
-        check=False,
-    )
+def test_what_the_socket_cannot_carry_is_refused(ctl, splash, arguments, reason):
+    done = ctl("text", *arguments)
     assert done.returncode == 2
     assert done.stderr.startswith("bootlumectl: not sent: ") and reason in done.stderr
     assert splash.quit() == 0
@@ -87,30 +81,12 @@ def test_a_text_of_150000_bytes_arrives_whole(desk, ctl):
     assert not splash.trace("Wrong message format")
 
 
-def test_a_text_too_long_for_one_message_is_refused(desk, splash):
+def test_a_text_too_long_for_one_message_is_refused(desk, splash, ctl):
     # How much a message may hold is the system's setting; here it refuses whatever it is.
-    done = subprocess.run(
-        [
-            "strace",
-            "-qq",
-            "-o",
-            desk.root / "strace",
-            "-e",
-            "inject=sendmsg:error=EMSGSIZE",
-            BUILD / "bin/bootlumectl",
-            "--root",
-            desk.root,
-            "text",
-            "Title",
-            "x" * 100,
-        ],
-        capture_output=True,
-        text=True,
-        check=False,
-    )
+    done = ctl("text", "Title", "x" * 100, prefix=injecting(desk, "sendmsg:error=EMSGSIZE"))
     assert done.returncode == 2
     assert done.stderr == (
-        "bootlumectl: not sent: the text has 106 bytes, more than this system " "sends in one message\n"
+        "bootlumectl: not sent: the text has 106 bytes, more than this system sends in one message\n"
     )
 
 

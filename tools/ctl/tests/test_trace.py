@@ -11,7 +11,7 @@ from pathlib import Path
 
 import pytest
 
-from ctl_desk import SECONDS
+from ctl_desk import SECONDS, injecting
 from desk import BUILD, TRACE_CONFIG, wait_until
 
 OTHERS = "# levels\nOther 4 0 1\n\nbootlume-helper 3 80002 0\n"
@@ -271,56 +271,21 @@ def test_a_splash_follows_there_and_back(desk, for_a_while):
     assert splash.quit() == 0
 
 
-def test_a_full_disk_leaves_the_entries_as_they_were(desk):
+def test_a_full_disk_leaves_the_entries_as_they_were(desk, ctl):
     before = "bootlume 4 0 0\nother 1 0 0\n"
     desk.write(TRACE_CONFIG, before)
-    done = subprocess.run(
-        [
-            "bash",
-            "-c",
-            'ulimit -f 0; trap "" XFSZ; exec "$@"',
-            "-",
-            BUILD / "bin/bootlumectl",
-            "--root",
-            desk.root,
-            "trace",
-            "5",
-            "--mask",
-            "80002,80004",
-        ],
-        capture_output=True,
-        text=True,
-        check=False,
-    )
+    limit = ["bash", "-c", 'ulimit -f 0; trap "" XFSZ; exec "$@"', "-"]
+    done = ctl("trace", "5", "--mask", "80002,80004", prefix=limit)
     assert done.returncode == 1
     assert "File too large" in done.stderr
     assert config(desk).read_text() == before
 
 
-def test_a_file_that_gets_shorter_never_ends_in_a_piece_of_an_old_line(desk):
+def test_a_file_that_gets_shorter_never_ends_in_a_piece_of_an_old_line(desk, ctl):
     """Caught in the moment between the write and the cut: what is left over is empty lines."""
     before = "bootlume 6 0x80002,0x80004 0\nother 1 0 0\nxbootlume 6 0 1\n"
     desk.write(TRACE_CONFIG, before)
-    done = subprocess.run(
-        [
-            "strace",
-            "-qq",
-            "-o",
-            desk.root / "strace",
-            "-e",
-            "inject=ftruncate:error=EIO",
-            BUILD / "bin/bootlumectl",
-            "--root",
-            desk.root,
-            "trace",
-            "5",
-            "--mask",
-            "NONE",
-        ],
-        capture_output=True,
-        text=True,
-        check=False,
-    )
+    done = ctl("trace", "5", "--mask", "NONE", prefix=injecting(desk, "ftruncate:error=EIO"))
     assert done.returncode == 1
     after = "bootlume 5 0 0\nother 1 0 0\nxbootlume 6 0 1\n"
     assert config(desk).read_text() == after.ljust(len(before), "\n")

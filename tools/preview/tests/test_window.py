@@ -120,14 +120,17 @@ class Shown:
         self.id = None
         self.hint = None
 
-    def wait_for_page(self):
-        wait_until(self._is_there, "the window")
+    def wait_for_window(self):
+        """The window library may open a passing window first; the preview speaks once there is the one that stays."""
         self.hint = self.process.stdout.readline()
+        wait_until(self._is_there, "the window")
+
+    def wait_for_page(self):
+        self.wait_for_window()
         divider = (150, 240)
         wait_until(lambda: self.page()[divider] != self.page()[0, 0] == 0xFFFF, "the page")
 
     def _is_there(self):
-        """The first window of a program may be a passing one: only what has a place counts."""
         self.id = self.display.tool("search", "--name", "bootlume preview").stdout.strip()
         return self.id and "X" in self._place()
 
@@ -320,7 +323,7 @@ def test_on_a_small_display_the_whole_page_is_shown_smaller(tmp_path, scratch):
     display = Display(folder, "800x480")
     shown = Shown(display, scratch, tmp_path, *TEXTS)
     try:
-        wait_until(shown._is_there, "the window")
+        shown.wait_for_window()
 
         def lines():
             """Where something dark lies, as parts of the window's height."""
