@@ -6,39 +6,44 @@
 
 namespace virtual_device {
 
-BufferMemory::BufferMemory(std::uint64_t bytes)
-    : m_fd(keepOwnDescriptor(memfd_create("virtual-device", MFD_CLOEXEC))), m_bytes(bytes) {
+bool BufferQueue::makeMemory(std::uint64_t bytes) {
+    m_fd = keepOwnDescriptor(memfd_create("virtual-device", MFD_CLOEXEC));
     if (m_fd < 0 || ftruncate64(m_fd, off64_t(bytes)) != 0) {
-        return;
+        return false;
     }
     void* start = real().mmap(nullptr, std::size_t(bytes), PROT_READ, MAP_SHARED, m_fd, 0);
-    if (start != MAP_FAILED) {
-        m_start = static_cast<unsigned char*>(start);
+    if (start == MAP_FAILED) {
+        return false;
     }
+    m_start = static_cast<unsigned char*>(start);
+    return true;
 }
 
-BufferMemory::~BufferMemory() {
+void BufferQueue::freeMemory() {
     if (m_start != nullptr) {
-        real().munmap(m_start, std::size_t(m_bytes));
+        real().munmap(m_start, std::size_t(m_stride * count()));
+        m_start = nullptr;
     }
-    closeOwnDescriptor(m_fd);
+    if (m_fd >= 0) {
+        real().close(m_fd);
+        m_fd = -1;
+    }
 }
 
 int BufferQueue::allocate(std::uint32_t count, std::uint32_t bytes) {
     cancel();
+    freeMemory();
     m_buffers.clear();
-    m_memory.reset();
     if (count == 0) {
         return 0;
     }
     const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
     m_bufferBytes = bytes;
     m_stride = (bytes + page - 1) / page * page;
-    auto memory = std::make_shared<BufferMemory>(m_stride * count);
-    if (!memory->valid()) {
+    if (!makeMemory(m_stride * count)) {
+        freeMemory();
         return ENOMEM;
     }
-    m_memory = std::move(memory);
     m_buffers.resize(count);
     return 0;
 }
@@ -54,9 +59,6 @@ void BufferQueue::describe(std::uint32_t index, v4l2_buffer& buffer) const {
     }
     if (from.state == State::RELEASED) {
         buffer.flags |= V4L2_BUF_FLAG_DONE;
-    }
-    if (from.mappings > 0) {
-        buffer.flags |= V4L2_BUF_FLAG_MAPPED;
     }
     buffer.field = V4L2_FIELD_NONE;
     buffer.timestamp = from.shown;
@@ -130,24 +132,13 @@ void BufferQueue::cancel() {
     m_sequence = 0;
 }
 
-bool BufferQueue::findOffset(std::uint64_t offset, std::uint32_t& index) const {
-    if (count() == 0 || offset % m_stride != 0 || offset / m_stride >= count()) {
-        return false;
-    }
-    index = static_cast<std::uint32_t>(offset / m_stride);
-    return true;
-}
-
-void BufferQueue::countMapping(std::uint32_t index, bool added) {
-    if (added) {
-        ++m_buffers[index].mappings;
-    } else {
-        --m_buffers[index].mappings;
-    }
+bool BufferQueue::isBuffer(std::uint64_t offset, std::size_t bytes) const {
+    return count() > 0 && offset % m_stride == 0 && offset / m_stride < count() &&
+           bytes <= m_stride;
 }
 
 const unsigned char* BufferQueue::pixels(std::uint32_t index) const {
-    return m_memory->start() + index * m_stride;
+    return m_start + index * m_stride;
 }
 
 } // namespace virtual_device

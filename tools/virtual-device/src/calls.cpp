@@ -21,31 +21,17 @@ int finish(Record& record, int result, int error) {
     return error != 0 ? -1 : result;
 }
 
-/// A descriptor that looks like a character device and carries O_NONBLOCK as the device's would.
+/// A descriptor that looks like a character device.
 int openStandIn(int flags, int& fd) {
-    constexpr int kept = O_ACCMODE | O_NONBLOCK | O_CLOEXEC;
-    fd = real().open("/dev/null", flags & kept);
+    fd = real().open("/dev/null", flags & (O_ACCMODE | O_CLOEXEC));
     if (fd < 0) {
         return errno;
     }
-    const int handle = device().open();
-    if (handle >= 0 && setHandle(fd, handle)) {
-        return 0;
+    if (!setDevice(fd, true)) {
+        real().close(fd);
+        return EMFILE;
     }
-    if (handle >= 0) {
-        device().dropDescriptor(static_cast<unsigned>(handle));
-    }
-    real().close(fd);
-    return EMFILE;
-}
-
-void dropIfDevice(int fd) {
-    const int handle = handleOf(fd);
-    if (handle == NO_HANDLE) {
-        return;
-    }
-    setHandle(fd, NO_HANDLE);
-    device().dropDescriptor(static_cast<unsigned>(handle));
+    return 0;
 }
 
 } // namespace
@@ -67,12 +53,11 @@ int closeDevice(int fd) {
     Record record("device", "close");
     record.add("fd", fd);
     int error = strike(Op::CLOSE);
-    // The number is free from the real close on, so it is forgotten before; and as with any
-    // device the descriptor is gone even where the close reports a failure.
-    const int handle = handleOf(fd);
-    setHandle(fd, NO_HANDLE);
+    // The number is free from the real close on, so it is forgotten before. As with any device the
+    // descriptor is gone even if the close reports a failure.
+    setDevice(fd, false);
+    device().endOpening(fd);
     real().close(fd);
-    device().dropDescriptor(static_cast<unsigned>(handle));
     return finish(record, 0, error);
 }
 
@@ -88,10 +73,7 @@ int controlDevice(int fd, unsigned long request, void* argument) {
     describe(record, "in", code, argument, false);
     int error = op != Op::COUNT ? strike(op) : 0;
     if (error == 0) {
-        const int flags = real().fcntl(fd, F_GETFL);
-        error = op != Op::COUNT ? device().ioctl(static_cast<unsigned>(handleOf(fd)), code,
-                                                 argument, (flags & O_NONBLOCK) != 0)
-                                : ENOTTY;
+        error = device().ioctl(fd, code, argument);
     }
     if (error == 0) {
         describe(record, "out", code, argument, true);
@@ -110,8 +92,8 @@ void* mapDevice(int fd, void* hint, std::size_t bytes, int protection, int flags
     void* start = MAP_FAILED;
     int error = strike(Op::MMAP);
     if (error == 0) {
-        error = device().map(static_cast<unsigned>(handleOf(fd)), hint, bytes, protection, flags,
-                             static_cast<std::uint64_t>(offset), start);
+        error =
+            device().map(hint, bytes, protection, flags, static_cast<std::uint64_t>(offset), start);
     }
     if (error == 0) {
         record.addHex("address", reinterpret_cast<std::uintptr_t>(start));
@@ -120,9 +102,9 @@ void* mapDevice(int fd, void* hint, std::size_t bytes, int protection, int flags
     return start;
 }
 
-bool isDeviceMapping(const void* start, std::size_t bytes) {
-    Device* used = deviceIfUsed();
-    return used != nullptr && used->isMapped(start, bytes);
+bool isDeviceMapping(const void* start) {
+    const Device* used = deviceIfUsed();
+    return used != nullptr && used->isMapped(start);
 }
 
 int unmapDevice(void* start, std::size_t bytes) {
@@ -134,19 +116,6 @@ int unmapDevice(void* start, std::size_t bytes) {
         error = device().unmap(start, bytes);
     }
     return finish(record, 0, error);
-}
-
-void noteDuplicate(int original, int fd) {
-    if (fd < 0 || fd == original) {
-        return;
-    }
-    const int saved = errno;
-    dropIfDevice(fd);
-    const int handle = handleOf(original);
-    if (handle != NO_HANDLE && setHandle(fd, handle)) {
-        device().addDescriptor(static_cast<unsigned>(handle));
-    }
-    errno = saved;
 }
 
 } // namespace virtual_device

@@ -14,12 +14,8 @@ int closeDevice(int fd);
 int controlDevice(int fd, unsigned long request, void* argument);
 void* mapDevice(int fd, void* hint, std::size_t bytes, int protection, int flags,
                 std::int64_t offset);
-/// True where the range touches a mapping of the device.
-bool isDeviceMapping(const void* start, std::size_t bytes);
+/// True where a mapping of the device starts.
+bool isDeviceMapping(const void* start);
 int unmapDevice(void* start, std::size_t bytes);
-
-/// `fd`, a duplicate that was just made, stands for the same opening as `original`; what it stood
-/// for before ends.
-void noteDuplicate(int original, int fd);
 
 } // namespace virtual_device

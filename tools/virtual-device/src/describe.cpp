@@ -64,14 +64,10 @@ Op opOf(std::uint32_t request) {
     switch (request) {
     case VIDIOC_QUERYCAP:
         return Op::QUERY_CAP;
-    case VIDIOC_ENUM_FMT:
-        return Op::ENUM_FMT;
     case VIDIOC_G_FMT:
         return Op::GET_FMT;
     case VIDIOC_S_FMT:
         return Op::SET_FMT;
-    case VIDIOC_TRY_FMT:
-        return Op::TRY_FMT;
     case VIDIOC_REQBUFS:
         return Op::REQ_BUFS;
     case VIDIOC_QUERYBUF:
@@ -109,7 +105,6 @@ void describe(Record& record, const char* key, std::uint32_t request, const void
         }
         break;
     case VIDIOC_S_FMT:
-    case VIDIOC_TRY_FMT:
         describeFormat(record, *static_cast<const v4l2_format*>(argument));
         break;
     case VIDIOC_REQBUFS:

@@ -2,35 +2,34 @@
 
 #include <array>
 #include <atomic>
-#include <cstdint>
 
 namespace virtual_device {
 namespace {
 
 constexpr int MOST_DESCRIPTORS = 1 << 16;
-std::array<std::atomic<std::uint8_t>, MOST_DESCRIPTORS> handles; // handle + 1, 0 for none
+std::array<std::atomic<bool>, MOST_DESCRIPTORS> devices;
+
+bool isKept(int fd) {
+    return fd >= 0 && fd < MOST_DESCRIPTORS;
+}
 
 } // namespace
 
-int handleOf(int fd) {
-    if (fd < 0 || fd >= MOST_DESCRIPTORS) {
-        return NO_HANDLE;
-    }
-    return int(handles[unsigned(fd)].load(std::memory_order_acquire)) - 1;
+bool isDevice(int fd) {
+    return isKept(fd) && devices[unsigned(fd)].load(std::memory_order_acquire);
 }
 
-bool setHandle(int fd, int handle) {
-    if (fd < 0 || fd >= MOST_DESCRIPTORS) {
-        return false;
+bool setDevice(int fd, bool isDevice) {
+    if (isKept(fd)) {
+        devices[unsigned(fd)].store(isDevice, std::memory_order_release);
     }
-    handles[unsigned(fd)].store(static_cast<std::uint8_t>(handle + 1), std::memory_order_release);
-    return true;
+    return isKept(fd);
 }
 
-void forgetHandles() {
-    for (auto& handle : handles) {
-        if (handle.load(std::memory_order_relaxed) != 0) {
-            handle.store(0, std::memory_order_relaxed);
+void forgetDescriptors() {
+    for (auto& device : devices) {
+        if (device.load(std::memory_order_relaxed)) {
+            device.store(false, std::memory_order_relaxed);
         }
     }
 }

@@ -5,13 +5,10 @@
 
 namespace virtual_device {
 
-constexpr int NO_HANDLE = -1;
-
-/// The device handle behind a descriptor, or NO_HANDLE.
-int handleOf(int fd);
+bool isDevice(int fd);
 /// False where the number is too high to be kept.
-bool setHandle(int fd, int handle);
+bool setDevice(int fd, bool isDevice);
 /// No descriptor is the device's any more: the child of a fork.
-void forgetHandles();
+void forgetDescriptors();
 
 } // namespace virtual_device

@@ -31,17 +31,6 @@ int queryCapabilities(v4l2_capability& caps) {
     return 0;
 }
 
-int enumerateFormat(v4l2_fmtdesc& format) {
-    if (format.type != TYPE || format.index != 0) {
-        return EINVAL;
-    }
-    format.flags = 0;
-    memset(format.description, 0, sizeof(format.description));
-    memcpy(format.description, "16-bit RGB 5-6-5", sizeof("16-bit RGB 5-6-5"));
-    format.pixelformat = V4L2_PIX_FMT_RGB565;
-    return 0;
-}
-
 } // namespace
 
 Device& device() {
@@ -81,47 +70,18 @@ Device::Device()
           }),
       m_format(initialFormat()) {}
 
-int Device::open() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    for (unsigned i = 0; i < MOST_HANDLES; ++i) {
-        if (!m_handles[i].used) {
-            m_handles[i] = {1, 0, true};
-            return static_cast<int>(i);
-        }
-    }
-    return -1;
-}
-
-void Device::addDescriptor(unsigned handle) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    ++m_handles[handle].descriptors;
-}
-
-void Device::dropDescriptor(unsigned handle) {
+void Device::endOpening(int fd) {
     const std::lock_guard<std::mutex> control(m_control);
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (--m_handles[handle].descriptors == 0) {
-        // A dequeue that waits on the closed descriptor looks again and fails.
-        ++m_released;
-        wakeAll(&m_released, false);
-    }
-    endIfUnused(handle, lock);
-}
-
-void Device::endIfUnused(unsigned handle, std::unique_lock<std::mutex>& lock) {
-    if (m_handles[handle].descriptors > 0 || m_handles[handle].mappings > 0) {
-        return;
-    }
-    if (m_owner == int(handle)) {
+    if (m_owner == fd) {
         stopStream(lock);
         m_queue.allocate(0, 0);
         m_owner = NOBODY;
         m_screen.unclaim();
     }
-    m_handles[handle].used = false;
 }
 
-int Device::ioctl(unsigned handle, std::uint32_t request, void* argument, bool nonblocking) {
+int Device::ioctl(int fd, std::uint32_t request, void* argument) {
     if (argument == nullptr) {
         return EFAULT;
     }
@@ -130,8 +90,6 @@ int Device::ioctl(unsigned handle, std::uint32_t request, void* argument, bool n
     switch (request) {
     case VIDIOC_QUERYCAP:
         return queryCapabilities(*static_cast<v4l2_capability*>(argument));
-    case VIDIOC_ENUM_FMT:
-        return enumerateFormat(*static_cast<v4l2_fmtdesc*>(argument));
     case VIDIOC_G_FMT: {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (format.type != TYPE) {
@@ -140,28 +98,22 @@ int Device::ioctl(unsigned handle, std::uint32_t request, void* argument, bool n
         format.fmt.pix = m_format;
         return 0;
     }
-    case VIDIOC_TRY_FMT:
-        if (format.type != TYPE) {
-            return EINVAL;
-        }
-        adjustFormat(format.fmt.pix);
-        return 0;
     case VIDIOC_S_FMT:
         return setFormat(format);
     case VIDIOC_REQBUFS:
-        return requestBuffers(handle, *static_cast<v4l2_requestbuffers*>(argument));
+        return requestBuffers(fd, *static_cast<v4l2_requestbuffers*>(argument));
     case VIDIOC_QUERYBUF: {
         const std::lock_guard<std::mutex> lock(m_mutex);
         return buffer.type == TYPE ? m_queue.query(buffer) : EINVAL;
     }
     case VIDIOC_QBUF:
-        return queueBuffer(handle, buffer);
+        return queueBuffer(fd, buffer);
     case VIDIOC_DQBUF:
-        return dequeueBuffer(handle, buffer, nonblocking);
+        return dequeueBuffer(fd, buffer);
     case VIDIOC_STREAMON:
-        return streamOn(handle, *static_cast<std::uint32_t*>(argument));
+        return streamOn(fd, *static_cast<std::uint32_t*>(argument));
     case VIDIOC_STREAMOFF:
-        return streamOff(handle, *static_cast<std::uint32_t*>(argument));
+        return streamOff(fd, *static_cast<std::uint32_t*>(argument));
     default:
         return ENOTTY;
     }
@@ -185,7 +137,7 @@ int Device::setFormat(v4l2_format& format) {
     return 0;
 }
 
-int Device::requestBuffers(unsigned handle, v4l2_requestbuffers& request) {
+int Device::requestBuffers(int fd, v4l2_requestbuffers& request) {
     const std::lock_guard<std::mutex> control(m_control);
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (request.type != TYPE) {
@@ -198,7 +150,7 @@ int Device::requestBuffers(unsigned handle, v4l2_requestbuffers& request) {
     if (request.memory != V4L2_MEMORY_MMAP) {
         return EINVAL;
     }
-    if (ownedByOther(handle) || m_streaming || (m_waiters > 0 && request.count > 0)) {
+    if (ownedByOther(fd) || m_streaming) {
         return EBUSY;
     }
     if (request.count > 0 && m_owner == NOBODY && !m_screen.claim()) {
@@ -206,20 +158,20 @@ int Device::requestBuffers(unsigned handle, v4l2_requestbuffers& request) {
     }
     request.count = std::min(request.count, settings().maxBuffers);
     const int error = m_queue.allocate(request.count, m_format.sizeimage);
-    m_owner = error == 0 && request.count > 0 ? int(handle) : NOBODY;
+    m_owner = error == 0 && request.count > 0 ? fd : NOBODY;
     if (m_owner == NOBODY) {
         m_screen.unclaim();
     }
     return error;
 }
 
-int Device::queueBuffer(unsigned handle, v4l2_buffer& buffer) {
+int Device::queueBuffer(int fd, v4l2_buffer& buffer) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (buffer.type != TYPE) {
             return EINVAL;
         }
-        if (ownedByOther(handle)) {
+        if (ownedByOther(fd)) {
             return EBUSY;
         }
         if (const int error = m_queue.queue(buffer)) {
@@ -231,14 +183,11 @@ int Device::queueBuffer(unsigned handle, v4l2_buffer& buffer) {
 }
 
 /// Success, EAGAIN where the caller has to wait, or the final failure.
-int Device::tryDequeue(unsigned handle, v4l2_buffer& buffer) {
+int Device::tryDequeue(int fd, v4l2_buffer& buffer) {
     if (buffer.type != TYPE) {
         return EINVAL;
     }
-    if (m_handles[handle].descriptors == 0) {
-        return EBADF;
-    }
-    if (ownedByOther(handle)) {
+    if (ownedByOther(fd)) {
         return EBUSY;
     }
     if (!m_streaming) {
@@ -247,29 +196,27 @@ int Device::tryDequeue(unsigned handle, v4l2_buffer& buffer) {
     return m_queue.dequeue(buffer) ? 0 : EAGAIN;
 }
 
-int Device::dequeueBuffer(unsigned handle, v4l2_buffer& buffer, bool nonblocking) {
+int Device::dequeueBuffer(int fd, v4l2_buffer& buffer) {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (true) {
-        const int error = tryDequeue(handle, buffer);
-        if (error != EAGAIN || nonblocking) {
+        const int error = tryDequeue(fd, buffer);
+        if (error != EAGAIN) {
             return error;
         }
         const std::uint32_t seen = m_released;
-        ++m_waiters;
         lock.unlock();
         const int interrupted = waitWhile(&m_released, seen, -1);
         lock.lock();
-        --m_waiters;
         if (interrupted == EINTR) {
             return EINTR;
         }
     }
 }
 
-int Device::streamOn(unsigned handle, std::uint32_t type) {
+int Device::streamOn(int fd, std::uint32_t type) {
     const std::lock_guard<std::mutex> control(m_control);
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (ownedByOther(handle)) {
+    if (ownedByOther(fd)) {
         return EBUSY;
     }
     if (type != TYPE) {
@@ -289,10 +236,10 @@ int Device::streamOn(unsigned handle, std::uint32_t type) {
     return 0;
 }
 
-int Device::streamOff(unsigned handle, std::uint32_t type) {
+int Device::streamOff(int fd, std::uint32_t type) {
     const std::lock_guard<std::mutex> control(m_control);
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (ownedByOther(handle)) {
+    if (ownedByOther(fd)) {
         return EBUSY;
     }
     if (type != TYPE) {

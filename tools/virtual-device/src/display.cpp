@@ -1,11 +1,9 @@
 #include "display.h"
 
 #include "buffer_queue.h"
-#include "faults.h"
 #include "real.h"
 #include "settings.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <limits>
@@ -60,7 +58,7 @@ void Display::run() {
     m_origin = monotonicNs();
     while (waitForBuffer()) {
         const std::int64_t refresh = nextRefresh();
-        if (!waitUntil(std::max(refresh, monotonicNs()) + displayDelayNs())) {
+        if (!waitUntil(refresh)) {
             return;
         }
         std::uint32_t taken = none;

@@ -14,13 +14,19 @@ namespace virtual_device {
 namespace {
 
 constexpr unsigned OPS = static_cast<unsigned>(Op::COUNT);
-constexpr std::array<const char*, OPS> NAMES = {
-    "open",           "close",           "mmap",
-    "munmap",         "VIDIOC_QUERYCAP", "VIDIOC_ENUM_FMT",
-    "VIDIOC_G_FMT",   "VIDIOC_S_FMT",    "VIDIOC_TRY_FMT",
-    "VIDIOC_REQBUFS", "VIDIOC_QUERYBUF", "VIDIOC_QBUF",
-    "VIDIOC_DQBUF",   "VIDIOC_STREAMON", "VIDIOC_STREAMOFF",
-    "display"};
+constexpr std::array<const char*, OPS> NAMES = {"open",
+                                                "close",
+                                                "mmap",
+                                                "munmap",
+                                                "VIDIOC_QUERYCAP",
+                                                "VIDIOC_G_FMT",
+                                                "VIDIOC_S_FMT",
+                                                "VIDIOC_REQBUFS",
+                                                "VIDIOC_QUERYBUF",
+                                                "VIDIOC_QBUF",
+                                                "VIDIOC_DQBUF",
+                                                "VIDIOC_STREAMON",
+                                                "VIDIOC_STREAMOFF"};
 constexpr std::size_t MOST_FAULTS = 128;
 constexpr std::uint64_t MOST_CALLS = 1000000000;
 constexpr std::int64_t FOREVER = -1;
@@ -62,30 +68,22 @@ int parseErrno(const std::string& name) {
 
 const char* parseAction(const std::string& action, Fault& fault) {
     static const std::string BLOCK = "block";
-    if (action == "hold" && fault.op != Op::DISPLAY) {
-        fault.blockMs = HELD;
+    static const std::string BLOCK_FOR = "block:";
+    if (action == "hold" || action == BLOCK) {
+        fault.blockMs = action == BLOCK ? FOREVER : HELD;
         return nullptr;
     }
-    if (action.compare(0, BLOCK.size(), BLOCK) != 0) {
-        fault.error = parseErrno(action);
-        if (fault.op == Op::DISPLAY) {
-            return "the display can only be late: display@N=block:MILLISECONDS";
+    if (action.compare(0, BLOCK_FOR.size(), BLOCK_FOR) == 0) {
+        std::uint64_t number = 0;
+        const char* text = action.c_str();
+        if (parseNumber(text + BLOCK_FOR.size(), text + action.size(), MOST_CALLS, number)) {
+            fault.blockMs = static_cast<std::int64_t>(number);
+            return nullptr;
         }
-        return fault.error != 0 ? nullptr : "the action must be an errno name, block or hold";
     }
-    fault.error = 0;
-    fault.blockMs = FOREVER;
-    if (action.size() == BLOCK.size()) {
-        return fault.op == Op::DISPLAY ? "display needs block:MILLISECONDS" : nullptr;
-    }
-    std::uint64_t number = 0;
-    const char* text = action.c_str();
-    if (action[BLOCK.size()] != ':' ||
-        !parseNumber(text + BLOCK.size() + 1, text + action.size(), MOST_CALLS, number)) {
-        return "the action must be an errno name, hold, block or block:MILLISECONDS";
-    }
-    fault.blockMs = static_cast<std::int64_t>(number);
-    return nullptr;
+    fault.error = parseErrno(action);
+    return fault.error != 0 ? nullptr
+                            : "the action must be an errno name, hold, block or block:MILLISECONDS";
 }
 
 const char* parseFault(const std::string& text) {
@@ -198,16 +196,6 @@ int strike(Op op) {
     }
     report(*fault, number);
     return fault->error != 0 ? fault->error : block(fault->blockMs);
-}
-
-std::int64_t displayDelayNs() {
-    std::uint64_t number = 0;
-    const Fault* fault = due(Op::DISPLAY, number);
-    if (fault == nullptr) {
-        return 0;
-    }
-    report(*fault, number);
-    return fault->blockMs * 1000000;
 }
 
 } // namespace virtual_device

@@ -13,17 +13,14 @@ enum class Op : unsigned {
     MMAP,
     MUNMAP,
     QUERY_CAP,
-    ENUM_FMT,
     GET_FMT,
     SET_FMT,
-    TRY_FMT,
     REQ_BUFS,
     QUERY_BUF,
     QBUF,
     DQBUF,
     STREAM_ON,
     STREAM_OFF,
-    DISPLAY, ///< the display taking over a buffer; can only be late
     COUNT
 };
 
@@ -37,8 +34,5 @@ const char* parseFaults(const char* text);
 /// is to block does that in here. A block without an end returns EINTR when a signal handler
 /// without SA_RESTART ran.
 int strike(Op op);
-
-/// Counts one picture of the display and returns by how many ns it is late.
-std::int64_t displayDelayNs();
 
 } // namespace virtual_device

@@ -113,29 +113,7 @@ VIRTUAL_DEVICE_EXPORT int __open64_2(const char* path, int flags) {
                       [=](const char* target) { return real().open64(target, flags); });
 }
 
-VIRTUAL_DEVICE_EXPORT int __openat_2(int folder, const char* path, int flags) {
-    return openMapped("__openat_2", path, flags,
-                      [=](const char* target) { return real().openat(folder, target, flags); });
-}
-
-VIRTUAL_DEVICE_EXPORT int __openat64_2(int folder, const char* path, int flags) {
-    return openMapped("__openat64_2", path, flags,
-                      [=](const char* target) { return real().openat64(folder, target, flags); });
-}
-
 // NOLINTEND(bugprone-reserved-identifier)
-
-VIRTUAL_DEVICE_EXPORT int creat(const char* path, mode_t mode) {
-    constexpr int flags = O_CREAT | O_WRONLY | O_TRUNC;
-    return openMapped("creat", path, flags,
-                      [=](const char* target) { return real().open(target, flags, mode); });
-}
-
-VIRTUAL_DEVICE_EXPORT int creat64(const char* path, mode_t mode) {
-    constexpr int flags = O_CREAT | O_WRONLY | O_TRUNC;
-    return openMapped("creat64", path, flags,
-                      [=](const char* target) { return real().open64(target, flags, mode); });
-}
 
 VIRTUAL_DEVICE_EXPORT FILE* fopen(const char* path, const char* mode) {
     return openStream("fopen", path, mode,
@@ -145,14 +123,4 @@ VIRTUAL_DEVICE_EXPORT FILE* fopen(const char* path, const char* mode) {
 VIRTUAL_DEVICE_EXPORT FILE* fopen64(const char* path, const char* mode) {
     return openStream("fopen64", path, mode,
                       [=](const char* target) { return real().fopen64(target, mode); });
-}
-
-VIRTUAL_DEVICE_EXPORT FILE* freopen(const char* path, const char* mode, FILE* stream) {
-    return openStream("freopen", path, mode,
-                      [=](const char* target) { return real().freopen(target, mode, stream); });
-}
-
-VIRTUAL_DEVICE_EXPORT FILE* freopen64(const char* path, const char* mode, FILE* stream) {
-    return openStream("freopen64", path, mode,
-                      [=](const char* target) { return real().freopen64(target, mode, stream); });
 }

@@ -65,11 +65,6 @@ VIRTUAL_DEVICE_EXPORT int faccessat(int folder, const char* path, int mode, int 
     });
 }
 
-VIRTUAL_DEVICE_EXPORT int chmod(const char* path, mode_t mode) __THROW {
-    return callMapped("chmod", path,
-                      [=](const char* target) { return real().chmod(target, mode); });
-}
-
 VIRTUAL_DEVICE_EXPORT int stat(const char* path, struct stat* about) __THROW {
     return callMapped("stat", path, [=](const char* target) { return real().stat(target, about); });
 }
@@ -77,16 +72,6 @@ VIRTUAL_DEVICE_EXPORT int stat(const char* path, struct stat* about) __THROW {
 VIRTUAL_DEVICE_EXPORT int stat64(const char* path, struct stat64* about) __THROW {
     return callMapped("stat64", path,
                       [=](const char* target) { return real().stat64(target, about); });
-}
-
-VIRTUAL_DEVICE_EXPORT int lstat(const char* path, struct stat* about) __THROW {
-    return callMapped("lstat", path,
-                      [=](const char* target) { return real().lstat(target, about); });
-}
-
-VIRTUAL_DEVICE_EXPORT int lstat64(const char* path, struct stat64* about) __THROW {
-    return callMapped("lstat64", path,
-                      [=](const char* target) { return real().lstat64(target, about); });
 }
 
 VIRTUAL_DEVICE_EXPORT int fstatat(int folder, const char* path, struct stat* about,
@@ -100,13 +85,6 @@ VIRTUAL_DEVICE_EXPORT int fstatat64(int folder, const char* path, struct stat64*
                                     int flags) __THROW {
     return callMapped("fstatat64", path, [=](const char* target) {
         return real().fstatat64(folder, target, about, flags);
-    });
-}
-
-VIRTUAL_DEVICE_EXPORT int statx(int folder, const char* path, int flags, unsigned mask,
-                                struct statx* about) __THROW {
-    return callMapped("statx", path, [=](const char* target) {
-        return real().statx(folder, target, flags, mask, about);
     });
 }
 

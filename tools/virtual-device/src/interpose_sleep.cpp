@@ -23,14 +23,3 @@ VIRTUAL_DEVICE_EXPORT int nanosleep(const timespec* request, timespec* rest) {
     record.finish(result, result < 0 ? errno : 0);
     return result;
 }
-
-VIRTUAL_DEVICE_EXPORT int clock_nanosleep(clockid_t clock, int flags, const timespec* request,
-                                          timespec* rest) {
-    Record record("sleep", "clock_nanosleep");
-    record.add("clock", clock);
-    record.add("absolute", (flags & TIMER_ABSTIME) != 0 ? 1 : 0);
-    record.add("requested_ns", inNs(request));
-    const int result = real().clock_nanosleep(clock, flags, request, rest);
-    record.finish(result, result);
-    return result;
-}

@@ -24,7 +24,6 @@ struct Time64 {
 } // namespace
 
 extern "C" int ioctl(int fd, unsigned long request, ...) __THROW;
-extern "C" int fcntl64(int fd, int command, ...);
 
 VIRTUAL_DEVICE_EXPORT int __ioctl_time64(int fd, unsigned long request, ...) {
     va_list arguments;
@@ -32,14 +31,6 @@ VIRTUAL_DEVICE_EXPORT int __ioctl_time64(int fd, unsigned long request, ...) {
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
     return ioctl(fd, request, argument);
-}
-
-VIRTUAL_DEVICE_EXPORT int __fcntl_time64(int fd, int command, ...) {
-    va_list arguments;
-    va_start(arguments, command);
-    void* argument = va_arg(arguments, void*);
-    va_end(arguments);
-    return fcntl64(fd, command, argument);
 }
 
 /// Sleeps are short here: they fit.

@@ -12,8 +12,7 @@ namespace {
 
 /// The child of a fork has no device: what it closes or unmaps is its own copy.
 void startChild() {
-    forgetHandles();
-    forgetOwnDescriptors();
+    forgetDescriptors();
     forgetDevice();
 }
 

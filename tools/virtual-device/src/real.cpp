@@ -1,6 +1,5 @@
 #include "real.h"
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -15,7 +14,6 @@ Real table;
 std::atomic<bool> resolved{false};
 
 constexpr int HIGH_DESCRIPTOR = 900;
-std::array<std::atomic<int>, 64> ownDescriptors; // descriptor + 1, 0 for a free place
 
 template <typename Function>
 void resolve(Function*& target, const char* name) {
@@ -35,52 +33,12 @@ const Real& real() {
 }
 
 int keepOwnDescriptor(int fd) {
-    if (fd < 0) {
+    const int high = fd < 0 ? fd : fcntl(fd, F_DUPFD_CLOEXEC, HIGH_DESCRIPTOR);
+    if (high < 0) {
         return fd;
     }
-    const int high = real().fcntl(fd, F_DUPFD_CLOEXEC, HIGH_DESCRIPTOR);
-    if (high >= 0) {
-        real().close(fd);
-        fd = high;
-    }
-    for (auto& place : ownDescriptors) {
-        int none = 0;
-        if (place.compare_exchange_strong(none, fd + 1)) {
-            break;
-        }
-    }
-    return fd;
-}
-
-void closeOwnDescriptor(int fd) {
-    if (fd < 0) {
-        return;
-    }
-    for (auto& place : ownDescriptors) {
-        int mine = fd + 1;
-        if (place.compare_exchange_strong(mine, 0)) {
-            break;
-        }
-    }
     real().close(fd);
-}
-
-bool isOwnDescriptor(int fd) {
-    if (fd < 0) {
-        return false;
-    }
-    for (const auto& place : ownDescriptors) {
-        if (place.load(std::memory_order_relaxed) == fd + 1) {
-            return true;
-        }
-    }
-    return false;
-}
-
-void forgetOwnDescriptors() {
-    for (auto& place : ownDescriptors) {
-        place.store(0, std::memory_order_relaxed);
-    }
+    return high;
 }
 
 std::int64_t monotonicNs() {

@@ -18,11 +18,10 @@
 
 // clang-format off
 #define VIRTUAL_DEVICE_CALLS(X) \
-    X(access) X(bind) X(chmod) X(clock_nanosleep) X(close) X(close_range) X(connect) X(dup) \
-    X(dup2) X(dup3) X(execve) X(execvpe) X(faccessat) X(fcntl) X(fcntl64) X(fopen) X(fopen64) X(freopen) \
-    X(freopen64) X(fstatat) X(fstatat64) X(inotify_add_watch) X(ioctl) X(lstat) X(lstat64) \
-    X(mmap) X(mmap64) X(munmap) X(nanosleep) X(open) X(open64) X(openat) X(openat64) \
-    X(posix_spawn) X(posix_spawnp) X(sendto) X(stat) X(stat64) X(statx) X(unlink) X(unlinkat)
+    X(access) X(bind) X(close) X(connect) X(execve) X(execvpe) X(faccessat) X(fopen) X(fopen64) \
+    X(fstatat) X(fstatat64) X(inotify_add_watch) X(ioctl) X(mmap) X(mmap64) X(munmap) X(nanosleep) \
+    X(open) X(open64) X(openat) X(openat64) X(posix_spawn) X(posix_spawnp) X(sendto) X(stat) \
+    X(stat64) X(unlink) X(unlinkat)
 // clang-format on
 
 namespace virtual_device {
@@ -40,13 +39,8 @@ struct Real {
 const Real& real();
 
 /// Moves a descriptor of the library's own out of the program's way: to a high number, closed on
-/// exec, and known to isOwnDescriptor. Returns the new number, or -1 as `fd` was.
+/// exec. Returns the new number, or `fd` where that cannot be had.
 int keepOwnDescriptor(int fd);
-void closeOwnDescriptor(int fd);
-bool isOwnDescriptor(int fd);
-
-/// Forgets which descriptors are the library's own: the child of a fork may close what it likes.
-void forgetOwnDescriptors();
 
 std::int64_t monotonicNs();
 

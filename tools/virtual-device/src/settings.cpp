@@ -46,7 +46,7 @@ void refuseUnknownNames() {
             known = known || name == candidate;
         }
         if (!known) {
-            refuse(name.c_str(), *entry + strcspn(*entry, "="), "there is no such variable");
+            refuse(name.c_str(), *entry + name.size() + 1, "there is no such variable");
         }
     }
 }

@@ -24,7 +24,7 @@ inline std::string devicePath() {
 /// One opening of the device; every call returns 0 or the errno value.
 class Device {
 public:
-    explicit Device(int flags = O_RDWR) : m_fd(::open(devicePath().c_str(), flags)) {}
+    Device() : m_fd(::open(devicePath().c_str(), O_RDWR)) {}
     ~Device() { close(); }
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
@@ -52,11 +52,8 @@ public:
         request.memory = memory;
         const int error = call(VIDIOC_REQBUFS, &request);
         count = request.count;
-        m_orphans = (request.capabilities & V4L2_BUF_CAP_SUPPORTS_ORPHANED_BUFS) != 0;
         return error;
     }
-    /// Whether the last requestBuffers said that mapped buffers may be given back.
-    bool orphans() const { return m_orphans; }
     int buffers(std::uint32_t count) const { return requestBuffers(count); }
     static v4l2_buffer buffer(std::uint32_t index) {
         v4l2_buffer made{};
@@ -92,7 +89,6 @@ public:
 
 private:
     int m_fd;
-    mutable bool m_orphans = false;
 };
 
 /// One mapping of a buffer, unmapped with the object.

@@ -1,0 +1,1 @@
+from ctl_desk import desk  # noqa: F401
