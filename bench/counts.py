@@ -1,5 +1,6 @@
-"""Measures that repeat: instructions, files, bytes, allocations."""
+"""Measures that repeat: instructions and bytes."""
 
+import os
 import subprocess
 import tempfile
 from concurrent.futures import ThreadPoolExecutor
@@ -16,159 +17,77 @@ def starts(programs, pool):
     """From exec to the first page."""
     pages = ("Latin", "Chinese")
     runs = {
-        (program, page): pool.submit(programs.profile, program, PAGES[page], 1)
+        (program, page): pool.submit(programs.start_instructions, program, PAGES[page])
         for program in (programs.splash, programs.bare)
         for page in pages
     }
-    default = {page: pool.submit(programs.profile, programs.splash, PAGES[page], 1, "distribution") for page in pages}
-    files = {
-        (page, tree): pool.submit(programs.files_opened, PAGES[page], tree)
-        for page in pages
-        for tree in ("package", "distribution")
+    default = {
+        page: pool.submit(programs.start_instructions, programs.splash, PAGES[page], "distribution") for page in pages
     }
     for page in pages:
-        ours = runs[programs.splash, page].result()
         yield Measure(
             f"start.{page}",
             f"start to the first page, {page}",
-            ours.total,
+            runs[programs.splash, page].result(),
             "instructions",
             BARE,
-            runs[programs.bare, page].result().total,
+            runs[programs.bare, page].result(),
             1.10,
             counted=True,
-        ), ours
+        )
     for page in pages:
         yield Measure(
             f"start.fonts.{page}",
             f"the same with the package's fonts.conf, {page}",
-            runs[programs.splash, page].result().total,
+            runs[programs.splash, page].result(),
             "instructions",
             "the distribution's",
-            default[page].result().total,
+            default[page].result(),
             0.36,
             counted=True,
-        ), None
-    for page in pages:
-        yield Measure(
-            f"files.{page}",
-            f"files opened up to the first page, {page}",
-            files[page, "package"].result(),
-            "files",
-            "the distribution's",
-            files[page, "distribution"].result(),
-            0.5,
-            counted=True,
-        ), None
+        )
 
 
 def frames(programs, pool):
     """One steady frame."""
     runs = {
-        (program, name): pool.submit(programs.frame_profile, program, page)
+        (program, name): pool.submit(programs.frame_instructions, program, page)
         for name, page in PAGES.items()
         for program in (programs.splash, programs.bare)
     }
-    profiles = {key: run.result() for key, run in runs.items()}
+    counts = {key: round(run.result()) for key, run in runs.items()}
     for name in PAGES:
-        ours, bare = profiles[programs.splash, name], profiles[programs.bare, name]
         yield Measure(
             f"frame.{name}",
             f"one steady frame, {name}",
-            round(ours.total),
+            counts[programs.splash, name],
             "instructions",
             BARE,
-            round(bare.total),
+            counts[programs.bare, name],
             1.02,
             counted=True,
-        ), ours
+        )
     yield Measure(
         "frame.mixed",
         "one steady frame, alternating fonts",
-        round(profiles[programs.splash, "alternating"].total),
+        counts[programs.splash, "alternating"],
         "instructions",
         "Latin only",
-        round(profiles[programs.splash, "Latin"].total),
+        counts[programs.splash, "Latin"],
         1.25,
         counted=True,
-    ), None
-    for name in PAGES:
-        ours, bare = profiles[programs.splash, name], profiles[programs.bare, name]
-        yield Measure(
-            f"allocations.{name}",
-            f"allocations of a steady frame, {name}",
-            ours.allocations,
-            "",
-            BARE,
-            bare.allocations,
-            difference=True,
-            counted=True,
-        ), None
+    )
 
 
-def operations(programs, pool):
-    """Single operations, each the difference of two numbers of them."""
-    names = ("nothing", "disabled_statement", "written_line", "written_line_spdlog", "post", "post_glib")
-    runs = {name: pool.submit(programs.operation, name) for name in names}
-    cost = {name: run.result() for name, run in runs.items()}
-    yield Measure(
-        "trace.disabled",
-        "a disabled trace statement",
-        cost["disabled_statement"],
-        "instructions",
-        "an empty loop",
-        cost["nothing"],
-        5,
-        difference=True,
-        counted=True,
-    ), None
-    yield Measure(
-        "trace.written",
-        "a written trace line",
-        cost["written_line"],
-        "instructions",
-        "spdlog",
-        cost["written_line_spdlog"],
-        2.1,  # some instructions come and go with what the logger's thread does
-        counted=True,
-    ), None
-    # Without a limit: how often the two threads wait for each other is not the same in two runs.
-    yield Measure("post", "post to run of a message", cost["post"], "instructions", "GLib", cost["post_glib"]), None
-
-
-def libraries(program):
-    """File names of all libraries that a program loads."""
-    listed = subprocess.run(["ldd", str(program)], capture_output=True, text=True, check=True)
-    return {Path(line.split()[0]).name for line in listed.stdout.splitlines() if line.strip()}
-
-
-def sizes(programs):
-    """The program's file and its libraries."""
+def size(programs):
+    """The program's file."""
     with tempfile.TemporaryDirectory() as scratch:
         stripped = Path(scratch) / "stripped"
-        subprocess.run(["strip", "-o", str(stripped), str(programs.splash)], check=True)
-        yield Measure(
-            "size", "stripped binary", stripped.stat().st_size, "bytes", "-", limit=MOST_BYTES, counted=True
-        ), None
-    ours = libraries(programs.splash)
-    yield Measure(
-        "libraries",
-        "libraries beyond those of cairo and the C++ runtime",
-        len(ours - libraries(programs.bare)),
-        "",
-        "-",
-        limit=0,
-        counted=True,
-    ), None
+        subprocess.run([programs.strip, "-o", stripped, programs.splash], check=True)
+        bytes_ = stripped.stat().st_size
+    yield Measure("size", "stripped binary", bytes_, "bytes", "-", limit=MOST_BYTES, counted=True)
 
 
-def all_counts(programs, workers):
-    """(measures, profiles by key)."""
-    measures, profiles = [], {}
-    with ThreadPoolExecutor(workers) as pool:
-        for part in (starts(programs, pool), frames(programs, pool), operations(programs, pool), sizes(programs)):
-            for measure, profile in part:
-                measures.append(measure)
-                if profile:
-                    profiles[measure.key] = profile
-    return measures, profiles
+def all_counts(programs):
+    with ThreadPoolExecutor(os.cpu_count()) as pool:
+        return [*starts(programs, pool), *frames(programs, pool), *size(programs)]

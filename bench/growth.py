@@ -12,7 +12,7 @@ from pathlib import Path
 from desk import COUNTED, LANGUAGE, SOCKET, wait_until
 
 from . import callgrind
-from .programs import DEADLINE, PAGES, Page, wait_until_quiet
+from .programs import CALLGRIND, DEADLINE, PAGES, Page, wait_until_quiet
 
 POWERS = (1, 10, 100, 1000)
 
@@ -20,12 +20,12 @@ POWERS = (1, 10, 100, 1000)
 def body_lines(programs, size):
     """One frame with so many body lines."""
     page = Page("en", "Brem K5 Start", ("System is starting",) * size)
-    return programs.frame_profile(programs.splash, page, 3, 5).total
+    return programs.frame_instructions(programs.splash, page, 3, 5)
 
 
 def posted(programs, size):
     """So many messages from one thread to another, and all of them run."""
-    return programs.counted("post", size).total - programs.counted("nothing", 0).total
+    return programs.counted("post", size) - programs.counted("nothing", 0)
 
 
 def waiting(programs, size):
@@ -47,7 +47,7 @@ def language_file(programs, size):
 
 def child_lines(programs, size):
     """One child that writes so many lines, each of them logged."""
-    return programs.counted("child_lines", 1, size).total - programs.counted("nothing", 0).total
+    return programs.counted("child_lines", 1, size) - programs.counted("nothing", 0)
 
 
 def datagram(programs, size):
@@ -65,7 +65,7 @@ def _with_datagrams(programs, datagrams):
     when the thread that serves the socket is gone, all have been handled."""
     with tempfile.TemporaryDirectory() as scratch:
         out = Path(scratch) / "profile"
-        prefix = ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}"]
+        prefix = [*CALLGRIND, f"--callgrind-out-file={out}"]
         with programs.desk(programs.splash, run_prefix=prefix) as desk:
             page = PAGES["Latin"]
             splash = desk.start(
@@ -81,7 +81,7 @@ def _with_datagrams(programs, datagrams):
             wait_until_quiet(splash.pid)
             os.kill(splash.pid, signal.SIGTERM)
             splash.wait(DEADLINE)
-        return callgrind.read(out).total
+        return callgrind.instructions(out)
 
 
 CURVES = (

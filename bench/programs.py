@@ -14,6 +14,7 @@ from . import callgrind
 
 FONT_TREE = SOURCE / "packaging/fontconfig"
 DEADLINE = 60
+CALLGRIND = ["valgrind", "--quiet", "--tool=callgrind"]
 QUIET_LOOKS = 4  # looks in a row that find no thread running
 
 
@@ -68,6 +69,9 @@ def wait_until_quiet(pid):
 class Programs:
     """The built programs of one preset."""
 
+    FRAMES = (10, 30)  # between these frames one steady frame is counted
+    strip = "strip"
+
     def __init__(self, build):
         self.build = Path(build).resolve()
         self.library = self.build / "lib/libvirtual-device.so"
@@ -91,9 +95,9 @@ class Programs:
         """The environment of a font configuration: the package's own or the distribution's."""
         return {"FONTCONFIG_SYSROOT": str(FONT_TREE) if configuration == "package" else None}
 
-    def _until_frame(self, program, page, frame, prefix, configuration="package", prefix_env=None):
+    def _until_frame(self, program, page, frame, prefix, configuration):
         """Runs a program up to its frame-th flip, where the display holds it, and ends it there."""
-        with self.desk(program, page, run_prefix=prefix, prefix_env=prefix_env) as desk:
+        with self.desk(program, page, run_prefix=prefix) as desk:
             splash = desk.start(
                 *self.arguments(program, page),
                 refresh=0,
@@ -107,56 +111,37 @@ class Programs:
             os.kill(held["pid"], signal.SIGTERM)
             splash.wait(DEADLINE)
 
-    def profile(self, program, page, frame, configuration="package"):
+    def instructions(self, program, page, frame, configuration="package"):
         """Instructions from exec to the moment when page number `frame` has been queued."""
         with tempfile.TemporaryDirectory() as scratch:
             out = Path(scratch) / "profile"
-            self._until_frame(
-                program,
-                page,
-                frame,
-                ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}"],
-                configuration,
-            )
-            return callgrind.read(out)
+            self._until_frame(program, page, frame, [*CALLGRIND, f"--callgrind-out-file={out}"], configuration)
+            return callgrind.instructions(out)
 
-    def frame_profile(self, program, page, first=10, last=30):
+    def start_instructions(self, program, page, configuration="package"):
+        """From exec to the moment when the first page has been queued."""
+        return self.instructions(program, page, 1, configuration)
+
+    def frame_instructions(self, program, page, first=None, last=None):
         """What one steady frame costs, the mean of some."""
-        early, late = (self.profile(program, page, frame) for frame in (first, last))
-        return late.per_step(early, last - first)
-
-    def files_opened(self, page, configuration):
-        """Files that the splash opened up to its first page."""
-        with tempfile.TemporaryDirectory() as scratch:
-            out = Path(scratch) / "files"
-            self._until_frame(
-                self.splash, page, 1, ["strace", "-f", "-o", str(out), "-e", "trace=open,openat"], configuration, "-E"
-            )
-            lines = out.read_text(encoding="utf-8", errors="replace").splitlines()
-        return sum(line.rstrip()[-1:].isdigit() and " = -1 " not in line for line in lines)
+        first, last = first or self.FRAMES[0], last or self.FRAMES[1]
+        early, late = (self.instructions(program, page, frame) for frame in (first, last))
+        return (late - early) / (last - first)
 
     def counted(self, operation, count, size=0, environment=None):
-        """The profile of `counted`, which runs one operation so many times."""
+        """Instructions of `counted`, which runs one operation so many times."""
         with tempfile.TemporaryDirectory() as scratch:
             out = Path(scratch) / "profile"
+            words = [self.bench("counted"), operation, str(count), str(size)]
             subprocess.run(
-                [
-                    "valgrind",
-                    "--quiet",
-                    "--tool=callgrind",
-                    f"--callgrind-out-file={out}",
-                    str(self.bench("counted")),
-                    operation,
-                    str(count),
-                    str(size),
-                ],
+                [*CALLGRIND, f"--callgrind-out-file={out}", *words],
                 stdout=subprocess.DEVNULL,
                 check=True,
                 env={**os.environ, **COUNTED, **(environment or {})},
             )
-            return callgrind.read(out)
+            return callgrind.instructions(out)
 
     def operation(self, name, size=0, low=1000, high=3000, environment=None):
         """Instructions of one run of an operation."""
         early, late = (self.counted(name, count, size, environment) for count in (low, high))
-        return (late.total - early.total) / (high - low)
+        return (late - early) / (high - low)

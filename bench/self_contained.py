@@ -46,30 +46,31 @@ def counts(shared, own):
     """Instructions to the first page and of one steady frame."""
     with ThreadPoolExecutor(2) as pool:
         starts = {
-            (programs, page): pool.submit(programs.profile, programs.splash, PAGES[page], 1)
+            (programs, page): pool.submit(programs.start_instructions, programs.splash, PAGES[page])
             for programs in (shared, own)
             for page in ("Latin", "Chinese")
         }
         frames = {
-            programs: pool.submit(programs.frame_profile, programs.splash, PAGES["Latin"]) for programs in (shared, own)
+            programs: pool.submit(programs.frame_instructions, programs.splash, PAGES["Latin"])
+            for programs in (shared, own)
         }
         for page, limit in (("Latin", 0.63), ("Chinese", 0.78)):
             yield Measure(
                 f"self.start.{page}",
                 f"instructions to the first page, {page}",
-                starts[own, page].result().total,
+                starts[own, page].result(),
                 "",
                 SHARED,
-                starts[shared, page].result().total,
+                starts[shared, page].result(),
                 limit,
             )
         yield Measure(
             "self.frame",
             "instructions of one steady frame",
-            round(frames[own].result().total),
+            round(frames[own].result()),
             "",
             SHARED,
-            round(frames[shared].result().total),
+            round(frames[shared].result()),
             1.0,
         )
 

@@ -3,7 +3,6 @@ machine does strikes both sides."""
 
 import json
 import subprocess
-import tempfile
 import time
 from contextlib import ExitStack
 from pathlib import Path
@@ -19,7 +18,6 @@ if subprocess.run([*REAL_TIME, "true"], capture_output=True, check=False).return
     REAL_TIME = []
 FRAME_MS = 30
 BARE = "the bare program"
-LATENESS_RUNS = 5  # one moment that the machine does not give decides a run's 99.9th percentile
 
 
 def _stamped_start(programs, program):
@@ -122,85 +120,28 @@ def _start(programs, stack, program, arguments):
     return desk.start(*arguments, env=programs.fonts("package"), log="")
 
 
-def _google(programs, name, pattern, repetitions=1):
-    """Results of a Google Benchmark program: by name, a list of one object a repetition."""
-    with tempfile.TemporaryDirectory() as scratch:
-        out = Path(scratch) / "out.json"
-        subprocess.run(
-            [
-                *REAL_TIME,
-                str(programs.bench(name)),
-                f"--benchmark_filter={pattern}",
-                f"--benchmark_repetitions={repetitions}",
-                "--benchmark_enable_random_interleaving=true",
-                f"--benchmark_out={out}",
-                "--benchmark_out_format=json",
-            ],
-            stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL,
-            check=True,
-        )
-        found = json.loads(out.read_text(encoding="utf-8"))
-    results = {}
-    for one in found["benchmarks"]:
-        if one.get("run_type") == "iteration":
-            results.setdefault(one["name"].split("/")[0], []).append(one)
-    return results
+def _told(programs, name, runs):
+    """What a program prints that measures by itself."""
+    words = [*REAL_TIME, str(programs.bench(name)), str(runs)]
+    return json.loads(subprocess.run(words, check=True, capture_output=True).stdout)
 
 
-def _median(results, name, field):
-    return median(one[field] for one in results[name])
-
-
-def tracing(programs, repetitions):
-    found = _google(programs, "trace_bench", "emptyLoop|disabledStatement|writtenLine", repetitions)
+def lateness(programs, runs):
+    found = _told(programs, "lateness_bench", runs)
     yield Measure(
-        "trace.disabled.time",
-        "a disabled trace statement, CPU time",
-        _median(found, "disabledStatement", "cpu_time"),
-        "ns",
-        "an empty loop",
-        _median(found, "emptyLoop", "cpu_time"),
-        1.0,
+        "late",
+        "a delayed message's lateness, median",
+        found["message_us"],
+        "us",
+        "a timerfd",
+        found["timerfd_us"],
+        1000,
         difference=True,
     )
-    yield Measure(
-        "trace.written.time",
-        "a written trace line, CPU time",
-        _median(found, "writtenLine", "cpu_time"),
-        "ns",
-        "spdlog",
-        _median(found, "writtenLineSpdlog", "cpu_time"),
-        2.0,
-    )
-
-
-def dispatcher(programs, repetitions):
-    found = _google(programs, "dispatcher_bench", "postToRun/1000000|postToRunGlib|postToRunAsio", repetitions)
-    ours, glib, asio = (
-        _median(found, name, "real_time") / 1e6 for name in ("postToRun", "postToRunGlib", "postToRunAsio")
-    )
-    yield Measure("post.time", "post to run of 1,000,000 messages", ours, "ms", "GLib", glib)
-    yield Measure("post.time.asio", "the same", ours, "ms", "Boost.Asio", asio)
-    late = _google(programs, "dispatcher_bench", "Lateness", LATENESS_RUNS)
-    for field, name in (("late_median_us", "median"), ("late_p999_us", "99.9th percentile")):
-        yield Measure(
-            f"late.{field}",
-            f"a delayed message's lateness, {name}",
-            _median(late, "delayedLateness", field) / 1000,
-            "ms",
-            "a timerfd",
-            _median(late, "timerfdLateness", field) / 1000,
-            1.0,
-            difference=True,
-        )
 
 
 def launch(programs, runs):
-    done = subprocess.run(
-        [*REAL_TIME, str(programs.bench("first_line_bench")), str(runs)], check=True, capture_output=True, text=True
-    )
-    found = json.loads(done.stdout)
+    found = _told(programs, "first_line_bench", runs)
     yield Measure(
         "launch", "launch to the first line logged", found["launch_us"], "us", "posix_spawn", found["spawn_us"], 1.5
     )
@@ -229,15 +170,10 @@ def ending(programs, runs):
 
 
 def all_times(programs, runs, seconds):
-    few = max(3, runs // 4)
-    measures = []
-    for part in (
-        start(programs, runs),
-        minute(programs, seconds),
-        tracing(programs, runs),
-        dispatcher(programs, few),
-        launch(programs, 10 * runs),
-        ending(programs, runs),
-    ):
-        measures += part
-    return measures
+    return [
+        *start(programs, runs),
+        *minute(programs, seconds),
+        *lateness(programs, 10 * runs),
+        *launch(programs, 10 * runs),
+        *ending(programs, runs),
+    ]

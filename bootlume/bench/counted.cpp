@@ -17,31 +17,10 @@
 #include <thread>
 #include <vector>
 
-#ifdef WITH_SPDLOG
-#include <spdlog/sinks/stdout_sinks.h>
-#include <spdlog/spdlog.h>
-#endif
-#ifdef WITH_GLIB
-#include "glib_loop.h"
-#endif
-
 namespace {
 
 void nothing(long count, long /*size*/) {
     for (volatile long i = 0; i < count; i = i + 1) {
-    }
-}
-
-void disabledStatement(long count, long /*size*/) {
-    for (volatile long i = 0; i < count; i = i + 1) {
-        TRACE(Trace::LEVEL_DEBUG, "a message" << TRACE_VALUE(count));
-    }
-}
-
-void writtenLine(long count, long /*size*/) {
-    int value = 7;
-    for (long i = 0; i < count; ++i) {
-        TRACE(Trace::LEVEL_INFO, "reboot started with result: " << TRACE_VALUE(value));
     }
 }
 
@@ -105,46 +84,15 @@ void childLines(long count, long size) {
     }
 }
 
-#ifdef WITH_SPDLOG
-void writtenLineSpdlog(long count, long /*size*/) {
-    auto logger = std::make_shared<spdlog::logger>(
-        "bench", std::make_shared<spdlog::sinks::stdout_sink_mt>());
-    logger->set_pattern("[%Y%m%d-%H%M%S:%e] (%P) (          bench) %7l:\t| %v| %s:%#");
-    logger->flush_on(spdlog::level::info);
-    int value = 7;
-    for (long i = 0; i < count; ++i) {
-        logger->log(spdlog::source_loc{__FILE__, __LINE__, "f"}, spdlog::level::info,
-                    "reboot started with result: , value = {}", value);
-    }
-}
-#endif
-
-#ifdef WITH_GLIB
-void postGlib(long count, long /*size*/) {
-    GlibLoop::postAndRun(count);
-}
-#endif
-
 struct Operation {
     const char* name;
     void (*run)(long count, long size);
 };
 
 const Operation OPERATIONS[] = {
-    {"nothing", nothing},
-    {"disabled_statement", disabledStatement},
-    {"written_line", writtenLine},
-    {"masks", masks},
-    {"post", post},
-    {"post_while_waiting", postWhileWaiting},
-    {"language", language},
-    {"child_lines", childLines},
-#ifdef WITH_SPDLOG
-    {"written_line_spdlog", writtenLineSpdlog},
-#endif
-#ifdef WITH_GLIB
-    {"post_glib", postGlib},
-#endif
+    {"nothing", nothing},   {"masks", masks},
+    {"post", post},         {"post_while_waiting", postWhileWaiting},
+    {"language", language}, {"child_lines", childLines},
 };
 
 } // namespace

@@ -52,8 +52,7 @@ quietly() {
 # What a build of the program and its tests needs.
 # shellcheck disable=SC2034 # used by the scripts that source this file
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libcairo2-dev libboost-dev libgtest-dev
-                libgmock-dev libbenchmark-dev fontconfig fonts-dejavu-core fonts-droid-fallback
-                fonts-liberation)
+                libgmock-dev fontconfig fonts-dejavu-core fonts-droid-fallback fonts-liberation)
 
 # What the tests need besides.
 # shellcheck disable=SC2034
