@@ -10,7 +10,7 @@ NS = 1_000_000_000
 
 
 class Clocks:
-    """By how many seconds each clock is ahead of the true one; preload/shifted_clock.c obeys.
+    """By how many seconds each clock is ahead of the true one; preload/test_clocks.c obeys.
 
     environment: what the program is to be started with, and refresh=0: the display's waits would see
     clocks that they are not meant to.

@@ -99,4 +99,4 @@ def clocks(desk, preload, build_dir):
     """Clocks that a splash obeys which is started with clocks.environment; see clocks.Clocks."""
     if sanitizer_runtimes(build_dir / "bin/bootlume"):
         pytest.skip("a sanitizer has clocks of its own")
-    return Clocks(desk.root / "clocks", preload("shifted-clock"))
+    return Clocks(desk.root / "clocks", preload("test-clocks"))

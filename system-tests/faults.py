@@ -16,7 +16,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 from clocks import Clocks
-from desk import LANGUAGE, Desk, Late, wait_until
+from desk import LANGUAGE, SHELL, Desk, Late, wait_until
 
 SOURCE = Path(__file__).resolve().parent.parent
 HANG = 60  # longer than a busy machine takes for anything
@@ -112,8 +112,9 @@ class Control(ctypes.Structure):
     """The injector's file, mapped."""
 
     _fields_ = [
-        ("function", ctypes.c_int32),
+        ("function", ctypes.c_char * NAME_LENGTH),
         ("countdown", ctypes.c_int32),
+        ("failures", ctypes.c_int32),
         ("error", ctypes.c_int32),
         ("struck", ctypes.c_int32),
         ("functions", ctypes.c_int32),
@@ -123,28 +124,24 @@ class Control(ctypes.Structure):
 
 
 class Injector:
-    """One control file."""
+    """One control file; preload/fault_injector.c obeys."""
 
-    def __init__(self, path, indices=None):
+    def __init__(self, path):
         self.path = path
-        self.indices = indices
         path.write_bytes(bytes(ctypes.sizeof(Control)))
         with open(path, "r+b") as file:
             self._map = mmap.mmap(file.fileno(), 0)
         self.control = Control.from_buffer(self._map)
-        self.control.function = -1
 
-    def arm(self, case):
+    def arm(self, function, nth, error, failures=1):
+        """Makes the nth call from now on fail, and so many in a row."""
         control = self.control
-        control.error = getattr(errno, case.error)
-        control.countdown = case.nth
-        control.struck = 0
-        # The program fills the names in when it starts; before that an earlier run must have told them.
-        indices = self.indices or {name: i for i, name in enumerate(self.calls())}
-        control.function = indices[case.function]
+        control.error, control.failures = getattr(errno, error), failures
+        control.countdown, control.struck = nth, 0
+        control.function = function.encode()
 
     def struck(self):
-        return self.control.struck == 1
+        return self.control.struck > 0
 
     def calls(self):
         """How often each function was called so far, by name."""
@@ -165,7 +162,6 @@ class Bench:
         """products: how a Desk is told of the build."""
         self.products = products
         self.injector = products["library"].with_name("libfault-injector.so")
-        self.indices = {}
         self.counts = {phase: self._count(phase) for phase in PHASES}
 
     def cases(self, function, most_calls, all_errors=True):
@@ -179,10 +175,10 @@ class Bench:
     def run(self, case):
         """The outcome of one case."""
         with Desk(**self.products) as desk:
-            injector = Injector(desk.root / "control", self.indices)
+            injector = Injector(desk.root / "control")
             run = Run(desk, injector, case.phase, self.injector)
             try:
-                word = run.play(lambda: injector.arm(case))
+                word = run.play(lambda: injector.arm(case.function, case.nth, case.error))
                 if word != TERMINATED and not injector.struck():
                     word = NOT_MADE
                 lines = run.lines()
@@ -194,12 +190,11 @@ class Bench:
 
     def _count(self, phase):
         with Desk(**self.products) as desk:
-            injector = Injector(desk.root / "control", self.indices)
+            injector = Injector(desk.root / "control")
             run = Run(desk, injector, phase, self.injector)
             before = Counter()
             run.play(lambda: before.update(injector.calls()))
             calls = injector.calls()
-            self.indices.update({name: i for i, name in enumerate(calls)})
             injector.close()
             return calls - before
 
@@ -265,12 +260,10 @@ class Run:
         self.desk.write(LANGUAGE, " " * 5000 + '"selectedLanguage":"zh"')
         arguments = ["Title", "Lines"]
         if self.phase == "reboot":
-            # Without the preload, which would count the script's calls.
-            shell = "#!/usr/bin/env -S -u LD_PRELOAD /bin/sh\n"
             for program in ("/sbin/vrx_reboot", "/sbin/reboot"):
-                self.desk.write(program, f"{shell}echo rebooting; : > {self.rebooted}\n", 0o755)
+                self.desk.write(program, f"{SHELL}echo rebooting; : > {self.rebooted}\n", 0o755)
             # The limits come when the fault is armed, and not before.
-            preloads = f"{environment['LD_PRELOAD']}:{self.library.with_name('libshifted-clock.so')}"
+            preloads = f"{environment['LD_PRELOAD']}:{self.library.with_name('libtest-clocks.so')}"
             self.clocks = Clocks(self.desk.root / "clocks", {"LD_PRELOAD": preloads})
             environment.update(self.clocks.environment)
             environment.update({"SPLASH_TIMEOUT": LATER, "SPLASH_TIMEOUT_HARD": LATER + 1})

@@ -1,14 +1,12 @@
 """A wall clock far from now: the pace holds, nothing spins, and lines bear its date."""
 
 import os
-import struct
 import time
 from datetime import datetime, timezone
 from pathlib import Path
 
 import pytest
 
-from desk.desk import sanitizer_runtimes
 from desk.splash import wait_until_running
 
 FRAMES = 60
@@ -21,22 +19,16 @@ def cpu_seconds(splash):
 
 
 def shift_to(year):
-    if year is None:
-        return 0
-    return int((datetime(year, 1, 2, tzinfo=timezone.utc).timestamp() - time.time()) * 1e9)
+    return datetime(year, 1, 2, tzinfo=timezone.utc).timestamp() - time.time()
 
 
 @pytest.fixture
-def run(desk, build_dir, preload):
+def run(desk, clocks):
     """run(year): the splash, and the seconds and the processor's seconds that its frames took."""
-    if sanitizer_runtimes(build_dir / "bin/bootlume"):
-        pytest.skip("a sanitizer has clocks of its own")
 
     def started(year):
-        clocks = desk.root / f"clocks-{year}"
-        clocks.write_bytes(struct.pack("=qq", shift_to(year), 0))
-        splash = desk.start("Title", "Lines", refresh=0, env={**preload("shifted-clock"), "SHIFTED_CLOCK": clocks})
-        wait_until_running(splash)
+        clocks.set(wall=shift_to(year) if year else 0)
+        splash = wait_until_running(desk.start("Title", "Lines", refresh=0, env=clocks.environment))
         first = splash.screen.wait_for_frame(splash.screen.frame_number + 5).number
         begin, used = time.monotonic(), cpu_seconds(splash)
         splash.screen.wait_for_frame(first + FRAMES)

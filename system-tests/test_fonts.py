@@ -1,19 +1,17 @@
 """Fonts that cannot be read: the texts that can be drawn are drawn, and the ring turns."""
 
 import json
-import mmap
 import os
 import shutil
-import struct
 import subprocess
 
 import pytest
 
-from desk.desk import sanitizer_runtimes
 from desk.waiting import wait_until
 
 LATIN = "Univers Next W1G Medium"
 CHINESE = "Droid Sans Fallback"
+MINUTE_S = 61  # a little more than the texts of a font that cannot be read are left out
 LONG_AGO = (1_000_000_000, 1_000_000_000)  # a folder whose date stays is not read anew
 TITLE, DIVIDER, BODY, RING = range(120, 149), range(150, 151), range(160, 280), range(290, 440)
 
@@ -80,28 +78,6 @@ def fonts(desk):
     return Fonts(desk)
 
 
-@pytest.fixture
-def minutes(desk, build_dir, preload):
-    """minutes.environment for a splash whose steady clock minutes.later() sets forward by a minute."""
-    if sanitizer_runtimes(build_dir / "bin/bootlume"):
-        pytest.skip("a sanitizer has clocks of its own")
-
-    class Minutes:
-        def __init__(self):
-            path = desk.root / "clocks"
-            path.write_bytes(bytes(16))
-            self.environment = {**preload("shifted-clock"), "SHIFTED_CLOCK": path}
-            self._passed = 0
-            with open(path, "r+b") as file:
-                self._map = mmap.mmap(file.fileno(), 0)
-
-        def later(self):
-            self._passed += 61
-            struct.pack_into("=q", self._map, 8, self._passed * 1_000_000_000)
-
-    return Minutes()
-
-
 def frame_later(splash, frames=10):
     return splash.screen.wait_for_frame(splash.screen.frame_number + frames)
 
@@ -129,20 +105,20 @@ def test_an_unreadable_font_costs_its_texts_and_one_line(fonts, how):
     assert splash.quit() == 0
 
 
-def test_a_lasting_failure_is_one_line_a_minute_and_a_mended_font_comes_back(fonts, minutes):
+def test_a_lasting_failure_is_one_line_a_minute_and_a_mended_font_comes_back(fonts, clocks):
     sound = fonts.start("Titel", "eins\nzwei")
     page = frame_later(sound)
     assert sound.quit() == 0
     fonts.spoil(LATIN, "removed")
-    splash = fonts.start("Titel", "eins\nzwei", env=minutes.environment)
+    splash = fonts.start("Titel", "eins\nzwei", env=clocks.environment)
     frame_later(splash, 40)
     assert len(refusals(splash)) == 1
-    minutes.later()
+    clocks.set(steady=1 * MINUTE_S)
     wait_until(lambda: len(refusals(splash)) == 2, "the second minute's line")
     frame_later(splash, 40)
     assert len(refusals(splash)) == 2
     fonts.mend(LATIN)
-    minutes.later()
+    clocks.set(steady=2 * MINUTE_S)
     splash.screen.wait_for_picture(
         lambda frame: all(rows(frame, part) == rows(page, part) for part in (TITLE, BODY)), "the texts"
     )

@@ -9,7 +9,7 @@ import re
 import pytest
 
 from desk import LANGUAGE, sanitizer_runtimes, wait_until
-from faults import Case, Injector
+from faults import Injector
 
 PERIOD = 30_000_000
 MS = 1_000_000
@@ -133,7 +133,7 @@ def test_a_display_of_40_ms_adds_no_sleep(desk, splash):
 )
 def test_a_frame_sleeps_for_the_whole_milliseconds_left(desk, splash, preload, drawing_us, flip_us, slept_ms):
     desk.trace_config("bootlume 6 0 0")
-    running = splash(refresh=0, env={**preload("stepping-clock"), "STEPPING_CLOCK": f"0,{drawing_us},{flip_us}"})
+    running = splash(refresh=0, env={**preload("test-clocks"), "STEPPING_CLOCK": f"0,{drawing_us},{flip_us}"})
     running.screen.wait_for_frame(6)
     assert running.quit() == 0
     found = frames(running)
@@ -147,7 +147,7 @@ def test_a_frame_sleeps_for_the_whole_milliseconds_left(desk, splash, preload, d
 
 
 def test_a_clock_that_is_set_back_does_not_stretch_a_sleep(splash, preload):
-    running = splash(refresh=0, env={**preload("stepping-clock"), "STEPPING_CLOCK": "0,0,-1500000"})
+    running = splash(refresh=0, env={**preload("test-clocks"), "STEPPING_CLOCK": "0,0,-1500000"})
     running.screen.wait_for_frame(4)
     assert running.quit() == 0
     assert {step[3]["requested_ns"] for step in times(running) if step[0] == "sleep"} == {PERIOD}
@@ -161,13 +161,13 @@ def test_a_sleep_that_a_signal_cuts_short_is_not_resumed(desk, build_dir, preloa
     running = desk.start(
         refresh=0,
         env={
-            **preload("stepping-clock", first=["fault-injector"]),  # the device does not see what it fails
+            **preload("test-clocks", first=["fault-injector"]),  # the device does not see what it fails
             "STEPPING_CLOCK": "0,0,0",
             "FAULT_CONTROL": injector.path,
         },
     )
     running.screen.wait_for_frame(4)
-    injector.arm(Case("steady", "nanosleep", 1, "EINTR"))
+    injector.arm("nanosleep", 1, "EINTR")
     wait_until(injector.struck, "the sleep that is cut short")
     running.screen.wait_for_frame(running.screen.frame_number + 4)
     assert running.quit() == 0

@@ -1,13 +1,11 @@
 """What the program does where the machine has nothing left for it: no descriptors, no processes, no
 memory, nobody who reads, no place for its socket, no display any more."""
 
-import mmap
 import os
 import re
 import resource
 import signal
 import socket
-import struct
 from contextlib import suppress
 from pathlib import Path
 
@@ -24,6 +22,7 @@ from desk import (
     wait_until_running,
 )
 from desk.lines import ENDING, OWN_LINES, SERVER, lines_of, traced
+from faults import Injector
 
 LONG = bool(os.environ.get("BOOTLUME_LONG"))
 LONGEST_S = 10
@@ -241,33 +240,17 @@ def test_no_processes_at_the_start_end_it_with_a_message(desk, build_dir, run_pr
 # -- memory ------------------------------------------------------------------------------------
 
 
-class Memory:
-    """The control file of the failing allocator."""
-
-    def __init__(self, path):
-        path.write_bytes(bytes(12))
-        with open(path, "r+b") as file:
-            self._map = mmap.mmap(file.fileno(), 0)
-
-    def fail(self, countdown, failures=1):
-        struct.pack_into("=2i", self._map, 0, 0, failures)
-        struct.pack_into("=i", self._map, 0, countdown)
-
-    @property
-    def failed(self):
-        return struct.unpack_from("=i", self._map, 8)[0]
-
-
 @pytest.fixture
 def scarce(build_dir, preload, desk):
-    """scarce() starts a splash whose allocations can be made to fail: the splash and the Memory."""
+    """scarce() starts a splash whose allocations can be made to fail: the splash and its Injector."""
     if sanitizer_runtimes(build_dir / "bin/bootlume"):
         pytest.skip("a sanitizer has an allocator of its own")
 
     def start(countdown=0, failures=1, **options):
-        memory = Memory(desk.root / "memory")
-        memory.fail(countdown, failures)
-        environment = {**preload(first=["failing-malloc"]), "FAILING_MALLOC": desk.root / "memory"}
+        memory = Injector(desk.root / "memory")
+        if countdown:
+            memory.arm("malloc", countdown, "ENOMEM", failures)
+        environment = {**preload(first=["fault-injector"]), "FAULT_CONTROL": memory.path}
         return desk.start("Title", "Lines", env=environment, **options), memory
 
     return start
@@ -300,9 +283,9 @@ def outcome_without_memory(splash, struck=lambda: True):
 def test_no_memory_at_the_start_ends_it_with_a_message_or_not_at_all(scarce, countdown, failures):
     splash, memory = scarce(countdown, failures)
     outcome_without_memory(splash)
-    if LONG and not memory.failed:
+    if LONG and not memory.struck():
         pytest.skip("so many allocations are not made up to the first frames")
-    assert memory.failed
+    assert memory.struck()
 
 
 @pytest.mark.parametrize("countdown", range(1, 60) if LONG else [1, 2, 5, 9, 16])
@@ -311,15 +294,15 @@ def test_no_memory_while_it_runs_ends_it_with_a_message_or_not_at_all(desk, scar
     splash, memory = scarce()
     wait_until_running(splash)
     turns_on(splash)
-    memory.fail(countdown)
+    memory.arm("malloc", countdown, "ENOMEM")
     for number in range(countdown):
         try:
             splash.send(f"A title that is too long for a short string {number};" + "line\n" * 9, 1)
         except (AssertionError, OSError):
             break  # it has ended
         desk.trace_config("bootlume 6 0xFFFFFFFF 0")
-    outcome_without_memory(splash, lambda: memory.failed)
-    assert memory.failed
+    outcome_without_memory(splash, memory.struck)
+    assert memory.struck()
 
 
 # -- the socket's place ------------------------------------------------------------------------

@@ -48,7 +48,7 @@ def test_a_long_life_takes_no_more_than_a_short_one(desk, build_dir, run_prefix,
         pytest.skip("memory is measured in the product, run by the machine itself")
     desk.language("de")
     splash = desk.start(
-        "Title", "Lines", refresh=0, log="/dev/null", env={**preload("stepping-clock"), "STEPPING_CLOCK": NO_SLEEP}
+        "Title", "Lines", refresh=0, log="/dev/null", env={**preload("test-clocks"), "STEPPING_CLOCK": NO_SLEEP}
     )
     texts = 0
 

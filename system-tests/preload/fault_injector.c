@@ -1,70 +1,97 @@
-/* Makes the program's own system calls fail once, on demand.
+/* Makes the program's own calls fail on demand.
  *
  * Only calls from the program itself and from the C++ library on its behalf count; what cairo or
- * the virtual device do goes through. FAULT_CONTROL names a file that is mapped and shared with the
- * test: it says what is to fail, and tells what was called and struck. Nothing is allocated or
- * locked, so that a forked child may be struck as well. Comes first in LD_PRELOAD. */
+ * the virtual device do goes through: strace, which could make system calls fail as well, cannot
+ * tell these apart. FAULT_CONTROL names a file that is mapped and shared with the test: it says
+ * what is to fail, and tells what was called and struck. Nothing is allocated or locked, so that a
+ * forked child may be struck as well. Comes first in LD_PRELOAD. */
 #define _GNU_SOURCE
-#include "own_code.h"
-
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
-#include <pthread.h>
-#include <signal.h>
-#include <stdarg.h>
+#include <link.h>
+#include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
-#include <sys/types.h>
-#include <time.h>
 #include <unistd.h>
 
+/* Every function that can be struck, and what it gives when it fails. */
 /* clang-format off */
-#define EACH_FUNCTION(X) \
-    X(bind) X(chdir) X(close) X(dup2) X(eventfd) X(eventfd_write) X(execve) X(fcntl) X(fflush) \
-    X(fork) X(fstat) X(getcwd) X(gettimeofday) X(inotify_add_watch) X(inotify_init) \
-    X(inotify_rm_watch) X(ioctl) X(isatty) X(kill) X(lseek) X(mmap) X(munmap) X(nanosleep) X(open) \
-    X(__open_2) X(pathconf) X(pipe2) X(poll) X(prctl) X(pread) X(pthread_create) \
-    X(pthread_sigmask) X(read) X(recv) X(sched_yield) X(sem_wait) X(shutdown) \
-    X(signal) X(sigprocmask) X(socket) X(syscall) X(sysconf) X(unlink) X(waitpid) \
-    X(write)
+#define EACH_WRAPPED(X) \
+    X(bind, -1) X(chdir, -1) X(dup2, -1) X(eventfd, -1) X(eventfd_write, -1) X(execve, -1) \
+    X(fcntl, -1) X(fflush, EOF) X(fork, -1) X(fstat, -1) X(getcwd, 0) X(gettimeofday, -1) \
+    X(inotify_add_watch, -1) X(inotify_init, -1) X(inotify_rm_watch, -1) X(ioctl, -1) \
+    X(isatty, 0) X(kill, -1) X(lseek, -1) X(mmap, -1) X(munmap, -1) X(nanosleep, -1) X(open, -1) \
+    X(__open_2, -1) X(pathconf, -1) X(pipe2, -1) X(poll, -1) X(prctl, -1) X(pread, -1) \
+    X(pthread_create, control->error) X(pthread_sigmask, control->error) X(read, -1) X(recv, -1) \
+    X(sched_yield, -1) X(sem_wait, -1) X(shutdown, -1) X(signal, -1) X(sigprocmask, -1) \
+    X(socket, -1) X(sysconf, -1) X(unlink, -1) X(waitpid, -1) X(write, -1)
+#define EACH_FUNCTION(X) EACH_WRAPPED(X) X(close, -1) X(malloc, 0) X(syscall, -1)
 /* clang-format on */
 
 enum function {
-#define NAME(function) F_##function,
+#define NAME(function, failure) F_##function,
     EACH_FUNCTION(NAME)
 #undef NAME
         FUNCTIONS
 };
 
 static const char* const names[FUNCTIONS] = {
-#define NAME(function) #function,
+#define NAME(function, failure) #function,
     EACH_FUNCTION(NAME)
 #undef NAME
 };
 
-/* The layout that the test maps; all 32-bit. */
+/* The layout that the test maps. */
 struct control {
-    int32_t function;  /* index of the one that fails; -1: none */
-    int32_t countdown; /* it fails when this falls to 0 */
+    char function[24]; /* the one that fails */
+    int32_t countdown; /* it fails when this falls to 0, */
+    int32_t failures;  /* and so often in a row */
     int32_t error;
-    int32_t struck;
+    int32_t struck;    /* how often it has failed */
     int32_t functions; /* how many there are */
     int32_t calls[64];
     char name[64][24];
 };
 
-static struct control idle = {.function = -1};
+static struct control idle;
 static struct control* control = &idle;
 static void* real[FUNCTIONS];
+static uintptr_t own_code[2][2]; /* first address and end of the program, of the C++ library */
+
+static int note_object(struct dl_phdr_info* object, size_t size, void* data) {
+    (void)size;
+    (void)data;
+    const int library = strstr(object->dlpi_name, "libstdc++") != NULL;
+    if (object->dlpi_name[0] != '\0' && !library)
+        return 0;
+    uintptr_t* range = own_code[library ? 1 : 0];
+    if (range[1] != 0)
+        return 0; /* the kernel's object has no name, either, and comes after the program */
+    range[0] = UINTPTR_MAX;
+    for (int i = 0; i < object->dlpi_phnum; ++i) {
+        const ElfW(Phdr)* part = &object->dlpi_phdr[i];
+        if (part->p_type != PT_LOAD)
+            continue;
+        const uintptr_t begin = object->dlpi_addr + part->p_vaddr;
+        if (begin < range[0])
+            range[0] = begin;
+        if (begin + part->p_memsz > range[1])
+            range[1] = begin + part->p_memsz;
+    }
+    return 0;
+}
+
+/* No code is the program's own before the set-up. */
+static int is_own_code(const void* caller) {
+    const uintptr_t at = (uintptr_t)caller;
+    return (at >= own_code[0][0] && at < own_code[0][1]) ||
+           (at >= own_code[1][0] && at < own_code[1][1]);
+}
 
 /* Other libraries' constructors call before this one's set-up. */
 static void* next_of(enum function function) {
@@ -76,16 +103,13 @@ static void* next_of(enum function function) {
 __attribute__((constructor)) static void set_up(void) {
     for (int i = 0; i < FUNCTIONS; ++i)
         next_of((enum function)i);
-    find_own_code();
+    dl_iterate_phdr(note_object, NULL);
     const char* path = getenv("FAULT_CONTROL");
-    if (path == NULL)
-        return;
-    const int file = ((int (*)(const char*, int, ...))next_of(F_open))(path, O_RDWR | O_CLOEXEC);
+    const int file = path == NULL ? -1 : open(path, O_RDWR | O_CLOEXEC);
     if (file < 0)
         return;
-    void* shared = ((void* (*)(void*, size_t, int, int, int, off_t))next_of(F_mmap))(
-        NULL, sizeof(struct control), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    ((int (*)(int))next_of(F_close))(file);
+    void* shared = mmap(NULL, sizeof(struct control), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    close(file);
     if (shared == MAP_FAILED)
         return;
     control = shared;
@@ -98,124 +122,48 @@ static int strikes(enum function function, const void* caller) {
     if (!is_own_code(caller))
         return 0;
     __atomic_add_fetch(&control->calls[function], 1, __ATOMIC_RELAXED);
-    if (__atomic_load_n(&control->function, __ATOMIC_ACQUIRE) != (int32_t)function)
+    if (strcmp(control->function, names[function]) != 0)
         return 0;
-    if (__atomic_sub_fetch(&control->countdown, 1, __ATOMIC_RELAXED) != 0)
+    const int32_t left = __atomic_sub_fetch(&control->countdown, 1, __ATOMIC_ACQ_REL);
+    if (left > 0 || left <= -control->failures)
         return 0;
-    __atomic_store_n(&control->struck, 1, __ATOMIC_RELEASE);
+    __atomic_add_fetch(&control->struck, 1, __ATOMIC_RELEASE);
     errno = control->error;
     return 1;
 }
 
-#define STRIKE(function, failure)                                                                  \
-    if (strikes(F_##function, __builtin_return_address(0)))                                        \
-    return failure
+/* Every one of these takes and gives whole numbers and addresses: what comes in is handed on, as
+ * many words as any of them takes. */
+#define PARAMETERS long a, long b, long c, long d, long e, long f, long g, long h
+typedef long any_call(PARAMETERS);
+#define HAND_ON(function) ((any_call*)next_of(F_##function))(a, b, c, d, e, f, g, h)
+#define DECLARE(function) long call_##function(PARAMETERS) __asm__(#function)
 
-#define WRAP(result, failure, function, parameters, arguments)                                     \
-    result function parameters {                                                                   \
-        STRIKE(function, failure);                                                                 \
-        return ((result(*) parameters)next_of(F_##function))arguments;                             \
+#define WRAP(function, failure)                                                                    \
+    DECLARE(function);                                                                             \
+    long call_##function(PARAMETERS) {                                                             \
+        return strikes(F_##function, __builtin_return_address(0)) ? (long)(failure)                \
+                                                                  : HAND_ON(function);             \
     }
-
-WRAP(int, -1, bind, (int fd, const struct sockaddr* address, socklen_t length),
-     (fd, address, length))
-WRAP(int, -1, chdir, (const char* path), (path))
-WRAP(int, -1, dup2, (int from, int to), (from, to))
-WRAP(int, -1, eventfd, (unsigned initial, int flags), (initial, flags))
-WRAP(int, -1, eventfd_write, (int fd, uint64_t value), (fd, value))
-WRAP(int, -1, execve, (const char* path, char* const* argv, char* const* envp), (path, argv, envp))
-WRAP(int, EOF, fflush, (FILE * file), (file))
-WRAP(pid_t, -1, fork, (void), ())
-WRAP(int, -1, fstat, (int fd, struct stat* found), (fd, found))
-WRAP(char*, NULL, getcwd, (char* buffer, size_t size), (buffer, size))
-WRAP(int, -1, gettimeofday, (struct timeval * now, void* zone), (now, zone))
-WRAP(int, -1, inotify_add_watch, (int fd, const char* path, uint32_t mask), (fd, path, mask))
-WRAP(int, -1, inotify_init, (void), ())
-WRAP(int, -1, inotify_rm_watch, (int fd, int watch), (fd, watch))
-WRAP(int, 0, isatty, (int fd), (fd))
-WRAP(int, -1, kill, (pid_t pid, int sig), (pid, sig))
-WRAP(off_t, -1, lseek, (int fd, off_t place, int from), (fd, place, from))
-WRAP(void*, MAP_FAILED, mmap, (void* at, size_t length, int prot, int flags, int fd, off_t offset),
-     (at, length, prot, flags, fd, offset))
-WRAP(int, -1, munmap, (void* at, size_t length), (at, length))
-WRAP(int, -1, nanosleep, (const struct timespec* pause, struct timespec* rest), (pause, rest))
-WRAP(int, -1, __open_2, (const char* path, int flags), (path, flags))
-WRAP(long, -1, pathconf, (const char* path, int name), (path, name))
-WRAP(int, -1, pipe2, (int ends[2], int flags), (ends, flags))
-WRAP(int, -1, poll, (struct pollfd * fds, nfds_t count, int timeout), (fds, count, timeout))
-WRAP(int, control->error, pthread_create,
-     (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument),
-     (thread, attributes, body, argument))
-WRAP(int, control->error, pthread_sigmask, (int how, const sigset_t* next, sigset_t* last),
-     (how, next, last))
-WRAP(ssize_t, -1, pread, (int fd, void* buffer, size_t size, off_t place),
-     (fd, buffer, size, place))
-WRAP(ssize_t, -1, read, (int fd, void* buffer, size_t size), (fd, buffer, size))
-WRAP(ssize_t, -1, recv, (int fd, void* buffer, size_t size, int flags), (fd, buffer, size, flags))
-WRAP(int, -1, sched_yield, (void), ())
-WRAP(int, -1, shutdown, (int fd, int how), (fd, how))
-WRAP(int, -1, sigprocmask, (int how, const sigset_t* next, sigset_t* last), (how, next, last))
-WRAP(int, -1, socket, (int domain, int type, int protocol), (domain, type, protocol))
-WRAP(long, -1, sysconf, (int name), (name))
-WRAP(int, -1, unlink, (const char* path), (path))
-WRAP(pid_t, -1, waitpid, (pid_t pid, int* status, int options), (pid, status, options))
-WRAP(ssize_t, -1, write, (int fd, const void* data, size_t size), (fd, data, size))
+EACH_WRAPPED(WRAP)
 
 /* A close that fails has closed all the same. */
-int close(int fd) {
-    const int result = ((int (*)(int))next_of(F_close))(fd);
-    STRIKE(close, -1);
-    return result;
+DECLARE(close);
+long call_close(PARAMETERS) {
+    const long result = HAND_ON(close);
+    return strikes(F_close, __builtin_return_address(0)) ? -1 : result;
 }
 
-WRAP(sighandler_t, SIG_ERR, signal, (int sig, sighandler_t next), (sig, next))
-
-typedef union semaphore semaphore;
-int sem_wait(semaphore* waited) {
-    STRIKE(sem_wait, -1);
-    return ((int (*)(semaphore*))next_of(F_sem_wait))(waited);
+/* The C library's own: there is no looking up before an allocator is there. */
+extern void* __libc_malloc(size_t size);
+void* malloc(size_t size) {
+    return strikes(F_malloc, __builtin_return_address(0)) ? NULL : __libc_malloc(size);
 }
 
-/* One argument at most follows in every use. */
-static void* further(va_list list) {
-    return va_arg(list, void*);
-}
-
-#define WRAP_VARIADIC(function, parameters, last, arguments)                                       \
-    int function parameters {                                                                      \
-        STRIKE(function, -1);                                                                      \
-        va_list list;                                                                              \
-        va_start(list, last);                                                                      \
-        void* const argument = further(list);                                                      \
-        va_end(list);                                                                              \
-        return ((int(*) parameters)next_of(F_##function))arguments;                                \
-    }
-
-WRAP_VARIADIC(open, (const char* path, int flags, ...), flags, (path, flags, argument))
-WRAP_VARIADIC(fcntl, (int fd, int command, ...), command, (fd, command, argument))
-WRAP_VARIADIC(ioctl, (int fd, unsigned long request, ...), request, (fd, request, argument))
-
-/* The C++ library wakes those that wait for the first use of a static by SYS_futex: that cannot fail. */
-long syscall(long number, ...) {
-    if (number != SYS_futex)
-        STRIKE(syscall, -1);
-    long rest[6];
-    va_list list;
-    va_start(list, number);
-    for (int i = 0; i < 6; ++i)
-        rest[i] = va_arg(list, long);
-    va_end(list);
-    return ((long (*)(long, ...))next_of(F_syscall))(number, rest[0], rest[1], rest[2], rest[3],
-                                                     rest[4], rest[5]);
-}
-
-int prctl(int option, ...) {
-    STRIKE(prctl, -1);
-    unsigned long rest[4];
-    va_list list;
-    va_start(list, option);
-    for (int i = 0; i < 4; ++i)
-        rest[i] = va_arg(list, unsigned long);
-    va_end(list);
-    return ((int (*)(int, ...))next_of(F_prctl))(option, rest[0], rest[1], rest[2], rest[3]);
+/* The C++ library wakes those that wait for the first use of a static by SYS_futex: that cannot
+ * fail. */
+DECLARE(syscall);
+long call_syscall(PARAMETERS) {
+    return a != SYS_futex && strikes(F_syscall, __builtin_return_address(0)) ? -1
+                                                                             : HAND_ON(syscall);
 }

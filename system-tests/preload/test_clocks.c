@@ -1,8 +1,13 @@
-/* Preload library: clocks that a test sets while the program runs.
+/* Preload library: clocks that a test sets while the program runs. libfaketime has one shift for
+ * the wall clock and the steady one, changes no wait that has begun, and knows no threads.
  *
  * SHIFTED_CLOCK names a file that is mapped and shared with the test; `struct shifts` is what it
  * holds. A wait with a deadline on the wall clock ends when that clock says so, as it would where
- * the system's own clock was set. */
+ * the system's own clock was set.
+ *
+ * STEPPING_CLOCK holds numbers of microseconds, separated by commas: to each thread but the main
+ * one the wall clock stands still but for these steps, one a reading and from the start again, so
+ * that a frame takes exactly as long as a test wants. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -10,6 +15,7 @@
 #include <pthread.h>
 #include <stdint.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -30,7 +36,19 @@ struct shifts {
 static struct shifts none;
 static struct shifts* shifts = &none;
 
+static int64_t steps_ns[8];
+static unsigned step_count;
+
+static void read_steps(const char* text) {
+    while (text != NULL && step_count < sizeof steps_ns / sizeof *steps_ns) {
+        steps_ns[step_count++] = atoll(text) * 1000;
+        text = strchr(text, ',');
+        text = text == NULL ? NULL : text + 1;
+    }
+}
+
 __attribute__((constructor)) static void set_up(void) {
+    read_steps(getenv("STEPPING_CLOCK"));
     const char* path = getenv("SHIFTED_CLOCK");
     const int file = path == NULL ? -1 : open(path, O_RDWR | O_CLOEXEC);
     if (file < 0)
@@ -45,6 +63,14 @@ static int64_t true_ns(clockid_t clock) {
     struct timespec time = {0, 0};
     syscall(SYS_clock_gettime, clock, &time);
     return (int64_t)time.tv_sec * SECOND_NS + time.tv_nsec;
+}
+
+static int64_t stepped_ns(void) {
+    static __thread int64_t now_ns;
+    static __thread unsigned reading;
+    if (reading == 0)
+        now_ns = true_ns(CLOCK_REALTIME) / SECOND_NS * SECOND_NS;
+    return now_ns += steps_ns[reading++ % step_count];
 }
 
 static int64_t wall_ns(void) {
@@ -66,17 +92,21 @@ static int fits(int64_t ns) {
     return sizeof(time_t) == 8 || (ns / SECOND_NS <= INT32_MAX && ns / SECOND_NS >= INT32_MIN);
 }
 
+static int64_t clock_ns(clockid_t clock) {
+    if (clock == CLOCK_REALTIME)
+        return step_count > 0 && gettid() != getpid() ? stepped_ns() : wall_ns();
+    const int64_t shift =
+        clock == CLOCK_MONOTONIC ? __atomic_load_n(&shifts->steady_ns, __ATOMIC_ACQUIRE) : 0;
+    return true_ns(clock) + shift;
+}
+
 int clock_gettime(clockid_t clock, struct timespec* time) {
-    if (clock == CLOCK_REALTIME && !fits(wall_ns())) {
+    const int64_t ns = clock_ns(clock);
+    if (!fits(ns)) {
         errno = EOVERFLOW; /* as the C library does */
         return -1;
     }
-    if (clock == CLOCK_REALTIME)
-        *time = as_time(wall_ns());
-    else if (clock == CLOCK_MONOTONIC)
-        *time = as_time(true_ns(clock) + __atomic_load_n(&shifts->steady_ns, __ATOMIC_ACQUIRE));
-    else
-        return (int)syscall(SYS_clock_gettime, clock, time);
+    *time = as_time(ns);
     return 0;
 }
 
@@ -158,12 +188,7 @@ struct time64 {
 };
 
 int __clock_gettime64(clockid_t clock, struct time64* time) {
-    int64_t ns;
-    if (clock == CLOCK_REALTIME)
-        ns = wall_ns();
-    else
-        ns = true_ns(clock) +
-             (clock == CLOCK_MONOTONIC ? __atomic_load_n(&shifts->steady_ns, __ATOMIC_ACQUIRE) : 0);
+    const int64_t ns = clock_ns(clock);
     time->seconds = seconds_of(ns);
     time->nanoseconds = (int32_t)(ns - time->seconds * SECOND_NS);
     return 0;
