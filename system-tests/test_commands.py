@@ -173,6 +173,12 @@ def test_what_lies_in_the_sockets_place_is_replaced(desk, leave):
     assert splash.stderr == ""
 
 
+def test_the_socket_takes_datagrams_only(running):
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as stream, pytest.raises(OSError):
+        stream.connect(str(running.desk.path(SOCKET)))
+    assert running.quit() == 0
+
+
 def test_a_second_server_takes_the_path_over(desk):
     first = wait_until_running(desk.start())
     inode = desk.path(SOCKET).stat().st_ino

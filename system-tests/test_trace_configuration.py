@@ -1,11 +1,14 @@
 """The trace configuration of the whole program: the file at its place, followed while it runs."""
 
 import os
+import re
+import socket
+import subprocess
 import time
 
 import pytest
 
-from desk import LOOP, TRACE_CONFIG, wait_until, wait_until_running
+from desk import LOOP, SOCKET, TRACE_CONFIG, Desk, is_dispatching, listens, wait_until, wait_until_running
 from desk.lines import (
     ALL_LINES,
     DISPATCHER,
@@ -19,6 +22,7 @@ from desk.lines import (
     traced,
 )
 
+LOG_LOCAL1 = 17 << 3
 LONGEST_TO_FOLLOW_S = 0.2
 CHANGES = 10
 
@@ -241,3 +245,70 @@ def test_the_loops_lines_carry_their_subsystem(desk):
         loop_line(text, SERVER)
         for text in ("create dispatcher", "post message", "entering dispatcher loop", "got message")
     ] + [loop_line(text, LOOP) for text in ("exiting dispatcher loop", "destroy dispatcher")]
+
+
+# In a mount space of its own the program finds the test's socket in the place of the system's.
+WITH_LOG = [
+    "unshare",
+    "--mount",
+    "--map-root-user",
+    "/bin/sh",
+    "-ec",
+    """
+    for node in null zero random urandom; do
+        : > "$0/$node"
+        mount --bind "/dev/$node" "$0/$node"
+    done
+    mount --rbind "$0" /dev
+    exec "$@"
+""",
+]
+
+
+@pytest.fixture
+def system_log(products, run_prefix):
+    """(desk, socket): what runs on the desk sends its log lines to the socket."""
+    if (
+        subprocess.run(["unshare", "--mount", "--map-root-user", "true"], check=False, capture_output=True).returncode
+        != 0
+    ):
+        pytest.skip("needs a mount space of its own")
+    with Desk(**products) as desk, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
+        folder = desk.root / "dev"
+        folder.mkdir()
+        log.bind(str(folder / "log"))
+        log.settimeout(10)
+        desk.run_prefix = [*WITH_LOG, str(folder), *run_prefix]
+        yield desk, log
+
+
+def test_the_system_log(system_log):
+    desk, log = system_log
+    desk.trace_config("bootlume 5 0 1")
+    splash = desk.start()
+    wait_until(lambda: is_dispatching(splash) and listens(desk.path(SOCKET)), "the splash to run")
+    splash.send("refused")
+    assert splash.quit() == 0
+    entries = []
+    while not entries or "End splash-screen" not in entries[-1]:
+        entries.append(log.recv(4096).decode().rstrip("\0\n"))
+    assert splash.stdout == "", "nothing goes to standard output then"
+    parsed = [re.fullmatch(r"<(\d+)>(.{15}) bootlume\[(\d+)\]: (.*)", entry) for entry in entries]
+    assert all(parsed), entries
+    assert {int(found[3]) for found in parsed} == {splash.pid}
+    texts = {re.sub(r":\d+:", ":N:", found[4]): int(found[1]) for found in parsed}
+    assert (
+        texts["WARN|bootlume/src/server/ending.cpp:N:bootlume|  " "Wrong message format, tmp.size() = 1"]
+        == LOG_LOCAL1 | 4
+    )
+    assert (
+        texts["DEBUG|bootlume/src/server/ending.cpp:N:bootlume|  " "End splash-screen over socket command."]
+        == LOG_LOCAL1 | 7
+    )
+    assert (
+        texts[
+            "DEBUG|bootlume/src/server/main.cpp:N:bootlume|  using parameter: "
+            "REBOOT_COMMAND with , value = /sbin/reboot"
+        ]
+        == LOG_LOCAL1 | 7
+    )
