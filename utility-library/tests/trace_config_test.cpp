@@ -5,7 +5,6 @@
 
 #include "tracing.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -302,28 +301,6 @@ TEST_F(ATraceConfiguration, StaysAsItIsForAFileThatMayNotBeRead) {
     EXPECT_TRUE(isUntouched());
 }
 
-TEST_F(ATraceConfiguration, StaysAsItIsForADirectory) {
-    ASSERT_EQ(mkdir(file.path().c_str(), 0755), 0);
-    EXPECT_FALSE(Log::readConfig());
-    EXPECT_TRUE(isUntouched());
-}
-
-TEST_F(ATraceConfiguration, StaysAsItIsForADeviceWithoutAnEnd) {
-    ASSERT_EQ(symlink("/dev/zero", file.path().c_str()), 0);
-    alarm(10); // where it is read, the test is ended
-    EXPECT_FALSE(Log::readConfig());
-    alarm(0);
-    EXPECT_TRUE(isUntouched());
-}
-
-TEST_F(ATraceConfiguration, StaysAsItIsForAPipeThatNobodyWritesTo) {
-    ASSERT_EQ(mkfifo(file.path().c_str(), 0600), 0);
-    alarm(10); // where the pipe is waited for, the test is ended
-    EXPECT_FALSE(Log::readConfig());
-    alarm(0);
-    EXPECT_TRUE(isUntouched());
-}
-
 TEST_F(ATraceConfiguration, StaysAsItIsForABinaryFile) {
     std::string text;
     for (int byte = 0; byte < 4096; ++byte) {
@@ -354,15 +331,6 @@ TEST_F(ATraceConfiguration, IsFoundBehindAndInALineOf1Megabyte) {
     EXPECT_EQ(Log::level(), 6);
     EXPECT_TRUE(reads("bootlume 3 80004 0 " + std::string(1'000'000, ' ') + "\n"));
     EXPECT_EQ(Log::level(), 3);
-}
-
-TEST_F(ATraceConfiguration, IsFoundInAFileLongerThanA32BitNumberTells) {
-    file.write("bootlume 5 80002 0\n");
-    const int descriptor = open(file.path().c_str(), O_WRONLY | O_CLOEXEC | O_LARGEFILE);
-    ASSERT_EQ(ftruncate64(descriptor, 5LL << 30), 0); // a hole: nothing is written
-    close(descriptor);
-    EXPECT_TRUE(Log::readConfig());
-    EXPECT_EQ(Log::level(), 5);
 }
 
 TEST_F(ATraceConfiguration, TellsOfALineThatCannotBeConvertedAndLooksBehindIt) {

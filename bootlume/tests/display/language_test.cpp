@@ -2,11 +2,6 @@
 
 #include "desk.h"
 
-#include <fcntl.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -75,45 +70,10 @@ TEST_F(ALanguageFile, ThatHoldsThePiecesOfTheTextInTheWrongPlacesSelectsLatin) {
     }
 }
 
-TEST_F(ALanguageFile, MayBeLongerThanA32BitNumberTells) {
-    ASSERT_TRUE(selectsChinese(SELECTION));
-    const int file = open(m_path.c_str(), O_WRONLY | O_CLOEXEC | O_LARGEFILE);
-    ASSERT_EQ(ftruncate64(file, 5LL << 30), 0); // a hole: nothing is written
-    close(file);
-    EXPECT_TRUE(isChineseSelected());
-}
-
 TEST_F(ALanguageFile, IsReadAfreshEachTime) {
     EXPECT_TRUE(selectsChinese(SELECTION));
     EXPECT_FALSE(selectsChinese("{}"));
     EXPECT_TRUE(selectsChinese(SELECTION));
-}
-
-TEST_F(ALanguageFile, ThatIsAFolderSelectsLatin) {
-    fs::create_directory(m_path);
-    EXPECT_FALSE(isChineseSelected());
-}
-
-TEST_F(ALanguageFile, ThatIsADeviceWithoutAnEndDoesNotHoldUp) {
-    fs::create_symlink("/dev/zero", m_path);
-    EXPECT_FALSE(isChineseSelected());
-}
-
-TEST_F(ALanguageFile, ThatIsAPipeNobodyWritesToDoesNotHoldUp) {
-    ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
-    EXPECT_FALSE(isChineseSelected());
-}
-
-TEST_F(ALanguageFile, ThatIsAPipeKeepsWhatIsInIt) {
-    ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
-    const int pipe = open(m_path.c_str(), O_RDWR | O_CLOEXEC);
-    const std::string text = SELECTION;
-    ASSERT_EQ(write(pipe, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    EXPECT_FALSE(isChineseSelected());
-    int left = 0;
-    ioctl(pipe, FIONREAD, &left);
-    EXPECT_EQ(static_cast<std::size_t>(left), text.size());
-    close(pipe);
 }
 
 } // namespace

@@ -42,15 +42,20 @@ struct Outcome {
     std::string text; ///< what came out of the child's descriptor 2
 };
 
-/// A launch whose descriptor 2 is a file from the start, whatever the context does with it.
-Outcome launched(const ScratchFolder& folder, const process::posix_context& context,
-                 const std::string& program = "/bin/true") {
+/// Makes descriptor 2 a file, whatever a context does with it.
+std::string catchErrors(const ScratchFolder& folder) {
     const std::string path = folder.file("stderr");
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0666);
     EXPECT_EQ(dup2(file, STDERR_FILENO), STDERR_FILENO);
     close(file);
+    return path;
+}
+
+Outcome launched(const ScratchFolder& folder, const process::posix_context& context,
+                 const std::string& program = "/bin/true") {
+    const std::string errors = catchErrors(folder);
     const process::status status = process::launch(program, {program}, context).wait();
-    return {status.exited(), status.exit_status(), contentsOf(path)};
+    return {status.exited(), status.exit_status(), contentsOf(errors)};
 }
 
 /// The failing child said why, in the error class's words and a newline, and ended with code 1.
@@ -143,149 +148,103 @@ TEST(AFailingChild, EndsWithCodeOneThoughNobodyCanReadWhy) {
     });
 }
 
-TEST(AFailingChild, NamesAWorkFolderThatIsMissing) {
-    isolated([] {
-        const ScratchFolder folder;
-        process::posix_context context = contextWithErrors();
-        context.work_directory = folder.file("missing");
-        expectFailure(launched(folder, context),
-                      "boost::process::detail::posix_setup: chdir(2) failed", ENOENT);
-        context.work_directory = folder.write("a file", "");
-        expectFailure(launched(folder, context),
-                      "boost::process::detail::posix_setup: chdir(2) failed", ENOTDIR);
-    });
-}
-
-TEST(AFailingChild, NamesTheRootFolderThatIsMissing) {
-    isolated([] {
-        const ScratchFolder folder;
-        if (geteuid() != 0) {
-            GTEST_SKIP() << "only root may change the root folder";
-        }
-        process::posix_context context = contextWithErrors();
-        context.chroot = folder.file("missing");
-        expectFailure(launched(folder, context),
-                      "boost::process::detail::posix_setup: chroot(2) failed", ENOENT);
-    });
-}
-
-struct RightCase {
-    const char* call;
-    void (*ask)(process::posix_context&);
+struct Failing {
+    const char* name;
+    const char* step;
+    int error;
+    void (*ask)(process::posix_context&, const ScratchFolder&);
+    void (*prepare)() = nullptr;
 };
 
-class AChildWithoutTheRight : public testing::TestWithParam<RightCase> {};
+class AFailingChildsStep : public testing::TestWithParam<Failing> {};
 
-TEST_P(AChildWithoutTheRight, NamesTheCall) {
+TEST_P(AFailingChildsStep, IsNamed) {
     isolated([] {
         const ScratchFolder folder;
-        if (geteuid() == 0 && !becomeUnprivileged()) {
-            GTEST_SKIP() << "root cannot be given up here";
+        const std::string errors = catchErrors(folder);
+        if (GetParam().prepare != nullptr) {
+            GetParam().prepare();
+        }
+        if (testing::Test::IsSkipped()) {
+            return;
         }
         process::posix_context context = contextWithErrors();
-        GetParam().ask(context);
-        expectFailure(launched(folder, context),
-                      "boost::process::detail::posix_setup: " + std::string(GetParam().call) +
-                          "(2) failed",
-                      EPERM);
+        GetParam().ask(context, folder);
+        const process::status status = process::launch("/bin/true", {"true"}, context).wait();
+        limitDescriptors(64); // to have one for the reading
+        expectFailure({status.exited(), status.exit_status(), contentsOf(errors)},
+                      "boost::process::detail::" + std::string(GetParam().step), GetParam().error);
     });
 }
+
+template <long CALL, int ERROR>
+void refuse() {
+    if (!refuseSystemCall(CALL, ERROR)) {
+        GTEST_SKIP() << "no system call can be refused here";
+    }
+}
+
+void needRoot() {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root may change the root folder";
+    }
+}
+
+void giveUpRoot() {
+    if (geteuid() == 0 && !becomeUnprivileged()) {
+        GTEST_SKIP() << "root cannot be given up here";
+    }
+}
+
+using Context = process::posix_context;
+using Folder = ScratchFolder;
 
 INSTANTIATE_TEST_SUITE_P(
-    EveryCall, AChildWithoutTheRight,
+    , AFailingChildsStep,
     testing::Values(
-        RightCase{"chroot", [](process::posix_context& context) { context.chroot = "/"; }},
-        RightCase{"setgid", [](process::posix_context& context) { context.gid = 0; }},
-        RightCase{"setegid", [](process::posix_context& context) { context.egid = 0; }},
-        RightCase{"setuid", [](process::posix_context& context) { context.uid = 0; }},
-        RightCase{"seteuid", [](process::posix_context& context) { context.euid = 0; }}),
-    [](const auto& each) { return std::string(each.param.call); });
-
-TEST(AFailingChild, NamesTheSessionThatCannotBeMade) {
-    isolated([] {
-        const ScratchFolder folder;
-        if (!refuseSystemCall(SYS_setsid, EPERM)) {
-            GTEST_SKIP() << "no system call can be refused here";
-        }
-        process::posix_context context = contextWithErrors();
-        context.new_session = true;
-        expectFailure(launched(folder, context),
-                      "boost::process::detail::posix_setup: setsid(2) failed", EPERM);
-    });
-}
-
-TEST(AFailingChild, NamesTheFileOfASilencedInput) {
-    isolated([] {
-        const ScratchFolder folder;
-        process::posix_context context = contextWithErrors();
-        context.input_behavior.emplace(0, stream_behavior::silence);
-        const std::string path = folder.write("stderr", "");
-        ASSERT_EQ(dup2(open(path.c_str(), O_WRONLY), STDERR_FILENO), STDERR_FILENO);
-        useUpDescriptors();
-        const process::status status = process::launch("/bin/true", {"true"}, context).wait();
-        limitDescriptors(64);
-        expectFailure({status.exited(), status.exit_status(), contentsOf(path)},
-                      "boost::process::detail::setup_input: open(2) of /dev/zero", EMFILE);
-    });
-}
-
-TEST(AFailingChild, NamesTheFileOfASilencedOutput) {
-    isolated([] {
-        const ScratchFolder folder;
-        process::posix_context context = contextWithErrors();
-        context.output_behavior.emplace(1, stream_behavior::silence);
-        const std::string path = folder.write("stderr", "");
-        ASSERT_EQ(dup2(open(path.c_str(), O_WRONLY), STDERR_FILENO), STDERR_FILENO);
-        useUpDescriptors();
-        const process::status status = process::launch("/bin/true", {"true"}, context).wait();
-        limitDescriptors(64);
-        expectFailure({status.exited(), status.exit_status(), contentsOf(path)},
-                      "boost::process::detail::setup_output: open(2) of /dev/null", EMFILE);
-    });
-}
-
-TEST(AFailingChild, NamesTheRedirectionToAClosedDescriptor) {
-    isolated([] {
-        const ScratchFolder folder;
-        process::posix_context context = contextWithErrors();
-        context.output_behavior.emplace(1, stream_behavior::redirect_to(999));
-        expectFailure(launched(folder, context),
-                      "boost::process::detail::file_handle::posix_dup: dup2(2) failed", EBADF);
-    });
-}
-
-TEST(AFailingChild, NamesTheStreamThatCannotBeMovedInPlace) {
-    isolated([] {
-        const ScratchFolder folder;
-        process::posix_context context = contextWithErrors();
-        context.input_behavior.emplace(5, stream_behavior::silence);
-        if (!refuseSystemCall(DUP2_CALL, EBUSY)) {
-            GTEST_SKIP() << "no system call can be refused here";
-        }
-        const std::string path = folder.write("stderr", "");
-        close(STDERR_FILENO);
-        ASSERT_EQ(open(path.c_str(), O_WRONLY), STDERR_FILENO);
-        const process::status status = process::launch("/bin/true", {"true"}, context).wait();
-        expectFailure({status.exited(), status.exit_status(), contentsOf(path)},
-                      "boost::process::detail::file_handle::posix_remap: dup2(2) failed", EBUSY);
-    });
-}
-
-TEST(AFailingChild, NamesTheMovedStreamThatCannotBeClosed) {
-    isolated([] {
-        const ScratchFolder folder;
-        process::posix_context context = contextWithErrors();
-        context.output_behavior.emplace(1, stream_behavior::capture);
-        const std::string path = folder.write("stderr", "");
-        ASSERT_EQ(dup2(open(path.c_str(), O_WRONLY), STDERR_FILENO), STDERR_FILENO);
-        if (!refuseSystemCall(SYS_close, EIO)) {
-            GTEST_SKIP() << "no system call can be refused here";
-        }
-        const process::status status = process::launch("/bin/true", {"true"}, context).wait();
-        expectFailure({status.exited(), status.exit_status(), contentsOf(path)},
-                      "boost::process::detail::file_handle::posix_remap: close(2) failed", EIO);
-    });
-}
+        Failing{"MissingWorkFolder", "posix_setup: chdir(2) failed", ENOENT,
+                [](Context& c, const Folder& f) { c.work_directory = f.file("missing"); }},
+        Failing{"WorkFolderThatIsAFile", "posix_setup: chdir(2) failed", ENOTDIR,
+                [](Context& c, const Folder& f) { c.work_directory = f.write("a file", ""); }},
+        Failing{"MissingRootFolder", "posix_setup: chroot(2) failed", ENOENT,
+                [](Context& c, const Folder& f) { c.chroot = f.file("missing"); }, needRoot},
+        Failing{"ChrootWithoutTheRight", "posix_setup: chroot(2) failed", EPERM,
+                [](Context& c, const Folder&) { c.chroot = "/"; }, giveUpRoot},
+        Failing{"SetgidWithoutTheRight", "posix_setup: setgid(2) failed", EPERM,
+                [](Context& c, const Folder&) { c.gid = 0; }, giveUpRoot},
+        Failing{"SetegidWithoutTheRight", "posix_setup: setegid(2) failed", EPERM,
+                [](Context& c, const Folder&) { c.egid = 0; }, giveUpRoot},
+        Failing{"SetuidWithoutTheRight", "posix_setup: setuid(2) failed", EPERM,
+                [](Context& c, const Folder&) { c.uid = 0; }, giveUpRoot},
+        Failing{"SeteuidWithoutTheRight", "posix_setup: seteuid(2) failed", EPERM,
+                [](Context& c, const Folder&) { c.euid = 0; }, giveUpRoot},
+        Failing{"SessionThatCannotBeMade", "posix_setup: setsid(2) failed", EPERM,
+                [](Context& c, const Folder&) { c.new_session = true; }, refuse<SYS_setsid, EPERM>},
+        Failing{"SilencedInput", "setup_input: open(2) of /dev/zero", EMFILE,
+                [](Context& c, const Folder&) {
+                    c.input_behavior.emplace(0, stream_behavior::silence);
+                },
+                useUpDescriptors},
+        Failing{"SilencedOutput", "setup_output: open(2) of /dev/null", EMFILE,
+                [](Context& c, const Folder&) {
+                    c.output_behavior.emplace(1, stream_behavior::silence);
+                },
+                useUpDescriptors},
+        Failing{"RedirectionToAClosedDescriptor", "file_handle::posix_dup: dup2(2) failed", EBADF,
+                [](Context& c, const Folder&) {
+                    c.output_behavior.emplace(1, stream_behavior::redirect_to(999));
+                }},
+        Failing{"StreamThatCannotBeMovedInPlace", "file_handle::posix_remap: dup2(2) failed", EBUSY,
+                [](Context& c, const Folder&) {
+                    c.input_behavior.emplace(5, stream_behavior::silence);
+                },
+                refuse<DUP2_CALL, EBUSY>},
+        Failing{"MovedStreamThatCannotBeClosed", "file_handle::posix_remap: close(2) failed", EIO,
+                [](Context& c, const Folder&) {
+                    c.output_behavior.emplace(1, stream_behavior::capture);
+                },
+                refuse<SYS_close, EIO>}),
+    [](const auto& each) { return std::string(each.param.name); });
 
 class AChildAtTheLimit : public testing::TestWithParam<stream_behavior::type> {};
 

@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <thread>
 
 std::vector<LogLine> runnerLines(const std::string& log) {
     // Between the first column and the text lie the date, the process id, the thread and the level.
@@ -40,17 +39,6 @@ std::vector<std::string> textsOf(const std::vector<LogLine>& lines) {
         texts.push_back(line.text);
     }
     return texts;
-}
-
-bool eventually(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 RunnerTest::RunnerTest() {

@@ -4,12 +4,12 @@
 #include "process.h"
 #include "support/isolated.h"
 #include "support/stdout_capture.h"
+#include "support/waiting.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/types.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,9 +25,6 @@ std::vector<LogLine> runnerLines(const std::string& log);
 
 /// Only their texts, levels left out.
 std::vector<std::string> textsOf(const std::vector<LogLine>& lines);
-
-/// Waits until the condition holds; false where it does not within half a minute.
-bool eventually(const std::function<bool()>& condition);
 
 /// A test whose thread is the owner of the runners and the dispatcher's.
 class RunnerTest : public testing::Test {
