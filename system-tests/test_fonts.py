@@ -15,7 +15,7 @@ MINUTE_S = 61  # a little more than the texts of a font that cannot be read are 
 LONG_AGO = (1_000_000_000, 1_000_000_000)  # a folder whose date stays is not read anew
 TITLE, DIVIDER, BODY, RING = range(120, 149), range(150, 151), range(160, 280), range(290, 440)
 
-NAME_END = 86  # of "Brem K5 " in the title
+NAME_END, LINE_NAME_END = 86, 120  # of "Brem K5 " in the title, and in a line
 
 
 def file_of(family):
@@ -144,6 +144,30 @@ def test_a_moment_of_a_language_without_a_font_leaves_the_page_as_it_was(desk, f
         lambda frame: all(rows(frame, part) == rows(page, part) for part in (TITLE, BODY)), "the texts"
     )
     assert rows(frame_later(splash), RING) != rows(frame_later(splash), RING)
+    assert splash.quit() == 0
+
+
+def ink(frame, part, left):
+    """The first row of a part with anything drawn right of a column, and all such rows' right ends."""
+    ends = {row: rows(frame, range(row, row + 1))[2 * left :] for row in part}
+    drawn = [row for row, end in ends.items() if set(end) != {0xFF}]
+    return drawn[0], [ends[row] for row in drawn]
+
+
+def test_what_follows_the_products_name_stays_in_its_place_if_only_the_name_cannot_be_drawn(desk, fonts):
+    desk.language("zh")
+    texts = ("Brem K5 Titel", "Brem K5 Zeile")
+    sound = fonts.start(*texts)
+    page = frame_later(sound)
+    assert sound.quit() == 0
+    fonts.spoil(LATIN, "removed")
+    splash = fonts.start(*texts)
+    wait_until(lambda: refusals(splash), "the line")
+    nameless = frame_later(splash)
+    for part, left in ((TITLE, NAME_END), (BODY, LINE_NAME_END)):
+        (top, drawn), (usual_top, usual) = (ink(frame, part, left) for frame in (nameless, page))
+        assert drawn == usual
+        assert abs(top - usual_top) <= 1, "the two fonts' heights differ by so little"
     assert splash.quit() == 0
 
 

@@ -115,19 +115,22 @@ void Overlay::drawText(cairo_t*& cr, const std::string& text, std::int32_t top,
                        const TextStyle& style) {
     const TextRuns runs = textRuns(text);
     const bool twoRuns = !runs.secondFont.empty();
-    double y = top;
+    const auto baseline = [&](double height) {
+        const double y = top + height;
+        return style.wholeBaseline || twoRuns ? std::trunc(y) : y;
+    };
+    double height = 0;
     if (!m_refused.contains(runs.firstFont, runs.firstText)) {
-        y += selectFont(cr, runs.firstFont, style.fontSize);
-        if (style.wholeBaseline || twoRuns) {
-            y = std::trunc(y);
-        }
-        showText(cr, runs.firstText, style.x, y);
+        height = selectFont(cr, runs.firstFont, style.fontSize);
+        showText(cr, runs.firstText, style.x, baseline(height));
         checkDrawn(cr, runs.firstFont, runs.firstText);
     }
     if (twoRuns && !m_refused.contains(runs.secondFont, runs.secondText)) {
-        selectFont(cr, runs.secondFont, style.fontSize);
+        const double ownHeight = selectFont(cr, runs.secondFont, style.fontSize);
         const auto advance = style.charWidth * static_cast<std::int32_t>(runs.firstText.size());
-        showText(cr, runs.secondText, style.x + advance, y + style.runYOffset);
+        // The first font gives both runs their baseline, if it can be read.
+        showText(cr, runs.secondText, style.x + advance,
+                 baseline(height > 0 ? height : ownHeight) + style.runYOffset);
         checkDrawn(cr, runs.secondFont, runs.secondText);
     }
 }
