@@ -43,6 +43,12 @@ def preload_dir(build_dir, pytestconfig):
 
 
 @pytest.fixture(scope="session")
+def self_contained(build_dir):
+    """Whether the program holds its libraries itself."""
+    return b"libcairo.so" not in (build_dir / "bin/bootlume").read_bytes()
+
+
+@pytest.fixture(scope="session")
 def products(build_dir, preload_dir, run_prefix, pytestconfig):
     """What a Desk needs to know of the build and of how its program is run."""
     return {
@@ -79,14 +85,14 @@ def unprivileged(build_dir, run_prefix):
 
 
 @pytest.fixture
-def preload(build_dir, preload_dir, desk):
+def preload(build_dir, preload_dir, desk, self_contained):
     """preload("cairo-recorder"): the environment that loads the build's libraries of these names
     behind the virtual device; `first`: those that come before it."""
 
     def environment(*names, first=()):
         missing = [name for name in (*first, *names) if not (build_dir / f"lib/lib{name}.so").exists()]
         assert not missing, f"not built: {missing}"
-        if "cairo-recorder" in names and b"libcairo.so" not in (build_dir / "bin/bootlume").read_bytes():
+        if "cairo-recorder" in names and self_contained:
             pytest.skip("a self-contained program's calls of cairo cannot be recorded: its pixels are compared")
         before, behind = ([preload_dir / f"lib{name}.so" for name in some] for some in (first, names))
         return {"LD_PRELOAD": ":".join(map(str, [*before, desk.environment()["LD_PRELOAD"], *behind]))}

@@ -1,6 +1,9 @@
 """Lives with random delays before locks, polls and closes, ended at random moments: every one of them
 ends, soon, with the status that is documented. All chance in a life follows from its number; with
-BOOTLUME_SEED=N the run begins with life N."""
+BOOTLUME_SEED=N the run begins with life N.
+
+This finds what many moments have in common. A fault of one exact moment hides from it: such a moment needs
+a test of its own, which holds the program there."""
 
 import os
 import random

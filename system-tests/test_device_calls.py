@@ -25,6 +25,13 @@ def some(record, *keys):
     return {key: record["in"][key] for key in keys}
 
 
+def memory(running, mapping):
+    """What is in a mapped buffer."""
+    with open(f"/proc/{running.pid}/mem", "rb", buffering=0) as file:
+        file.seek(int(mapping["address"], 16))
+        return file.read(mapping["length"])
+
+
 START = [
     "open",
     "VIDIOC_QUERYCAP",
@@ -46,7 +53,7 @@ END = ["VIDIOC_STREAMOFF", "munmap", "munmap", "close"]
 def started(splash):
     """Calls of a set-up that stands still in its first frame's flip, and the program."""
     running = splash(faults="VIDIOC_QBUF@2=block")
-    running.wait_for_record(lambda record: record["kind"] == "fault", "the first flip")
+    running.wait_for_fault("the first flip")
     return running
 
 
@@ -120,24 +127,20 @@ def test_both_buffers_are_white_after_the_set_up(splash, run_prefix):
     if run_prefix:
         pytest.skip("an emulated program's memory lies elsewhere")
     running = splash(faults="VIDIOC_STREAMON@1=block")
-    running.wait_for_record(lambda record: record["kind"] == "fault", "the set-up's last step")
+    running.wait_for_fault("the set-up's last step")
     mapped = running.records(call="mmap")
     assert len(mapped) == 2
     for mapping in mapped:
-        with open(f"/proc/{running.pid}/mem", "rb", buffering=0) as memory:
-            memory.seek(int(mapping["address"], 16))
-            assert memory.read(mapping["length"]) == b"\xff" * mapping["length"]
+        assert memory(running, mapping) == b"\xff" * mapping["length"]
 
 
 def test_a_longer_buffer_is_white_to_its_end_and_unmapped_whole(desk, splash, run_prefix):
     running = splash(faults="VIDIOC_STREAMON@1=hold", format="sizeimage=1000000")
-    running.wait_for_record(lambda record: record["kind"] == "fault", "the set-up's last step")
+    running.wait_for_fault("the set-up's last step")
     mapped = running.records(call="mmap")
     assert [mapping["length"] for mapping in mapped] == [1000000, 1000000]
     if not run_prefix:
-        with open(f"/proc/{running.pid}/mem", "rb", buffering=0) as memory:
-            memory.seek(int(mapped[0]["address"], 16))
-            assert memory.read(1000000) == b"\xff" * 1000000
+        assert memory(running, mapped[0]) == b"\xff" * 1000000
     desk.go_on()
     assert running.quit() == 0
     assert [one["length"] for one in running.records(call="munmap")] == [1000000, 1000000]

@@ -7,7 +7,18 @@ from pathlib import Path
 
 import pytest
 
-from desk import DEVICE, LOOP, SOCKET, TRACE_CONFIG, end_by_signal, listens, wait_until_running
+from desk import (
+    DEVICE,
+    LOOP,
+    SOCKET,
+    TRACE_CONFIG,
+    end_by_signal,
+    fill_pipe,
+    listens,
+    wait_until,
+    wait_until_running,
+    writes_to_standard_output,
+)
 from desk.lines import ALL_LINES, DISPATCHER, ENDING, OWN_LINES, SERVER, WATCHER, lines_of, traced
 
 BY_COMMAND = traced("DEBUG", "End splash-screen over socket command.", ENDING, SERVER)
@@ -79,13 +90,30 @@ def test_the_threads_end_before_the_dispatcher_is_destroyed(desk):
     ]
 
 
+def test_the_ring_turns_until_the_command_server_has_ended(desk):
+    """The server is held up in a line that nobody takes."""
+    desk.trace_config("bootlume 3 0 0")
+    reader, writer = os.pipe()
+    fill_pipe(writer)
+    splash = wait_until_running(desk.start(stdout=writer))
+    os.close(writer)
+    splash.send("refused")
+    wait_until(lambda: writes_to_standard_output(splash), "the server to write its line")
+    splash.signal(signal.SIGINT)
+    wait_until(lambda: not listens(desk.path(SOCKET)), "the end to begin")
+    splash.screen.wait_for_frame(splash.screen.frame_number + 4)
+    os.read(reader, 1 << 20)
+    assert splash.wait() == 0
+    os.close(reader)
+
+
 def test_a_second_request_changes_nothing(desk):
     """The display is held up, so that the end is under way when more requests come."""
     desk.trace_config(OWN_LINES)
     splash = wait_until_running(desk.start(faults="VIDIOC_STREAMOFF@1=hold"))
     splash.screen.wait_for_frame()
     splash.signal(signal.SIGINT)
-    splash.wait_for_record(lambda record: record["kind"] == "fault", "the end to begin")
+    splash.wait_for_fault("the end to begin")
     assert not listens(desk.path(SOCKET)), "the command socket ends before the renderer"
     splash.signal(signal.SIGHUP)
     splash.signal(signal.SIGINT)
@@ -145,7 +173,7 @@ def test_a_signal_before_there_is_a_dispatcher_is_swallowed(desk, number):
     """The device keeps the renderer's construction waiting while the signal comes."""
     desk.trace_config(ALL_LINES)
     splash = desk.start(faults="open@1=hold")
-    splash.wait_for_record(lambda record: record["kind"] == "fault", "the held open")
+    splash.wait_for_fault("the held open")
     splash.signal(number)
     desk.go_on()
     wait_until_running(splash)

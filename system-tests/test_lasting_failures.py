@@ -10,7 +10,7 @@ import pytest
 
 from desk.places import SOCKET
 from desk.splash import end_by_signal, listens, wait_until_running
-from desk.waiting import wait_until
+from desk.waiting import fill_pipe, wait_until
 
 ALL_LINES = "bootlume 6 0xFFFFFFFF 0"
 LIMIT_S = 5  # for the renderer's end
@@ -27,7 +27,7 @@ def test_a_display_that_does_not_answer_holds_the_end_up_for_five_seconds(desk, 
     splash = wait_until_running(desk.start("-c", "Title", "Lines", faults=f"{call}@{number}=block"))
     splash.screen.wait_for_frame(3)
     if call == "VIDIOC_DQBUF":
-        splash.wait_for_record(lambda record: record["kind"] == "fault", "the frame that is held")
+        splash.wait_for_fault("the frame that is held")
     asked = time.monotonic()
     if how == "QUIT":
         splash.send("QUIT")
@@ -43,9 +43,12 @@ def test_a_display_that_does_not_answer_holds_the_end_up_for_five_seconds(desk, 
 
 
 def test_a_display_that_answers_late_is_waited_for(desk):
-    splash = wait_until_running(desk.start(faults="VIDIOC_STREAMOFF@1=block:2000"))
+    splash = wait_until_running(desk.start(faults="VIDIOC_STREAMOFF@1=hold"))
     splash.screen.wait_for_frame(2)
-    assert splash.quit() == 0
+    splash.send("QUIT")
+    splash.wait_for_fault("the end to reach the display")
+    desk.go_on()
+    assert splash.wait() == 0
     assert splash.trace("does not answer") == []
     assert splash.records(kind="device")[-1]["call"] == "close"
 
@@ -53,12 +56,7 @@ def test_a_display_that_answers_late_is_waited_for(desk):
 def test_a_standard_error_that_nobody_reads_does_not_hold_the_end_up(desk):
     desk.path(SOCKET).mkdir()  # cannot be bound: a line on standard error
     reader, writer = os.pipe()
-    os.set_blocking(writer, False)
-    try:
-        while os.write(writer, b"x" * 4096):
-            pass
-    except BlockingIOError:
-        os.set_blocking(writer, True)
+    fill_pipe(writer)
     splash = desk.start("Title", "Lines", stderr=writer)
     os.close(writer)
     frame_later(splash)

@@ -1,33 +1,34 @@
-"""Eight programs send without a pause, and everything is traced: no command is lost, each sender's
-order is kept, and the ring turns while the trace configuration is rewritten all the time."""
+"""Eight programs send without a pause until the ring has turned once, and everything is traced: no command
+is lost, and each sender's order is kept, while the trace configuration is rewritten all the time."""
 
 import os
 import re
-import statistics
 import subprocess
 import sys
 import threading
 
-from desk import SOCKET, wait_until_running
+from desk import SOCKET, wait_until, wait_until_running
 from desk.lines import ALL_LINES
 
 LONG = bool(os.environ.get("BOOTLUME_LONG"))
 DATAGRAMS = 1_000_000 if LONG else 20_000
 SENDERS = 8
 REWRITES_A_SECOND = 100
-PERIOD_MS = 30
-LEAST_FRAMES = 2  # a ring that the datagrams hold up shows none; how many more depends on the machine
+TURN = 66  # frames
 LONGEST_S = 1800 if LONG else 120
 
-# The splash is slower than its senders: they wait for room in its queue.
+# The splash is slower than its senders: they wait for room in its queue, which is never empty.
 SENDER = """
 import os, socket, sys
-folder, number, count = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
+folder, number, least = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
 os.chdir(folder)
 sender = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
 sender.connect(".bootlume")
-for i in range(count):
-    sender.send(b"sender %d;%d" % (number, i))
+sent = 0
+while sent < least or not os.path.exists("enough"):
+    sender.send(b"sender %d;%d" % (number, sent))
+    sent += 1
+print(sent)
 """
 
 RECEIVED = re.compile(rb"Got Message from socket, command = sender (\d+);(\d+)\|")
@@ -83,40 +84,30 @@ def start(desk):
     return wait_until_running(splash), received
 
 
-def frame_gaps(splash, first):
-    """Milliseconds between frames, from the frame `first` on."""
-    shown = [record["time_ns"] for record in splash.records(kind="display", call="show") if record["frame"] >= first]
-    return [(later - earlier) / 1e6 for earlier, later in zip(shown, shown[1:])]
-
-
 def test_no_datagram_of_eight_senders_is_lost_and_the_ring_turns_meanwhile(desk, capsys):
     desk.trace_config(ALL_LINES)
     splash, received = start(desk)
-    first = splash.screen.wait_for_frame(5).number
     rewriter = Rewriter(desk)
     rewriter.start()
-    count = DATAGRAMS // SENDERS
+    folder = desk.path(SOCKET).parent
     senders = [
-        subprocess.Popen([sys.executable, "-I", "-c", SENDER, desk.path(SOCKET).parent, str(number), str(count)])
+        subprocess.Popen(
+            [sys.executable, "-I", "-c", SENDER, folder, str(number), str(DATAGRAMS // SENDERS)],
+            stdout=subprocess.PIPE,
+            text=True,
+        )
         for number in range(SENDERS)
     ]
-    assert [sender.wait(LONGEST_S) for sender in senders] == [0] * SENDERS
+    wait_until(lambda: min(received.next) > 0, "all senders to be heard", LONGEST_S)
+    splash.screen.wait_for_frame(splash.screen.frame_number + TURN, LONGEST_S)
+    (folder / "enough").touch()
+    sent = [int(sender.communicate(timeout=LONGEST_S)[0]) for sender in senders]
     assert splash.quit(LONGEST_S) == 0  # behind all others in the queue
     rewriter.end.set()
     rewriter.join()
     received.join(LONGEST_S)
-    gaps = frame_gaps(splash, first)
-
-    median = statistics.median(gaps)
-    late = sum(gap > 2 * PERIOD_MS for gap in gaps)
     with capsys.disabled():
-        print(
-            f"\n{sum(received.next)} datagrams in {sum(gaps) / 1000:.1f} s, {len(gaps)} frames: "
-            f"median {median:.1f} ms, longest {max(gaps):.1f} ms, {late} late by a frame or more; "
-            f"{rewriter.rewritten} configurations"
-        )
+        print(f"\n{sum(sent)} datagrams, {splash.screen.frame_number} frames, {rewriter.rewritten} configurations")
     assert received.misplaced == [], "lost, doubled or in another order"
-    assert received.next == [count] * SENDERS
-    assert received.polls >= DATAGRAMS and rewriter.rewritten > 1
-    assert median >= PERIOD_MS - 1
-    assert len(gaps) >= LEAST_FRAMES, "the ring turns meanwhile"
+    assert received.next == sent
+    assert received.polls >= sum(sent) and rewriter.rewritten > 1

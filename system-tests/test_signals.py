@@ -82,7 +82,7 @@ def test_a_storm_during_a_long_start_is_swallowed_whole(desk, storm, run):
     """The display is slow to open; nothing of what comes meanwhile ends anything."""
     desk.trace_config(ALL_LINES)
     splash = desk.start("Title", "Lines", faults="open@1=hold")
-    splash.wait_for_record(lambda record: record["kind"] == "fault", "the held open")
+    splash.wait_for_fault("the held open")
     storm.break_loose(splash)
     assert storm.sent() == STORM
     desk.go_on()
@@ -110,7 +110,7 @@ def test_a_storm_during_the_teardown_changes_nothing(desk, storm, run):
     splash = wait_until_running(desk.start("Title", "Lines", faults="VIDIOC_STREAMOFF@1=hold"))
     splash.screen.wait_for_frame(3)
     splash.send("QUIT")
-    splash.wait_for_record(lambda record: record["kind"] == "fault", "the end to begin")
+    splash.wait_for_fault("the end to begin")
     storm.break_loose(splash)
     assert storm.sent() == STORM
     desk.go_on()

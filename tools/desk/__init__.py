@@ -26,6 +26,7 @@ from .splash import (
     listens,
     send_datagram,
     wait_until_running,
+    writes_to_standard_output,
 )
 from .trace import TraceLine, parse_trace
 from .waiting import DEADLINE, Late, fill_pipe, wait_until
@@ -60,4 +61,5 @@ __all__ = [
     "send_datagram",
     "wait_until",
     "wait_until_running",
+    "writes_to_standard_output",
 ]

@@ -6,6 +6,7 @@ import re
 import signal
 import socket
 import subprocess
+from contextlib import suppress
 from pathlib import Path
 
 from .places import SOCKET
@@ -68,6 +69,14 @@ def handles_signals(splash):
     status = Path(f"/proc/{splash.pid}/status").read_text(encoding="utf-8")
     caught = int(re.search(r"^SigCgt:\s*(\w+)", status, re.MULTILINE)[1], 16)
     return caught & 3 == 3
+
+
+def writes_to_standard_output(splash):
+    """Whether a thread of the splash is in that call: into a full pipe, it waits there."""
+    calls = Path(f"/proc/{splash.pid}/task").glob("*/syscall")
+    with suppress(FileNotFoundError, ProcessLookupError):
+        return any(call.read_text().split()[1:2] == ["0x1"] for call in calls)
+    return False
 
 
 def end_by_signal(splash, deadline=None):
@@ -166,6 +175,10 @@ class Splash:
             name = wanted
             what, wanted = f"a record of {name}", lambda record: record["call"] == name
         return self._wait(lambda: next(filter(wanted, self.records()), None), what, deadline)
+
+    def wait_for_fault(self, what, deadline=None):
+        """The first record of a fault that strikes, or holds a call."""
+        return self.wait_for_record(lambda record: record["kind"] == "fault", what, deadline)
 
     def wait_for_trace(self, text, deadline=None):
         """The first trace line whose text contains `text`."""

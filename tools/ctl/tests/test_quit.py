@@ -99,7 +99,7 @@ def closed(desk):
     let_go() ends both."""
     reader, writer = os.pipe()
     splash = wait_until_running(desk.start(faults="VIDIOC_DQBUF@10=hold", stdout=writer))
-    splash.wait_for_record(lambda r: r["kind"] == "fault", "the stuck display")
+    splash.wait_for_fault("the stuck display")
     fill_pipe(writer)
     os.close(writer)
     splash.send("QUIT")
@@ -139,7 +139,7 @@ def test_a_splash_that_has_closed_its_socket_is_waited_for(closed, desk, way):
 def test_it_ends_only_the_splash_that_was_there(desk, ctl):
     first = desk.start(faults="VIDIOC_DQBUF@10=block:700")
     wait_for_answer(first)
-    first.wait_for_record(lambda r: r["kind"] == "fault", "the blocked display")
+    first.wait_for_fault("the blocked display")
     results = []
     client = threading.Thread(target=lambda: results.append(ctl("quit")))
     client.start()
