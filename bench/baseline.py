@@ -78,9 +78,9 @@ def check(measures, where):
         print("so growth is looked for in the ratios of this run, not in the counts themselves")
     wrong = 0
     for measure in (m for m in measures if m.counted):
-        if measure.allowed is not None and measure.held > measure.allowed:
+        if not measure.ok:
             wrong += 1
-            print(f"over its limit: {measure.name}: {measure.held:g}, at most {measure.allowed:g}")
+            print(f"over its limit: {measure.name}: {measure.held:g}, at most {measure.limit:g}")
         before = baseline["counts"].get(measure.key)
         if before is None:
             print(f"new, so not compared: {measure.name}")

@@ -11,9 +11,8 @@ PATH = SOURCE / "docs/performance.md"
 
 def write(measures, where, loads):
     packages = ", ".join(f"{name} {version}" for name, version in where["packages"].items())
-    notes = "".join(f"\n\n**{m.name}**: {m.note}" for m in measures if not m.ok and m.note)
     surroundings = f"fonts: {where['fonts']}; processor: {' '.join(where['processor'])}; {packages}"
-    replace_in_document("table", f"{markdown_table(measures)}\n\nMeasured with {loads}; {surroundings}.{notes}")
+    replace_in_document("table", f"{markdown_table(measures)}\n\nMeasured with {loads}; {surroundings}.")
 
 
 def replace_in_document(mark, content):

@@ -9,8 +9,7 @@ class Measure:
     """A value, what it is held against, and how far it may go.
 
     `ratio` is value / against, or (with `difference`) value - against; `limit` bounds it. A measure
-    with `counted` is a number of instructions or of things: it repeats, and `--check` looks at it. A limit that
-    cannot be reached has a measured floor, with a note that says what stands in the way.
+    with `counted` is a number of instructions or of bytes: it repeats, and `--check` looks at it.
     """
 
     key: str
@@ -22,8 +21,6 @@ class Measure:
     limit: Optional[float] = None
     difference: bool = False
     counted: bool = False
-    floor: Optional[float] = None
-    note: str = ""
 
     @property
     def ratio(self):
@@ -42,11 +39,6 @@ class Measure:
     def ok(self):
         return self.limit is None or self.held <= self.limit
 
-    @property
-    def allowed(self):
-        """What `--check` does not let it pass: the limit, or the floor where that is above it."""
-        return self.limit if self.floor is None else self.floor
-
     def record(self):
         return {**asdict(self), "ratio": self.ratio, "ok": self.ok}
 
@@ -64,7 +56,7 @@ def cells(measure):
     sign = "+" if measure.difference else ""
     held = "" if measure.ratio is None else f"{measure.ratio:{sign}.3f}".rstrip("0").rstrip(".")
     limit = "" if measure.limit is None else sign + f"{measure.limit:g}"
-    verdict = "" if measure.limit is None else ("yes" if measure.ok else "no, see below" if measure.floor else "NO")
+    verdict = "" if measure.limit is None else ("yes" if measure.ok else "NO")
     return [
         measure.name,
         f"{number(measure.value)} {measure.unit}".strip(),

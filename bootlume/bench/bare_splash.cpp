@@ -1,15 +1,10 @@
 // The floor under the splash: the same calls to the display and to cairo, in the same order and at
 // the same pace, and nothing else. It never ends by itself.
 //
-//   bare_splash [-a] {en|zh} TITLE [LINE]...
-//
-// With -a it does as well what is asked of the splash besides: it reads the settings for every
-// frame, and other threads look around as often as the splash's do. It takes no notice of what they
-// see.
+//   bare_splash {en|zh} TITLE [LINE]...
 #include <cairo.h>
 #include <fcntl.h>
 #include <linux/videodev2.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -20,13 +15,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <thread>
 
 namespace {
 
 constexpr const char* DEVICE = "/dev/v4l/by-path/platform-imx-ipuv3-ovl.5-video-index0";
-constexpr const char* SETTINGS = "/opt/userdata/devicestack/appData/confd/GeneratorConfiguration";
-constexpr int LOOKS_MS[] = {100, 1000, 2000}; // trace configuration, messages, commands
 constexpr const char* LATIN = "Univers Next W1G Medium";
 constexpr const char* CHINESE = "Droid Sans Fallback";
 constexpr char PREFIX[] = "Brem K5 ";
@@ -172,49 +164,18 @@ void flip() {
     control(VIDIOC_DQBUF, &freeBuffer);
 }
 
-void readSettings() {
-    const int settings = open(SETTINGS, O_RDONLY | O_CLOEXEC);
-    char text[4096];
-    if (pread(settings, text, sizeof text, 0) < 0) {
-        std::perror("bare_splash: the settings");
-        std::exit(EXIT_FAILURE);
-    }
-    close(settings);
-}
-
-void startLooking() {
-    for (const int period : LOOKS_MS) {
-        std::thread([period] {
-            for (;;) {
-                poll(nullptr, 0, period);
-            }
-        }).detach();
-    }
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
     using Clock = std::chrono::system_clock;
-    const bool all = argc > 1 && std::strcmp(argv[1], "-a") == 0;
-    if (all) {
-        --argc;
-        ++argv;
-    }
     if (argc < 3) {
-        std::fputs("usage: bare_splash [-a] {en|zh} TITLE [LINE]...\n", stderr);
+        std::fputs("usage: bare_splash {en|zh} TITLE [LINE]...\n", stderr);
         return 2;
     }
     chinese = std::strcmp(argv[1], "zh") == 0;
     openDisplay();
     startStreaming();
-    if (all) {
-        startLooking();
-    }
     for (int frame = 0;; ++frame) {
-        if (all) {
-            readSettings();
-        }
         const auto start = Clock::now();
         drawFrame(contexts[freeBuffer.index], frame, argv + 2, argc - 2);
         flip();
