@@ -148,6 +148,7 @@ def judge(desk, splash, plan, sanitized):
     assert splash.stderr == ""
     assert sanitized or not no_answer
     assert status != 0 or no_answer or not desk.screen.streaming, "the display is left on"
+    assert os.listdir(desk.path("/tmp")) in ([], [".bootlume"])
     for program in (VRX, PLAIN):
         if desk.path(program + ".begun").exists():
             wait_until(desk.path(program + ".done").exists, f"{program} to do its work to the end")
