@@ -2,11 +2,9 @@
 #include "interpose.h"
 
 #include "calls.h"
-#include "log.h"
 #include "paths.h"
 #include "real.h"
 
-#include <cerrno>
 #include <cstdarg>
 
 using namespace virtual_device;
@@ -17,50 +15,9 @@ bool needsMode(int flags) {
     return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
 }
 
-int recorded(Record& record, int result) {
-    record.finish(result, result < 0 ? errno : 0);
-    return result;
-}
-
-/// `open` is called with the path to use.
 template <typename Open>
 int openMapped(const char* name, const char* path, int flags, Open open) {
-    if (isDevicePath(path)) {
-        return openDevice(name, flags);
-    }
-    const MappedPath target(path);
-    if (!target.mapped()) {
-        return open(path);
-    }
-    Record record("path", name);
-    record.add("path", path);
-    record.add("mapped", target.get());
-    record.add("flags", flags);
-    if (target.get() != nullptr) {
-        return recorded(record, open(target.get()));
-    }
-    errno = ENAMETOOLONG;
-    return recorded(record, -1);
-}
-
-template <typename Open>
-FILE* openStream(const char* name, const char* path, const char* mode, Open open) {
-    const MappedPath target(path);
-    if (!target.mapped()) {
-        return open(path);
-    }
-    Record record("path", name);
-    record.add("path", path);
-    record.add("mapped", target.get());
-    record.add("mode", mode);
-    FILE* stream = nullptr;
-    if (target.get() != nullptr) {
-        stream = open(target.get());
-    } else {
-        errno = ENAMETOOLONG;
-    }
-    recorded(record, stream != nullptr ? 0 : -1);
-    return stream;
+    return isDevicePath(path) ? openDevice(name, flags) : callMapped(name, path, open);
 }
 
 } // namespace
@@ -116,11 +73,11 @@ VIRTUAL_DEVICE_EXPORT int __open64_2(const char* path, int flags) {
 // NOLINTEND(bugprone-reserved-identifier)
 
 VIRTUAL_DEVICE_EXPORT FILE* fopen(const char* path, const char* mode) {
-    return openStream("fopen", path, mode,
+    return callMapped("fopen", path,
                       [=](const char* target) { return real().fopen(target, mode); });
 }
 
 VIRTUAL_DEVICE_EXPORT FILE* fopen64(const char* path, const char* mode) {
-    return openStream("fopen64", path, mode,
+    return callMapped("fopen64", path,
                       [=](const char* target) { return real().fopen64(target, mode); });
 }

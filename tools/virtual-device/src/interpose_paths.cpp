@@ -11,26 +11,6 @@ using namespace virtual_device;
 
 namespace {
 
-/// `call` is called with the path to use.
-template <typename Call>
-int callMapped(const char* name, const char* path, Call call) {
-    const MappedPath target(path);
-    if (!target.mapped()) {
-        return call(target.get());
-    }
-    Record record("path", name);
-    record.add("path", path);
-    record.add("mapped", target.get());
-    int result = -1;
-    if (target.get() != nullptr) {
-        result = call(target.get());
-    } else {
-        errno = ENAMETOOLONG;
-    }
-    record.finish(result, result < 0 ? errno : 0);
-    return result;
-}
-
 /// `call` is called with the address to use and its length.
 template <typename Call>
 ssize_t callAddressed(const char* name, int fd, const sockaddr* address, socklen_t length,
