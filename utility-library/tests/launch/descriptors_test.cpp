@@ -104,30 +104,19 @@ INSTANTIATE_TEST_SUITE_P(EveryWayToClose, AChildOfAParentWithManyDescriptors,
 /// Which of the parent's standard descriptors are closed, one bit each.
 class AParentWithoutStandardStreams : public testing::TestWithParam<int> {};
 
+void closeTheOnesOfTheTest() {
+    for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+        if ((testing::TestWithParam<int>::GetParam() & (1 << descriptor)) != 0) {
+            close(descriptor);
+        }
+    }
+}
+
 TEST_P(AParentWithoutStandardStreams, GivesThemToItsChildAllTheSame) {
     isolated([] {
         const ReportFolder folder;
-        for (int descriptor = 0; descriptor <= 2; ++descriptor) {
-            if ((GetParam() & (1 << descriptor)) != 0) {
-                close(descriptor);
-            }
-        }
-        process::basic_context context;
-        context.stdin_behavior = stream_behavior::capture;
-        context.stdout_behavior = stream_behavior::capture;
-        context.stderr_behavior = stream_behavior::capture;
-        process::posix_child child = process::launch(
-            folder.program(), folder.arguments({"read:0", "write:1:out", "write:2:err"}), context);
-        child.get_stdin() << "in";
-        child.get_stdin().close();
-        std::string out;
-        std::string err;
-        std::getline(child.get_stdout(), out);
-        std::getline(child.get_stderr(), err);
-        EXPECT_EQ(child.wait().exit_status(), 0);
-        EXPECT_EQ(out, "out");
-        EXPECT_EQ(err, "err");
-        EXPECT_EQ(folder.report().one("read"), "in");
+        closeTheOnesOfTheTest();
+        EXPECT_EQ(folder.talkThroughPipes(), "");
         EXPECT_EQ(numbersOf(folder.report().descriptors()), (std::set<int>{0, 1, 2}));
     });
 }
@@ -135,11 +124,7 @@ TEST_P(AParentWithoutStandardStreams, GivesThemToItsChildAllTheSame) {
 TEST_P(AParentWithoutStandardStreams, SilencesThemForItsChild) {
     isolated([] {
         const ReportFolder folder;
-        for (int descriptor = 0; descriptor <= 2; ++descriptor) {
-            if ((GetParam() & (1 << descriptor)) != 0) {
-                close(descriptor);
-            }
-        }
+        closeTheOnesOfTheTest();
         process::basic_context context;
         context.stdin_behavior = stream_behavior::silence;
         context.stdout_behavior = stream_behavior::silence;

@@ -187,37 +187,28 @@ TEST(AChild, LeadsASessionOfItsOwnWhereThatIsAskedFor) {
     EXPECT_NE(folder.report().one("pid"), "");
 }
 
-TEST(AChildOfRoot, RunsWithOtherIds) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root may take other ids";
-    }
-    const ReportFolder folder;
-    process::posix_context context;
-    context.work_directory = "/"; // the present one may be closed to others
-    context.gid = context.egid = 54321;
-    context.uid = context.euid = 54322;
-    ASSERT_EQ(folder.run(context), 0);
-    EXPECT_EQ(folder.report().one("gid"), "54321");
-    EXPECT_EQ(folder.report().one("egid"), "54321");
-    EXPECT_EQ(folder.report().one("uid"), "54322");
-    EXPECT_EQ(folder.report().one("euid"), "54322");
-}
+class AChildOfRootWithOtherIds : public testing::TestWithParam<bool> {};
 
-TEST(AChildOfRoot, RunsWithOtherEffectiveIds) {
+TEST_P(AChildOfRootWithOtherIds, HasThoseThatWereAskedFor) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root may take other ids";
     }
+    const bool realToo = GetParam();
     const ReportFolder folder;
     process::posix_context context;
     context.work_directory = "/"; // the present one may be closed to others
     context.egid = 54321;
     context.euid = 54322;
+    context.gid = realToo ? context.egid : context.gid;
+    context.uid = realToo ? context.euid : context.uid;
     ASSERT_EQ(folder.run(context), 0);
-    EXPECT_EQ(folder.report().one("gid"), std::to_string(getgid()));
+    EXPECT_EQ(folder.report().one("gid"), realToo ? "54321" : std::to_string(getgid()));
     EXPECT_EQ(folder.report().one("egid"), "54321");
-    EXPECT_EQ(folder.report().one("uid"), std::to_string(getuid()));
+    EXPECT_EQ(folder.report().one("uid"), realToo ? "54322" : std::to_string(getuid()));
     EXPECT_EQ(folder.report().one("euid"), "54322");
 }
+
+INSTANTIATE_TEST_SUITE_P(RealOnesToo, AChildOfRootWithOtherIds, testing::Bool());
 
 TEST(AChildOfRoot, RunsBelowAnotherRootFolder) {
     SKIP_UNDER_EMULATION("the emulator opens the standard descriptors that a program lacks");

@@ -67,3 +67,21 @@ int ReportFolder::run(const process::basic_context& context,
                       const std::vector<std::string>& requests) const {
     return runIn(*this, context, requests);
 }
+
+std::string ReportFolder::talkThroughPipes() const {
+    using process::stream_behavior;
+    process::basic_context context;
+    context.stdin_behavior = stream_behavior::capture;
+    context.stdout_behavior = stream_behavior::capture;
+    context.stderr_behavior = stream_behavior::capture;
+    process::posix_child child =
+        process::launch(program(), arguments({"read:0", "write:1:out", "write:2:err"}), context);
+    child.get_stdin() << "in";
+    child.get_stdin().close();
+    std::string out;
+    std::string err;
+    std::getline(child.get_stdout(), out);
+    std::getline(child.get_stderr(), err);
+    const std::string in = child.wait().exit_status() == 0 ? report().one("read") : "no end";
+    return in + out + err == "inouterr" ? "" : in + ", " + out + ", " + err;
+}

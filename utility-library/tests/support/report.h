@@ -39,4 +39,8 @@ public:
             const std::vector<std::string>& requests = {}) const;
     int run(const boost::process::basic_context& context,
             const std::vector<std::string>& requests = {}) const;
+
+    /// Captures the three standard streams of the program and talks to it through each; says what
+    /// did not arrive, if anything.
+    std::string talkThroughPipes() const;
 };
