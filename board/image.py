@@ -75,9 +75,8 @@ class Image:
         for name in ("bootlume", "board-tool"):
             self._built("bin/" + name, "usr/bin/" + name)
         for name in TEST_PROGRAMS:
-            if (self._build / "tests" / name).exists():
-                self._built("tests/" + name, "usr/lib/board/" + name)
-                self._without_symbols("usr/lib/board/" + name)
+            self._built("tests/" + name, "usr/lib/board/" + name)
+            self._without_symbols("usr/lib/board/" + name)
         return self.root
 
     def initramfs(self, variant):

@@ -85,13 +85,11 @@ def test_a_driver_that_refuses_to_stream_ends_the_splash_with_255(splash, board)
 
 
 def test_the_driver_keeps_the_surface_contract(bench, board):
-    if not (bench.workshop.image.root / "usr/lib/board/surface-contract-test").exists():
-        pytest.skip("the build has no surface-contract-test")
     try:
         status, output = board.run(f"BOOTLUME_CONTRACT_DEVICE={DEVICE} surface-contract-test")
     finally:
         board.output("screen-setup")
     text = output.decode(errors="replace")
     assert status == 0, text
-    assert int(re.search(r"\[  PASSED  \] (\d+) tests", text)[1]) >= 30
+    assert int(re.search(r"\[  PASSED  \] (\d+) tests", text)[1]) >= 26
     assert "SKIPPED" not in text
