@@ -7,8 +7,8 @@ import subprocess
 
 import pytest
 
+from builds import expected
 from desk import SOURCE
-from test_builds import CLIENT, QUIT_UNITS, SERVER, SYSTEMD, SYSV, TOOLS
 
 BUILDROOT = SOURCE / "integration/buildroot"
 LAYER = SOURCE / "integration/yocto/meta-bootlume"
@@ -95,8 +95,8 @@ def test_the_recipe_packs_every_file_that_is_installed():
     patterns = [places[variable] + rest for variable, rest in listed if variable in places]
     # What every recipe packs by itself, or into the packages for development and documents.
     patterns += ["usr/bin", "usr/sbin", "usr/libexec", "etc", "usr/include", "usr/share/doc", "usr/share/pkgconfig"]
-    for name in SERVER | CLIENT | SYSTEMD | QUIT_UNITS | SYSV | TOOLS:
-        path = f"usr/{name}"
+    patterns += ["usr/share/man"]
+    for path in expected("usr", "etc", "CLIENT", "SYSTEMD", "SYSV", "PREVIEW"):
         assert any(fnmatch.fnmatch(path, p) or path.startswith(p + "/") for p in patterns), path
 
 
