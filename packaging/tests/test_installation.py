@@ -178,6 +178,28 @@ FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig strace -e trace=openat fc-matc
         assert int(root.answer("cache")) >= 4
 
 
+def test_a_font_cache_is_made_at_installation_and_whenever_fonts_come(root):
+    """The machine's own fonts have had one, which is taken away; its own trigger is left out. A cache that is missing
+    or does not fit is made by whatever looks for a font."""
+    done = root.run(
+        f"""
+caches() {{ find /var/cache/fontconfig -name '*.cache-*' -printf '%f %T@\\n' | sort; }}
+look() {{ caches; FONTCONFIG_SYSROOT=/usr/share/bootlume/fontconfig fc-match x >/dev/null; echo then; caches; }}
+rm -f /var/cache/fontconfig/*
+{INSTALL}
+look >/answers/installed
+rm -f /var/cache/fontconfig/*
+dpkg-trigger --no-await --by-package=fonts-dejavu-core /usr/share/fonts
+dpkg --triggers-only bootlume-bin >/answers/trigger 2>&1
+look >/answers/triggered
+"""
+    )
+    assert done.returncode == 0, done.stderr
+    for when in ("installed", "triggered"):
+        before, after = root.answer(when).split("then\n")
+        assert before and before == after, when
+
+
 def test_purging_leaves_nothing_behind(root):
     done = root.run(
         INSTALL
