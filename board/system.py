@@ -111,6 +111,7 @@ class System:
     def _furnish(self):
         self._modules((OVERLAY_DRIVER, *self._drivers))
         shutil.copytree(SOURCE / "board/target", self.changes / "usr/lib/board")
+        self.put("usr/lib/board/usleep", '#!/bin/sh\nexec sleep "$1e-6"\n', 0o755)  # the other boards have BusyBox's
         self.put("etc/modprobe.d/overlay.conf", OPTIONS)
         for source, folder in (("agent.service", "etc/systemd/system"), ("65-overlay.rules", "etc/udev/rules.d")):
             self.put(f"{folder}/{source}", (FURNITURE / source).read_text())
