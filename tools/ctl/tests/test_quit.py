@@ -1,5 +1,6 @@
 """bootlumectl quit: the splash has gone when it returns."""
 
+import json
 import os
 import shutil
 import socket
@@ -11,7 +12,7 @@ from pathlib import Path
 import pytest
 
 from ctl_desk import SECONDS, advice, stopped, wait_for_answer
-from desk import BUILD, SOCKET, Desk, fill_pipe, listens, wait_until, wait_until_running
+from desk import BUILD, SOCKET, Desk, end_by_signal, fill_pipe, listens, wait_until, wait_until_running
 
 
 def test_the_splash_has_gone_when_it_returns(desk, ctl):
@@ -125,6 +126,18 @@ def test_a_splash_that_has_closed_its_socket_and_does_not_go_is_reported(closed,
         f"bootlumectl: the splash has not gone in time: process {closed.pid} is there without a socket: it waits for "
         f"the display, or could not make one; 'kill {closed.pid}' ends it at once\n"
     )
+
+
+def test_a_splash_that_could_not_make_its_socket_is_reported(desk, ctl):
+    desk.path(SOCKET).mkdir()
+    splash = desk.start()
+    splash.wait_for_loop()
+    told = ctl("status", "--json")
+    assert (told.returncode, json.loads(told.stdout)["state"]) == (4, "closed")
+    assert f"process {splash.pid} is there without a socket" in told.stderr
+    assert ctl("quit", "--if-running", "--timeout", "0.3").returncode == 4
+    assert end_by_signal(splash) == 0
+    assert ctl("status").returncode == 3
 
 
 @pytest.mark.parametrize("way", WAYS)
