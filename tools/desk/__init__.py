@@ -29,7 +29,7 @@ from .splash import (
     writes_to_standard_output,
 )
 from .trace import TraceLine, parse_trace
-from .waiting import DEADLINE, Late, fill_pipe, wait_until
+from .waiting import DEADLINE, Late, fill_pipe, read_line, wait_until
 
 __all__ = [
     "BUILD",
@@ -57,6 +57,7 @@ __all__ = [
     "listens",
     "parse_trace",
     "python_environment",
+    "read_line",
     "sanitizer_runtimes",
     "send_datagram",
     "wait_until",

@@ -1,6 +1,7 @@
 """Waiting for an event, with a deadline."""
 
 import os
+import select
 import time
 
 DEADLINE = float(os.environ.get("VIRTUAL_DEVICE_TEST_DEADLINE", "20"))
@@ -21,6 +22,19 @@ def wait_until(look, what, deadline=None):
         if time.monotonic() > end:
             raise Late(f"waited in vain for {what}")
         time.sleep(POLL)
+
+
+def read_line(pipe, deadline=None):
+    """The next line of a pipe, or what there is at its end. Nothing behind it is taken."""
+    line = b""
+    while not line.endswith(b"\n"):
+        if not select.select([pipe], [], [], DEADLINE if deadline is None else deadline)[0]:
+            raise Late(f"waited in vain for the rest of the line {line!r}")
+        byte = os.read(pipe.fileno(), 1)
+        if not byte:
+            break
+        line += byte
+    return line.decode()
 
 
 def fill_pipe(writer):

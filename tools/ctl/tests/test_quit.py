@@ -12,7 +12,7 @@ from pathlib import Path
 import pytest
 
 from ctl_desk import SECONDS, advice, stopped, wait_for_answer
-from desk import BUILD, SOCKET, Desk, end_by_signal, fill_pipe, listens, wait_until, wait_until_running
+from desk import BUILD, SOCKET, Desk, end_by_signal, fill_pipe, listens, read_line, wait_until, wait_until_running
 
 
 def test_the_splash_has_gone_when_it_returns(desk, ctl):
@@ -41,7 +41,7 @@ def test_the_message_is_repeated_until_it_is_heard(desk, ctl):
         "sys.exit({s.recv(100) for _ in range(3)} != {b'QUIT'})\n"
     )
     with subprocess.Popen([sys.executable, "-c", code, desk.path(SOCKET)], stdout=subprocess.PIPE, text=True) as deaf:
-        assert deaf.stdout.readline() == "up\n"
+        assert read_line(deaf.stdout) == "up\n"
         try:
             assert ctl("quit", "--timeout", "5").returncode == 0
             assert deaf.poll() == 0

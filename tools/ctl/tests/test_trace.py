@@ -12,7 +12,7 @@ from pathlib import Path
 import pytest
 
 from ctl_desk import SECONDS, injecting
-from desk import BUILD, TRACE_CONFIG, wait_until
+from desk import BUILD, TRACE_CONFIG, read_line, wait_until
 
 OTHERS = "# levels\nOther 4 0 1\n\nbootlume-helper 3 80002 0\n"
 
@@ -190,7 +190,7 @@ def for_a_while(desk):
             text=True,
         )
         started.append(client)
-        client.said = client.stdout.readline()
+        client.said = read_line(client.stdout)
         return client
 
     yield start

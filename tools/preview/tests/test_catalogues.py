@@ -8,6 +8,7 @@ import subprocess
 
 import pytest
 
+from desk import read_line
 from preview_desk import PREVIEW, SECONDS, environment, read_png
 
 LINES = "Das Gerät wird gestartet\\nBitte warten"
@@ -124,7 +125,7 @@ def watching(scratch, tmp_path):
 
 
 def next_verdict(watching):
-    lines = iter(watching.stdout.readline, "")
+    lines = iter(lambda: read_line(watching.stdout), "")
     verdict = next(line for line in lines if re.match(r"\d+ pages?: ", line))
     assert next(lines) == "written: bootlume-sheet.png\n"
     return verdict

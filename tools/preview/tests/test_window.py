@@ -8,7 +8,7 @@ import subprocess
 import numpy
 import pytest
 
-from desk import wait_until
+from desk import read_line, wait_until
 from desk.pictures import rgb
 from preview_desk import PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, processes_with, read_png, reduced
 
@@ -122,7 +122,7 @@ class Shown:
 
     def wait_for_window(self):
         """The window library may open a passing window first; the preview speaks once there is the one that stays."""
-        self.hint = self.process.stdout.readline()
+        self.hint = self.line()
         wait_until(self._is_there, "the window")
 
     def wait_for_page(self):
@@ -152,6 +152,10 @@ class Shown:
         """Left and upper edge, width and height of the window."""
         place = self._place()
         return [int(place[name]) for name in ("X", "Y", "WIDTH", "HEIGHT")]
+
+    def line(self):
+        """What the preview says next."""
+        return read_line(self.process.stdout)
 
     def key(self, name):
         self.display.tool("key", "--window", self.id, name)
@@ -222,7 +226,7 @@ def test_p_takes_a_picture_and_says_where(show, tmp_path):
     for number in (1, 2):
         shown.key("p")
         file = tmp_path / f"bootlume-{number}.png"
-        assert shown.process.stdout.readline() == f"picture of the page: {file}\n"
+        assert shown.line() == f"picture of the page: {file}\n"
         assert index_in(read_png(file), frames) is not None
     shown.key("q")
     assert shown.wait() == (0, "")
@@ -245,7 +249,7 @@ def test_l_switches_the_language_and_back(show):
 def test_the_picture_that_was_asked_for_is_written_while_it_is_shown(show, tmp_path):
     file = tmp_path / "page.png"
     shown = show("--picture", file, *TEXTS)
-    assert shown.process.stdout.readline() == f"picture of the page: {file}\n"
+    assert shown.line() == f"picture of the page: {file}\n"
     assert shown.process.poll() is None
     assert index_in(read_png(file), [rgb(f) for f in drawn(TEXTS, count=TURN)]) is not None
     shown.key("q")
@@ -294,7 +298,7 @@ def test_p_in_a_folder_that_cannot_be_written_says_so_and_goes_on(show, tmp_path
     os.chmod(tmp_path, 0o777)
     (tmp_path / "bootlume-1.png.new").mkdir()
     shown.key("p")
-    assert shown.process.stdout.readline() == f"no picture: {tmp_path}/bootlume-1.png: Is a directory\n"
+    assert shown.line() == f"no picture: {tmp_path}/bootlume-1.png: Is a directory\n"
     shown.key("q")
     assert shown.wait() == (3, "")
 
