@@ -3,6 +3,7 @@
 import json
 import re
 
+import cairo
 import numpy
 import pytest
 
@@ -206,3 +207,33 @@ def test_the_sheet_shows_the_pages_and_marks_the_findings(check, tmp_path):
         frame = drawn(texts)[0]
         dark = (frame >> 11 < 16).reshape(400, 2, 240, 2).all(axis=(1, 3))
         assert (page[dark].max(axis=1) < 160).mean() > 0.95
+
+
+def note_of(character, family):
+    """The character as the sheet writes a note about an error, cut to its ink."""
+    surface = cairo.ImageSurface(cairo.Format.RGB24, 24, 24)
+    page = cairo.Context(surface)
+    page.set_source_rgb(0.925, 0.93, 0.94)
+    page.paint()
+    page.set_source_rgb(0.80, 0.10, 0.12)
+    page.select_font_face(family)
+    page.set_font_size(10.5)
+    page.move_to(6, 18)
+    page.show_text(character)
+    picture = numpy.frombuffer(surface.get_data(), "u1").reshape(24, -1, 4)[..., 2::-1]
+    y, x = numpy.nonzero((picture != picture[0, 0]).any(axis=2))
+    return picture[y.min() : y.max() + 1, x.min() : x.max() + 1]
+
+
+def test_a_note_on_the_sheet_shows_a_character_in_a_font_that_has_it_and_never_a_box(check, tmp_path):
+    file = tmp_path / "sheet.png"
+    check(("en", "Title", "起시"), options=("--sheet", file))
+    notes = read_png(file)[451:]
+
+    def is_there(small):
+        return (numpy.lib.stride_tricks.sliding_window_view(notes, small.shape) == small).all(axis=(3, 4, 5)).any()
+
+    assert is_there(note_of("n", "sans-serif"))
+    assert is_there(note_of("起", "Droid Sans Fallback"))
+    assert not is_there(note_of("시", "sans-serif"))
+    assert not is_there(note_of("시", "Droid Sans Fallback"))
