@@ -75,12 +75,6 @@ class Screen:
         header = self._header()
         return header[9] if header else 0
 
-    @property
-    def switched_ns(self):
-        """CLOCK_MONOTONIC time of the last on or off."""
-        header = self._header()
-        return header[11] if header else 0
-
     def frame(self, number=None):
         """Frame `number`, the newest by default. None where it is not there (yet, or any more)."""
         header = self._header()
@@ -140,9 +134,3 @@ class Screen:
             assert frame.number == number, f"frame {number} was missed"
             taken.append(frame)
         return taken
-
-    def wait_for_on(self, deadline=None):
-        wait_until(lambda: self.streaming, "the device to be switched on", deadline)
-
-    def wait_for_off(self, deadline=None):
-        wait_until(lambda: not self.streaming, "the device to be switched off", deadline)

@@ -24,7 +24,6 @@ public:
     bool dequeue(v4l2_buffer& buffer);
 
     bool hasWaiting() const { return !m_waiting.empty(); }
-    bool hasReleased() const { return !m_released.empty(); }
     /// The display takes over the oldest waiting buffer.
     std::uint32_t takeOver();
     /// The display lets go of a buffer.
