@@ -5,7 +5,6 @@ calls of a phase are counted in a run without a fault. `python3 faults.py FILE` 
 outcomes to FILE.
 """
 
-import argparse
 import ctypes
 import errno
 import mmap
@@ -344,58 +343,27 @@ def outcomes(bench, function, most_calls, all_errors=True, workers=4):
 
 
 def table(results):
-    """Rows of the documentation: phase, call, errors, outcome; alike ones together."""
+    """Lines of the table, one for outcomes that are alike."""
     rows = {}
-    for outcome in results:
-        key = (
-            outcome.case.phase,
-            outcome.case.function,
-            outcome.word,
-            outcome.lines[0] if outcome.lines and outcome.word != TERMINATED else "",
-        )
-        rows.setdefault(key, []).append(outcome.case)
-    for (phase, function, word, line), cases in sorted(
-        rows.items(), key=lambda row: (PHASES.index(row[0][0]), row[0][1:])
-    ):
-        errors = sorted({case.error for case in cases})
-        calls = sorted({case.nth for case in cases})
-        yield phase, function, calls, errors, word, line
+    for case, word, lines, _ in results:
+        line = lines[0].replace("|", "\\|") if lines and word != TERMINATED else ""
+        rows.setdefault((PHASES.index(case.phase), case.function, word, line), []).append(case)
+    yield "| phase | call | its calls | errors | outcome | first line |\n|---|---|---|---|---|---|"
+    for (phase, function, word, line), cases in sorted(rows.items()):
+        calls = ", ".join(str(nth) for nth in sorted({case.nth for case in cases}))
+        errors = " ".join(sorted({case.error for case in cases}))
+        yield f"| {PHASES[phase]} | `{function}` | {calls} | {errors} | {word} | {line} |"
 
 
-def write_table(path, results):
-    struck = [outcome for outcome in results if outcome.word != NOT_MADE]
-    broken = [outcome for outcome in results if outcome.problem]
-    with open(path, "w", encoding="utf-8") as file:
-        file.write(
-            "# Faults and what comes of them\n\n"
-            "Each call that the program makes to the system fails once, with each error that its\n"
-            "manual lists. Each call to the display fails by its name in the system tests, too.\n"
-            "Written by `scripts/faults`.\n\n"
-            f"{len(struck)} faults, {len(struck) - len(broken)} survived as they should be.\n\n"
-            "| phase | call | its calls | errors | outcome | first line |\n|---|---|---|---|---|---|\n"
-        )
-        for phase, function, calls, errors, word, line in table(struck):
-            quoted = line.replace("|", "\\|")
-            file.write(
-                f"| {phase} | `{function}` | {', '.join(map(str, calls))} | "
-                f"{' '.join(errors)} | {word} | {quoted} |\n"
-            )
-    return broken
-
-
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("file", type=Path, help="where the table is written")
-    parser.add_argument("--build-dir", type=Path, default=SOURCE / "build/release")
-    parser.add_argument("--most-calls", type=int, default=8, help="calls of a function in a phase")
-    arguments = parser.parse_args()
-    build = arguments.build_dir.resolve()
+def main(path, build):
     bench = Bench({"bootlume": build / "bin/bootlume", "library": build / "lib/libvirtual-device.so"})
     results = []
     for function in ERRORS:
-        results += outcomes(bench, function, arguments.most_calls)
+        results += [outcome for outcome in outcomes(bench, function, most_calls=8) if outcome.word != NOT_MADE]
         print(f"{function}: {len(results)} faults so far", file=sys.stderr)
-    broken = write_table(arguments.file, results)
+    broken = [outcome for outcome in results if outcome.problem]
+    survived = f"{len(results)} faults, {len(results) - len(broken)} survived as they should be."
+    path.write_text("\n".join(["# Faults and what comes of them\n", survived + "\n", *table(results), ""]))
     for outcome in broken:
         print(f"{outcome.case}: {outcome.problem}", file=sys.stderr)
     return 1 if broken else 0
@@ -403,4 +371,4 @@ def main():
 
 if __name__ == "__main__":
     os.environ.setdefault("PYTHONDONTWRITEBYTECODE", "1")
-    sys.exit(main())
+    sys.exit(main(Path(sys.argv[1]), SOURCE / "build/release"))
