@@ -58,8 +58,8 @@ manuals. It starts nothing by itself: the package bootlume does."
   PACKAGE_DEPENDS "${programs_need}"
   PACKAGE_RECOMMENDS "fonts-liberation, fonts-dejavu-core, fonts-droid-fallback"
   PACKAGE_SUGGESTS "bootlume, bootlume-tools, python3"
-  PACKAGE_BREAKS "bootlume (<< 1.1.0-1)"
-  PACKAGE_REPLACES "bootlume (<< 1.1.0-1)"
+  PACKAGE_BREAKS "bootlume (<< 1.1.0-1), bootlume-tools (<< 1.1.0-1)"
+  PACKAGE_REPLACES "bootlume (<< 1.1.0-1), bootlume-tools (<< 1.1.0-1)"
   DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_CONTROL_EXTRA ${scripts}/programs/postinst ${scripts}/programs/triggers)
 debian_package(initramfs bootlume-initramfs admin
@@ -87,7 +87,9 @@ debian_package(development bootlume-dev libdevel
 "header for programs that talk to the boot splash
 One header for C and C++, and its pkg-config file, for programs that replace
 the texts of the boot splash or end it."
-  PACKAGE_SUGGESTS "bootlume-bin (= ${version})")
+  PACKAGE_SUGGESTS "bootlume-bin (= ${version})"
+  PACKAGE_BREAKS "bootlume-tools (<< 1.1.0-1)"
+  PACKAGE_REPLACES "bootlume-tools (<< 1.1.0-1)")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_SET_DESTDIR ON)

@@ -87,9 +87,11 @@ class CleanRoot:
 
 @pytest.fixture(params=["amd64", "armhf"])
 def root(request, source, tmp_path):
-    packages = sorted((source / "build/packages").glob(f"*_{request.param}.deb"))
+    folder = source / "build/packages"
+    packages = sorted(folder.glob(f"*_{request.param}.deb"))
     if not packages:
         pytest.skip(f"there are no {request.param} packages: scripts/package makes them")
+    packages += folder.glob("*_all.deb")
     made = CleanRoot(request.param, packages, tmp_path)
     if made.run("true").returncode != 0:
         pytest.skip(f"the {request.param} root cannot be entered: {made.run('true').stderr}")
@@ -211,8 +213,8 @@ def test_purging_leaves_nothing_behind(root):
         + f"""
 kill -INT $splash; wait $splash
 systemctl enable bootlume-quit@multi-user.service 2>/dev/null
+test -L /etc/systemd/system/multi-user.target.wants/bootlume-quit@multi-user.service
 mkdir -p /opt; : >/tmp/.bootlume
-systemctl disable bootlume-quit@multi-user.service 2>/dev/null
 {PURGE}
 dpkg -l 'bootlume*' 2>/dev/null | grep -c '^ii' >/answers/still || true
 """
@@ -229,6 +231,7 @@ def test_removing_keeps_the_settings_and_nothing_else(root):
     kept = [name for name in root.leftovers() if "deb-systemd-helper" not in name]
     assert kept == [
         "etc/default/bootlume",
+        "etc/systemd/system/bootlume-quit-after@.service",
         "etc/systemd/system/bootlume-quit.service",
         "etc/systemd/system/bootlume-quit@.service",
         "etc/systemd/system/bootlume.service",
@@ -249,34 +252,39 @@ def test_a_service_that_was_disabled_stays_so_over_an_upgrade(root):
     assert done.stdout == "disabled\n", done.stderr
 
 
-def unpack(package, folder):
-    subprocess.run(["dpkg-deb", "-R", package, folder], check=True)
-
-
-def one_package_of_before(root, folder):
-    """The package that held service and programs together, from the files of today."""
+def merged(root, folder, name, other, depends):
+    """A package of version 1.0.0 with the files of two of today's, unpacked."""
     by_name = {package.name.split("_")[0]: package for package in (root.changes / "packages").iterdir()}
-    merged = folder / "merged"
-    unpack(by_name["bootlume-bin"], merged)
-    shutil.rmtree(merged / "DEBIAN")
-    unpack(by_name["bootlume"], merged)
-    control = merged / "DEBIAN/control"
-    lines = control.read_text().strip().splitlines()
-    fields = [line for line in lines if not line.startswith(("Depends:", "Version:"))]
-    control.write_text("\n".join(["Version: 1.0.0-1", *fields, ""]))
-    (merged / "DEBIAN/md5sums").unlink()
-    target = root.changes / "before.deb"
-    subprocess.run(["dpkg-deb", "--root-owner-group", "-b", merged, target], check=True, capture_output=True)
+    for package in (by_name[other], by_name[name]):
+        shutil.rmtree(folder / "DEBIAN", ignore_errors=True)
+        subprocess.run(["dpkg-deb", "-R", package, folder], check=True)
+    control = folder / "DEBIAN/control"
+    changed = ("Version:", "Depends:", "Breaks:", "Replaces:")
+    fields = [line for line in control.read_text().strip().splitlines() if not line.startswith(changed)]
+    control.write_text("\n".join([f"Version: 1.0.0-1\nDepends: {depends}", *fields, ""]))
+    (folder / "DEBIAN/md5sums").unlink()
+    return folder
 
 
-def test_an_upgrade_from_the_one_package_keeps_service_and_settings(root, tmp_path):
-    one_package_of_before(root, tmp_path)
+def packages_of_before(root, folder):
+    """The two packages that held everything: one of service and programs, one of all that is for a desk."""
+    service = merged(root, folder / "service", "bootlume", "bootlume-bin", "fontconfig")
+    tools = merged(root, folder / "tools", "bootlume-tools", "bootlume-dev", "bootlume (= 1.0.0-1)")
+    shutil.move(service / "usr/lib/python3", tools / "usr/lib/python3")
+    (root.changes / "before").mkdir()
+    for tree in (service, tools):
+        target = root.changes / f"before/{tree.name}.deb"
+        subprocess.run(["dpkg-deb", "--root-owner-group", "-b", tree, target], check=True, capture_output=True)
+
+
+def test_an_upgrade_from_the_two_packages_keeps_service_and_settings(root, tmp_path):
+    packages_of_before(root, tmp_path)
     done = root.run(
         """
-dpkg -i /before.deb >/answers/before 2>&1
+dpkg -i /before/*.deb >/answers/before 2>&1
 echo '#mine' >>/etc/default/bootlume
 dpkg --auto-deconfigure -i /packages/*.deb >/answers/install 2>&1 # as apt calls it
-dpkg -S /usr/sbin/bootlume /etc/default/bootlume >/answers/owners
+dpkg -S /usr/sbin/bootlume /etc/default/bootlume /usr/include/bootlume-client.h >/answers/owners
 dpkg --audit >/answers/audit
 tail -n 1 /etc/default/bootlume
 systemctl is-enabled bootlume.service
@@ -284,7 +292,11 @@ systemctl is-enabled bootlume.service
     )
     assert done.returncode == 0, done.stderr + root.answer("install")
     assert done.stdout == "#mine\nenabled\n"
-    assert root.answer("owners") == "bootlume-bin: /usr/sbin/bootlume\nbootlume: /etc/default/bootlume\n"
+    assert root.answer("owners").splitlines() == [
+        "bootlume-bin: /usr/sbin/bootlume",
+        "bootlume: /etc/default/bootlume",
+        "bootlume-dev: /usr/include/bootlume-client.h",
+    ]
     assert root.answer("audit") == ""
 
 
