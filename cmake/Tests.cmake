@@ -1,16 +1,22 @@
-# project_test(NAME SOURCES... LIBRARIES libs...): one GoogleTest program below tests/, run by CTest.
 if(BOOTLUME_TESTS)
   find_package(GTest REQUIRED)
   include(GoogleTest)
 endif()
 
+# What every test program links. Tests are compiled far more often than they run: only what they test is
+# optimized.
+add_library(project_tests INTERFACE)
+target_compile_options(project_tests INTERFACE -O0)
+target_link_libraries(project_tests INTERFACE project_warnings)
+
+# project_test(NAME SOURCES... LIBRARIES libs...): one GoogleTest program below tests/, run by CTest.
 function(project_test name)
   if(NOT BOOTLUME_TESTS)
     return()
   endif()
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;PROPERTIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
-  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main project_warnings
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main project_tests
                                         Threads::Threads)
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
