@@ -210,7 +210,8 @@ std::string mistake(const CLI::App* app, const CLI::Error& error) {
 
 } // namespace
 
-void describe(CLI::App& app, Arguments& arguments) {
+std::optional<int> parseArguments(int argc, char* argv[], Arguments& arguments) {
+    CLI::App app("Talks to the boot splash.", "bootlumectl");
     app.set_version_flag("--version", "bootlumectl " PROJECT_VERSION);
     app.require_subcommand(1);
     app.fallthrough();
@@ -223,6 +224,12 @@ void describe(CLI::App& app, Arguments& arguments) {
     addStatus(app, arguments);
     addTrace(app, arguments);
     addReport(app, arguments);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+    }
+    return std::nullopt;
 }
 
 } // namespace ctl

@@ -9,10 +9,6 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-} // namespace CLI
-
 namespace ctl {
 
 /// All that a command line may say.
@@ -33,8 +29,9 @@ struct Arguments {
     std::function<int()> command; ///< set by the parsing
 };
 
-/// Tells the parser of the commands and options, and what it says of a wrong one. What is parsed
-/// lands in `arguments`, which the parser must not outlive.
-void describe(CLI::App& app, Arguments& arguments);
+/// Reads the command line into `arguments`. Nothing if a command is to be run; else all has been
+/// said, and the exit status is returned. What the parser itself throws is a mistake in the
+/// options.
+std::optional<int> parseArguments(int argc, char* argv[], Arguments& arguments);
 
 } // namespace ctl
