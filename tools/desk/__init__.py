@@ -14,7 +14,7 @@ the standard library is needed, but for desk.pictures. The layout of the screen 
 the log are described in tools/virtual-device/README.md.
 """
 
-from .desk import COUNTED, SHELL, Desk, sanitizer_runtimes
+from .desk import COUNTED, SHELL, Desk, die_with_parent, sanitizer_runtimes
 from .places import BUILD, DEVICE, LANGUAGE, SOCKET, SOURCE, TRACE_CONFIG, python_environment
 from .screen import HEIGHT, WIDTH, Frame, Screen
 from .splash import (
@@ -50,6 +50,7 @@ __all__ = [
     "Screen",
     "Splash",
     "TraceLine",
+    "die_with_parent",
     "end_by_signal",
     "fill_pipe",
     "handles_signals",

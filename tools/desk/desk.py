@@ -37,7 +37,7 @@ def preloaded(*libraries):
     return ":".join(map(str, libraries))
 
 
-def _die_with_parent():
+def die_with_parent():
     """Runs in the child: a test run that is killed leaves no splash behind."""
     ctypes.CDLL(None).prctl(1, signal.SIGKILL)
 
@@ -153,7 +153,7 @@ class Desk:
         def begin():
             if prepare is not None:
                 prepare()
-            _die_with_parent()  # last: a change of the user would undo it
+            die_with_parent()  # last: a change of the user would undo it
 
         with open(files[0], "ab") as out, open(files[1], "ab") as err:
             process = subprocess.Popen(

@@ -8,7 +8,7 @@ import subprocess
 import numpy
 import pytest
 
-from desk import read_line, wait_until
+from desk import die_with_parent, read_line, wait_until
 from desk.pictures import rgb
 from preview_desk import PREVIEW, SECONDS, TEXTS, TURN, drawn, environment, processes_with, read_png, reduced
 
@@ -66,6 +66,7 @@ class Display:
                 "-noreset",
             ],
             pass_fds=[writer],
+            preexec_fn=die_with_parent,  # and the window with it
             stderr=subprocess.DEVNULL,
         )
         os.close(writer)
