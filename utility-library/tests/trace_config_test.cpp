@@ -27,159 +27,121 @@ class ATraceEntry : public TraceFixture {
 protected:
     ATraceEntry() { Log::s_configuration.appName = "bootlume"; }
 
-    static std::int32_t levelOf(const std::string& line) { return Log::parseEntry(line).level; }
-    static Words masksOf(const std::string& line) { return wordsOf(Log::parseEntry(line)); }
-    static bool toSyslog(const std::string& line) { return Log::parseEntry(line).toSyslog; }
-    static bool isEntry(const std::string& line) { return !Log::parseEntry(line).appName.empty(); }
+    static bool isNone(const std::string& line) {
+        const Trace::TraceConfig entry = Log::parseEntry(line);
+        return entry.appName.empty() && entry.level == 4 && wordsOf(entry).empty() &&
+               !entry.toSyslog;
+    }
 };
 
-TEST_F(ATraceEntry, HasNameLevelMasksAndSwitch) {
-    const Trace::TraceConfig entry = Log::parseEntry("bootlume 5 80002 1");
-    EXPECT_EQ(entry.appName, "bootlume");
-    EXPECT_EQ(entry.level, 5);
-    EXPECT_THAT(wordsOf(entry), ElementsAre(0x80002U));
-    EXPECT_TRUE(entry.toSyslog);
-}
+const struct {
+    const char* line;
+    std::int32_t level;
+    Words masks;
+    bool toSyslog;
+} ENTRIES[] = {
+    {"bootlume 5 80002 1", 5, {0x80002}, true},
+    // the name, whatever its case
+    {"BOOTLUME 6 80002 0", 6, {0x80002}, false},
+    {"BootLume 6 80002 0", 6, {0x80002}, false},
+    // at least four tokens, between blanks and tabs
+    {"bootlume 6 80002 ", 6, {0x80002}, true},
+    {"bootlume 6 80002 0 and more", 6, {0x80002}, false},
+    {"bootlume\t6\t80002 0", 6, {0x80002}, false},
+    // an empty token between two separators: each word is taken for the one before it
+    {"bootlume  6 80002 0", 1, {6}, true},
+    {"bootlume \t6 80002 0", 1, {6}, true},
+    // a level from 1 to 6, and 1 where it is not all digits
+    {"bootlume 0 0 0", 1, {0}, false},
+    {"bootlume 1 0 0", 1, {0}, false},
+    {"bootlume 4 0 0", 4, {0}, false},
+    {"bootlume 6 0 0", 6, {0}, false},
+    {"bootlume 9 0 0", 6, {0}, false},
+    {"bootlume 2147483647 0 0", 6, {0}, false},
+    {"bootlume 006 0 0", 6, {0}, false},
+    {"bootlume -6 0 0", 1, {0}, false},
+    {"bootlume +6 0 0", 1, {0}, false},
+    {"bootlume 6x 0 0", 1, {0}, false},
+    {"bootlume x 0 0", 1, {0}, false},
+    {"bootlume 0x6 0 0", 1, {0}, false},
+    {"bootlume 6.0 0 0", 1, {0}, false},
+    {"bootlume verbose 0 0", 1, {0}, false},
+    {"bootlume  0 0", 1, {0}, false},
+    // hexadecimal masks, with or without prefix
+    {"bootlume 6 0x80002 0", 6, {0x80002}, false},
+    {"bootlume 6 0X8000A 0", 6, {0x8000A}, false},
+    // between commas, and no empty ones
+    {"bootlume 6 80002,80004 0", 6, {0x80002, 0x80004}, false},
+    {"bootlume 6 80002,,4 0", 6, {0x80002, 4}, false},
+    {"bootlume 6 ,80002,,,4, 0", 6, {0x80002, 4}, false},
+    {"bootlume 6 ,, 0", 6, {}, false},
+    {"bootlume 6  0", 6, {}, false},
+    // of 32 bits, in which a negative one wraps
+    {"bootlume 6 ffffffff 0", 6, {0xFFFFFFFF}, false},
+    {"bootlume 6 00000000000ffffffff 0", 6, {0xFFFFFFFF}, false},
+    {"bootlume 6 -1 0", 6, {0xFFFFFFFF}, false},
+    {"bootlume 6 -ffffffff 0", 6, {1}, false},
+    // the number that a mask begins with
+    {"bootlume 6 80002zz 0", 6, {0x80002}, false},
+    {"bootlume 6 80002-4 0", 6, {0x80002}, false},
+    {"bootlume 6 -1- 0", 6, {0xFFFFFFFF}, false},
+    // a switch of zeros and ones; any other is on
+    {"bootlume 6 0 00", 6, {0}, false},
+    {"bootlume 6 0 000", 6, {0}, false},
+    {"bootlume 6 0 1", 6, {0}, true},
+    {"bootlume 6 0 01", 6, {0}, true},
+    {"bootlume 6 0 10", 6, {0}, true},
+    {"bootlume 6 0 11", 6, {0}, true},
+    {"bootlume 6 0 2", 6, {0}, true},
+    {"bootlume 6 0 off", 6, {0}, true},
+    {"bootlume 6 0 no", 6, {0}, true},
+    {"bootlume 6 0 -0", 6, {0}, true},
+    {"bootlume 6 0 0x0", 6, {0}, true},
+    {"bootlume 6 0 0\r", 6, {0}, true},
+    {"bootlume 6 0 ", 6, {0}, true},
+};
 
-TEST_F(ATraceEntry, ForAnotherApplicationIsNone) {
-    for (const char* const line : {"other 6 80002 1", "bootlume2 6 80002 1", "boot 6 80002 1"}) {
-        const Trace::TraceConfig entry = Log::parseEntry(line);
-        EXPECT_EQ(entry.appName, "");
-        EXPECT_EQ(entry.level, 4);
-        EXPECT_THAT(wordsOf(entry), IsEmpty());
-        EXPECT_FALSE(entry.toSyslog);
+TEST_F(ATraceEntry, HasLevelMasksAndSwitch) {
+    for (const auto& expected : ENTRIES) {
+        const Trace::TraceConfig entry = Log::parseEntry(expected.line);
+        EXPECT_EQ(entry.appName, "bootlume") << expected.line;
+        EXPECT_EQ(entry.level, expected.level) << expected.line;
+        EXPECT_EQ(wordsOf(entry), expected.masks) << expected.line;
+        EXPECT_EQ(entry.toSyslog, expected.toSyslog) << expected.line;
     }
 }
 
-TEST_F(ATraceEntry, MatchesTheNameWhateverItsCase) {
-    EXPECT_TRUE(isEntry("BOOTLUME 6 80002 0"));
-    EXPECT_TRUE(isEntry("BootLume 6 80002 0"));
-}
-
-TEST_F(ATraceEntry, HasAtLeastFourTokens) {
-    EXPECT_FALSE(isEntry(""));
-    EXPECT_FALSE(isEntry("bootlume"));
-    EXPECT_FALSE(isEntry("bootlume 6 80002"));
-    EXPECT_TRUE(isEntry("bootlume 6 80002 "));
-    EXPECT_TRUE(isEntry("bootlume 6 80002 0 and more"));
-}
-
-TEST_F(ATraceEntry, DoesNotBeginWithASeparator) {
-    EXPECT_FALSE(isEntry(" bootlume 6 80002 0"));
-    EXPECT_FALSE(isEntry("\tbootlume 6 80002 0"));
-    EXPECT_FALSE(isEntry("    "));
-}
-
-TEST_F(ATraceEntry, IsNoneForAProgramWithoutAName) {
+TEST_F(ATraceEntry, IsNoneForAnotherApplicationAndInAnotherForm) {
+    for (const char* const line :
+         {"other 6 80002 1", "bootlume2 6 80002 1", "boot 6 80002 1", "", "bootlume",
+          "bootlume 6 80002", " bootlume 6 80002 0", "\tbootlume 6 80002 0", "    ",
+          "bootlume\v6\v80002\v0", "bootlume;6;80002;0"}) {
+        EXPECT_TRUE(isNone(line)) << line;
+    }
     Log::s_configuration.appName.clear();
-    EXPECT_FALSE(isEntry(" 6 80002 0"));
+    EXPECT_TRUE(isNone(" 6 80002 0")) << "for a program without a name";
 }
 
-TEST_F(ATraceEntry, IsSplitAtBlanksAndTabsAlone) {
-    EXPECT_THAT(masksOf("bootlume\t6\t80002 0"), ElementsAre(0x80002U));
-    EXPECT_FALSE(isEntry("bootlume\v6\v80002\v0"));
-    EXPECT_FALSE(isEntry("bootlume;6;80002;0"));
-}
-
-TEST_F(ATraceEntry, HasAnEmptyTokenBetweenTwoSeparators) {
-    for (const char* const line : {"bootlume  6 80002 0", "bootlume \t6 80002 0"}) {
-        const Trace::TraceConfig entry = Log::parseEntry(line);
-        EXPECT_EQ(entry.level, 1);
-        EXPECT_THAT(wordsOf(entry), ElementsAre(6U)) << "the level's word is taken for the masks";
-        EXPECT_TRUE(entry.toSyslog) << "the mask word is taken for the switch";
-    }
-}
-
-TEST_F(ATraceEntry, HasALevelFrom1To6) {
-    const char* const lines[] = {"bootlume 0 0 0",  "bootlume 1 0 0", "bootlume 4 0 0",
-                                 "bootlume 6 0 0",  "bootlume 9 0 0", "bootlume 2147483647 0 0",
-                                 "bootlume 006 0 0"};
-    const std::int32_t levels[] = {1, 1, 4, 6, 6, 6, 6};
-    for (std::size_t index = 0; index < std::size(lines); ++index) {
-        EXPECT_EQ(levelOf(lines[index]), levels[index]) << lines[index];
-    }
-}
-
-TEST_F(ATraceEntry, TakesALevelThatIsNotAllDigitsAs1) {
-    for (const char* const level : {"-6", "+6", "6x", "x", "0x6", "6.0", "verbose", ""}) {
-        EXPECT_EQ(levelOf(std::string("bootlume ") + level + " 0 0"), 1) << level;
-    }
-}
-
-TEST_F(ATraceEntry, RaisesForALevelThatIsNoInteger) {
-    for (const char* const level : {"2147483648", "99999999999999999999999"}) {
+TEST_F(ATraceEntry, RaisesForANumberThatIsNoneOrTooLarge) {
+    const auto raised = [](const std::string& line) -> std::string {
         try {
-            Log::parseEntry(std::string("bootlume ") + level + " 80002 0");
-            ADD_FAILURE() << level;
+            Log::parseEntry(line);
         } catch (const std::out_of_range& error) {
-            EXPECT_STREQ(error.what(), "stoi");
-        }
-    }
-}
-
-TEST_F(ATraceEntry, HasHexadecimalMasksWithOrWithoutPrefix) {
-    EXPECT_THAT(masksOf("bootlume 6 80002 0"), ElementsAre(0x80002U));
-    EXPECT_THAT(masksOf("bootlume 6 0x80002 0"), ElementsAre(0x80002U));
-    EXPECT_THAT(masksOf("bootlume 6 0X8000A 0"), ElementsAre(0x8000AU));
-    EXPECT_THAT(masksOf("bootlume 6 0 0"), ElementsAre(0U));
-}
-
-TEST_F(ATraceEntry, HasMasksBetweenCommasAndNoEmptyOnes) {
-    EXPECT_THAT(masksOf("bootlume 6 80002,80004 0"), ElementsAre(0x80002U, 0x80004U));
-    EXPECT_THAT(masksOf("bootlume 6 80002,,4 0"), ElementsAre(0x80002U, 4U));
-    EXPECT_THAT(masksOf("bootlume 6 ,80002,,,4, 0"), ElementsAre(0x80002U, 4U));
-    EXPECT_THAT(masksOf("bootlume 6 ,, 0"), IsEmpty());
-    EXPECT_THAT(masksOf("bootlume 6  0"), IsEmpty());
-}
-
-TEST_F(ATraceEntry, HasMasksOf32Bits) {
-    EXPECT_THAT(masksOf("bootlume 6 ffffffff 0"), ElementsAre(0xFFFFFFFFU));
-    EXPECT_THAT(masksOf("bootlume 6 00000000000ffffffff 0"), ElementsAre(0xFFFFFFFFU));
-    for (const char* const word : {"100000000", "-100000000", "0x1ffffffff",
-                                   "ffffffffffffffffffffffff", "80002,fffffffff"}) {
-        try {
-            Log::parseEntry(std::string("bootlume 6 ") + word + " 0");
-            ADD_FAILURE() << word;
-        } catch (const std::out_of_range& error) {
-            EXPECT_STREQ(error.what(), "stoul");
-        }
-    }
-}
-
-TEST_F(ATraceEntry, WrapsANegativeMaskIn32Bits) {
-    EXPECT_THAT(masksOf("bootlume 6 -1 0"), ElementsAre(0xFFFFFFFFU));
-    EXPECT_THAT(masksOf("bootlume 6 -ffffffff 0"), ElementsAre(1U));
-}
-
-TEST_F(ATraceEntry, RaisesForAMaskThatIsNoNumber) {
-    for (const char* const word : {"zz", "80002,none", "#80002", "-"}) {
-        try {
-            Log::parseEntry(std::string("bootlume 6 ") + word + " 0");
-            ADD_FAILURE() << word;
+            return std::string("too large: ") + error.what();
         } catch (const std::invalid_argument& error) {
-            EXPECT_STREQ(error.what(), "stoul");
+            return std::string("none: ") + error.what();
         }
+        return "nothing";
+    };
+    for (const char* const level : {"2147483648", "99999999999999999999999"}) {
+        EXPECT_EQ(raised(std::string("bootlume ") + level + " 80002 0"), "too large: stoi");
     }
-}
-
-TEST_F(ATraceEntry, TakesTheNumberThatAMaskBeginsWith) {
-    EXPECT_THAT(masksOf("bootlume 6 80002zz 0"), ElementsAre(0x80002U));
-    EXPECT_THAT(masksOf("bootlume 6 80002-4 0"), ElementsAre(0x80002U));
-    EXPECT_THAT(masksOf("bootlume 6 -1- 0"), ElementsAre(0xFFFFFFFFU));
-}
-
-TEST_F(ATraceEntry, HasASwitchOfZerosAndOnes) {
-    for (const char* const off : {"0", "00", "000"}) {
-        EXPECT_FALSE(toSyslog(std::string("bootlume 6 0 ") + off)) << off;
+    for (const char* const mask : {"100000000", "-100000000", "0x1ffffffff",
+                                   "ffffffffffffffffffffffff", "80002,fffffffff"}) {
+        EXPECT_EQ(raised(std::string("bootlume 6 ") + mask + " 0"), "too large: stoul");
     }
-    for (const char* const on : {"1", "01", "10", "11"}) {
-        EXPECT_TRUE(toSyslog(std::string("bootlume 6 0 ") + on)) << on;
-    }
-}
-
-TEST_F(ATraceEntry, TakesAnyOtherSwitchAsOn) {
-    for (const char* const on : {"2", "off", "no", "-0", "0x0", "0\r", ""}) {
-        EXPECT_TRUE(toSyslog(std::string("bootlume 6 0 ") + on)) << on;
+    for (const char* const mask : {"zz", "80002,none", "#80002", "-"}) {
+        EXPECT_EQ(raised(std::string("bootlume 6 ") + mask + " 0"), "none: stoul");
     }
 }
 
