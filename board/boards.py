@@ -1,4 +1,5 @@
 """Where a run finds its trees and builds, and how it boots a board."""
+import dataclasses
 import os
 import pathlib
 
@@ -25,11 +26,10 @@ class Workshop:
         self.image = image.Image(self.machine, self.build, self._trees, self.work)
         self.image.make()
 
-    def boot(self, variant="vrx", shell=False):
-        """A board, to be used with "with"."""
-        return emulated.Board(
-            self.machine, self._trees[self.machine.tree], self.image.initramfs(variant), self.work, shell
-        )
+    def boot(self, variant="vrx", shell=False, emulator=()):
+        """A board, to be used with "with"; `emulator`: further words for its emulator."""
+        machine = dataclasses.replace(self.machine, emulator=(*self.machine.emulator, *emulator))
+        return emulated.Board(machine, self._trees[self.machine.tree], self.image.initramfs(variant), self.work, shell)
 
     def reference(self):
         """The pages that the same program draws on the virtual device."""

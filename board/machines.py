@@ -72,6 +72,11 @@ MACHINES = {
 }
 
 
+# One processor of 500 million instructions a second: what a program takes of it does not depend on how
+# busy the host is.
+INSTRUCTION_CLOCK = ("-smp", "1", "-icount", "shift=1")
+
+
 def kernel(tree: pathlib.Path) -> pathlib.Path:
     """The kernel of an unpacked tree; its version follows the dash."""
     return next(tree.glob("boot/vmlinuz-*"))

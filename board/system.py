@@ -17,8 +17,6 @@ FURNITURE = SOURCE / "packaging/tests/boot"
 OVERLAY_DRIVER = "vivid"
 DISK_DRIVERS = ("virtio_pci", "virtio_blk", "ext4", "crc32c_generic")
 OPTIONS = "options vivid n_devs=1 node_types=0x0101 num_inputs=1 input_types=0x3 num_outputs=1 " "output_types=0x1\n"
-# One processor of 500 million instructions a second: times in such a machine repeat.
-INSTRUCTION_CLOCK = ("-smp", "1", "-icount", "shift=1")
 DISK_MB, MEMORY_MB = 2000, 1536
 TRACED = {
     "queued": "videobuf2_v4l2:vb2_ioctl_qbuf",
@@ -200,7 +198,7 @@ class System:
 
     def boot(self, *words, initramfs=None, traced=True):
         """A board, to be used with "with"; the words are on the kernel's command line."""
-        emulator = [*self.machine.emulator, *INSTRUCTION_CLOCK]
+        emulator = [*self.machine.emulator, *machines.INSTRUCTION_CLOCK]
         if self.on_disk:
             emulator += ["-drive", f"file={self.disk},if=virtio,format=raw,snapshot=on", "-device", "VGA"]
             words = ("root=/dev/vda", "ro", *words)

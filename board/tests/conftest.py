@@ -42,9 +42,9 @@ class Bench:
             self._board = self.workshop.boot().__enter__()
         return self._board
 
-    def fresh(self, variant):
+    def fresh(self, variant, **options):
         self.clear()
-        return self.workshop.boot(variant)
+        return self.workshop.boot(variant, **options)
 
     def clear(self):
         if self._board is not None:
