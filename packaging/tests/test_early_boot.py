@@ -18,7 +18,7 @@ WAYS = ("bootlume-init", "initramfs")
 FAULTS = ("driver", "fonts", "settings", "run")
 PATIENT = "SPLASH_TIMEOUT=900\nSPLASH_TIMEOUT_HARD=1000\n"
 IMPATIENT = "SPLASH_TIMEOUT=40\nSPLASH_TIMEOUT_HARD=80\n"
-GARBAGE = "\x01\n'\"$(reboot -f)\nBOOTLUME_DRIVER=vivid\nBOOTLUME_NODE=/dev/video1\nBOOTLUME_OPTIONS='-c \"\n\\"
+GARBAGE = "\x01\n'\"$(reboot -f)\nBOOTLUME_DRIVER=vivid\nBOOTLUME_NODE=/dev/video1\nBOOTLUME_OPTIONS='\"Brem K5\n\\"
 LOGGED = ("printk.devkmsg=on", "log_buf_len=8M")
 MOST_DELAY_S = 2
 LONGEST_GAP_MS = 200
