@@ -42,20 +42,14 @@ def test_the_page_after_a_text_command(splash, desk, bench):
     shows(running, bench, new, count=10, before=old)
 
 
-def taken_at(board, count):
-    """Seconds at which the last screens were taken, by the driver's clock."""
-    log = board.text("cat /run/screen.log")
-    return [float(seconds) for seconds in re.findall(r"cap dqbuf:.* ts: (\d+\.\d+)", log)][-count:]
-
-
 def test_the_ring_turns_forwards_and_leaves_no_step_out(splash, desk, bench, board):
-    """The capture side runs at the screen's rate, and may miss a screen. A step takes 30 ms at least: so
-    many steps as there were periods between two screens, and never one more."""
+    """The capture side runs at the screen's rate, and may miss a screen. A step takes 30 ms at least: from the
+    first screen to the last there are at most as many steps as there were periods. Between two screens there
+    may be more, since a busy emulator takes some of them late."""
     running, turn = splash("Ring", "turning"), desk.page("Ring", "turning")
     found = shows(running, bench, turn, count=40)
-    times = taken_at(board, len(found))
+    log = board.text("cat /run/screen.log")
+    times = [float(seconds) for seconds in re.findall(r"cap dqbuf:.* ts: (\d+\.\d+)", log)][-len(found) :]
     assert len(times) == len(found) >= 30
-    ahead = [(later - earlier) % STEPS for earlier, later in zip(found, found[1:])]
-    passed = [later - earlier for earlier, later in zip(times, times[1:])]
-    assert all(steps <= seconds / PERIOD_S + 1 for steps, seconds in zip(ahead, passed))
-    assert 0 < sum(ahead) <= sum(passed) / PERIOD_S + 1
+    steps_ahead = sum((later - earlier) % STEPS for earlier, later in zip(found, found[1:]))
+    assert 0 < steps_ahead <= (times[-1] - times[0]) / PERIOD_S + 1
