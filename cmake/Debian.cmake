@@ -51,7 +51,7 @@ debian_package(programs bootlume-bin admin
 "programs of the boot splash for a portrait V4L2 output overlay
 The splash draws a title, lines of text and a turning ring on the overlay of a
 480x800 display while a device starts. Other programs replace the texts or end
-it over a socket; where it is asked to, it reboots a device whose start hangs.
+it over a socket; if it is asked to, it reboots a device whose start hangs.
 
 This package holds the server, its client bootlumectl, a Python module and the
 manuals. It starts nothing by itself: the package bootlume does."

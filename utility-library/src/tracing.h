@@ -129,7 +129,7 @@ public:
     } while (false)
 #define TRACE(LEVEL, MESSAGE) TRACE_ID(LEVEL, 0, MESSAGE)
 
-// For the utility library: the mask is tested once the level has passed.
+// For the dispatcher and this facility: the mask is tested once the level has passed.
 #define TRACE_MASKED(LEVEL, MASK, NAME, MESSAGE)                                                   \
     do {                                                                                           \
         if ((LEVEL) <= Trace::Log::level() && Trace::Log::isMaskEnabled(MASK)) {                   \

@@ -13,7 +13,7 @@ namespace {
 
 const char* const ABOUT =
     "Shows the page of the boot splash as the device shows it, drawn by bootlume itself.\n"
-    "Without options it opens a window, or shows the page in the terminal where there is no\n"
+    "Without options it opens a window, or shows the page in the terminal if there is no\n"
     "display. Keys: q or Escape to quit, p for a picture, l to switch the language.\n";
 const char* const FOOTER =
     "A title that begins with a dash goes behind \"--\".\n"
