@@ -76,7 +76,7 @@ void Overlay::run() {
     while (m_running) {
         m_chinese = isChineseSelected();
         const auto start = WallClock::now();
-        drawFrame(m_contexts[m_surface.freeBufferIndex()]);
+        drawFrame(m_surface.freeBufferIndex());
         auto exec_ms = since(start);
         TRACE(Trace::LEVEL_VERBOSE, "Drawing time used" << TRACE_VALUE(exec_ms.count()));
         m_surface.flip(); // a failure is logged there, and the next frame tries again
@@ -87,31 +87,31 @@ void Overlay::run() {
     m_surface.close();
 }
 
-void Overlay::drawFrame(cairo_t*& cr) {
-    cairo_set_source_rgb(cr, 1.0, 1.0, 1.0);
-    cairo_paint(cr);
-    drawTexts(cr);
+void Overlay::drawFrame(std::uint32_t index) {
+    cairo_set_source_rgb(m_contexts[index], 1.0, 1.0, 1.0);
+    cairo_paint(m_contexts[index]);
+    drawTexts(index);
     m_refused.report();
-    drawDivider(cr);
-    drawSpinner(cr);
+    drawDivider(m_contexts[index]);
+    drawSpinner(m_contexts[index]);
     m_frame += 1;
 }
 
-void Overlay::drawTexts(cairo_t*& cr) {
+void Overlay::drawTexts(std::uint32_t index) {
     const std::lock_guard<std::mutex> lock(m_textMutex);
-    useTextColour(cr);
+    useTextColour(m_contexts[index]);
     const TextStyle title{m_titleX, m_titleFontSize, m_titleCharWidth, m_titleRunYOffset, true};
-    drawText(cr, m_title, m_titleY, title);
+    drawText(index, m_title, m_titleY, title);
     // The baseline of a line is cut to a whole number only if the line has two runs, on purpose.
     const TextStyle body{m_linesX, m_lineFontSize, m_lineCharWidth, m_lineRunYOffset, false};
     std::int32_t top = m_linesY;
     for (const std::string& line : m_lines) {
-        drawText(cr, line, top, body);
+        drawText(index, line, top, body);
         top += m_lineSpacing;
     }
 }
 
-void Overlay::drawText(cairo_t*& cr, const std::string& text, std::int32_t top,
+void Overlay::drawText(std::uint32_t index, const std::string& text, std::int32_t top,
                        const TextStyle& style) {
     const TextRuns runs = textRuns(text);
     const bool twoRuns = !runs.secondFont.empty();
@@ -121,27 +121,29 @@ void Overlay::drawText(cairo_t*& cr, const std::string& text, std::int32_t top,
     };
     double height = 0;
     if (!m_refused.contains(runs.firstFont, runs.firstText)) {
+        cairo_t* const cr = m_contexts[index];
         height = selectFont(cr, runs.firstFont, style.fontSize);
         showText(cr, runs.firstText, style.x, baseline(height));
-        checkDrawn(cr, runs.firstFont, runs.firstText);
+        checkDrawn(index, runs.firstFont, runs.firstText);
     }
     if (twoRuns && !m_refused.contains(runs.secondFont, runs.secondText)) {
+        cairo_t* const cr = m_contexts[index];
         const double ownHeight = selectFont(cr, runs.secondFont, style.fontSize);
         const auto advance = style.charWidth * static_cast<std::int32_t>(runs.firstText.size());
         // The first font gives both runs their baseline, if it can be read.
         showText(cr, runs.secondText, style.x + advance,
                  baseline(height > 0 ? height : ownHeight) + style.runYOffset);
-        checkDrawn(cr, runs.secondFont, runs.secondText);
+        checkDrawn(index, runs.secondFont, runs.secondText);
     }
 }
 
 /// An error in a context lasts: cairo would draw nothing more in it, not even the ring.
-void Overlay::checkDrawn(cairo_t*& cr, const std::string& font, const std::string& text) {
-    const cairo_status_t status = cairo_status(cr);
+void Overlay::checkDrawn(std::uint32_t index, const std::string& font, const std::string& text) {
+    const cairo_status_t status = cairo_status(m_contexts[index]);
     if (status != CAIRO_STATUS_SUCCESS) {
         m_refused.add(font, text, status);
-        cr = cairo_create(m_surfaces[m_surface.freeBufferIndex()]); // the old one lives on, too
-        useTextColour(cr);
+        m_contexts[index] = cairo_create(m_surfaces[index]); // the old one lives on, too
+        useTextColour(m_contexts[index]);
     }
 }
 

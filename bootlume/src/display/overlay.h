@@ -58,11 +58,13 @@ private:
     };
 
     TextRuns textRuns(const std::string& text) const;
-    // These exchange the context for a new one if a text has put it into an error.
-    void drawFrame(cairo_t*& cr);
-    void drawTexts(cairo_t*& cr);
-    void drawText(cairo_t*& cr, const std::string& text, std::int32_t top, const TextStyle& style);
-    void checkDrawn(cairo_t*& cr, const std::string& font, const std::string& text);
+    // These take the buffer's index: a text may put its context into an error, and a new one takes
+    // the context's place.
+    void drawFrame(std::uint32_t index);
+    void drawTexts(std::uint32_t index);
+    void drawText(std::uint32_t index, const std::string& text, std::int32_t top,
+                  const TextStyle& style);
+    void checkDrawn(std::uint32_t index, const std::string& font, const std::string& text);
     void drawDivider(cairo_t* cr) const;
     void drawSpinner(cairo_t* cr) const;
     void sleepForRest(std::chrono::milliseconds used) const;
