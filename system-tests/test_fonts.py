@@ -182,3 +182,16 @@ def test_a_refused_text_costs_one_context_however_many_frames_there_are(desk, fo
     assert calls.count("cairo_paint") >= 50
     assert calls.count("cairo_create") == 2 + len(["Titel", "eins", "zwei"])
     assert calls.count("cairo_show_text") == 3
+
+
+def test_a_glyph_that_cannot_be_drawn_costs_its_text_and_not_the_ring(desk, preload, self_contained):
+    if self_contained:
+        pytest.skip("a self-contained program holds FreeType itself")
+    splash = desk.start("Titel", "eins", refresh=0, env=preload("broken-glyph"))
+    frames = splash.screen.frames(4, first=3)
+    for frame in frames:
+        assert is_white(frame, TITLE) and not is_white(frame, BODY)
+        assert not is_white(frame, DIVIDER)
+    assert len({bytes(rows(frame, RING)) for frame in frames}) == 4, "the ring turns in both buffers"
+    assert len(refusals(splash)) == 1
+    assert splash.quit() == 0

@@ -111,6 +111,8 @@ RECORD(cairo_destroy, (cairo_t * cr), (cr), "p", (void*)cr)
 RECORD_RESULT(cairo_status_t, cairo_status, (cairo_t * cr), (cr), "pi", (void*)cr)
 RECORD_RESULT(const char*, cairo_status_to_string, (cairo_status_t status), (status), "is",
               (int)status)
+RECORD_RESULT(cairo_status_t, cairo_surface_status, (cairo_surface_t * surface), (surface), "pi",
+              (void*)surface)
 RECORD(cairo_surface_destroy, (cairo_surface_t * surface), (surface), "p", (void*)surface)
 
 RECORD(cairo_set_source_rgb, (cairo_t * cr, double r, double g, double b), (cr, r, g, b), "pddd",

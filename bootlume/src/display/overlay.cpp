@@ -24,6 +24,17 @@ std::chrono::milliseconds since(WallClock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(WallClock::now() - start);
 }
 
+int bytesOfRow() {
+    return cairo_format_stride_for_width(CAIRO_FORMAT_RGB16_565, Surface::WIDTH);
+}
+
+/// A cairo surface that draws straight into a frame buffer.
+cairo_surface_t* surfaceOver(const Buffer& buffer, int stride) {
+    return cairo_image_surface_create_for_data(static_cast<unsigned char*>(buffer.start),
+                                               CAIRO_FORMAT_RGB16_565, Surface::WIDTH,
+                                               Surface::HEIGHT, stride);
+}
+
 void useTextColour(cairo_t* cr) {
     cairo_set_source_rgb(cr, 0.1, 0.1, 0.1);
 }
@@ -45,11 +56,9 @@ void showText(cairo_t* cr, const std::string& text, double x, double y) {
 } // namespace
 
 Overlay::Overlay() {
-    const int stride = cairo_format_stride_for_width(CAIRO_FORMAT_RGB16_565, Surface::WIDTH);
+    const int stride = bytesOfRow();
     for (const Buffer& buffer : m_surface.buffers()) {
-        m_surfaces.push_back(cairo_image_surface_create_for_data(
-            static_cast<unsigned char*>(buffer.start), CAIRO_FORMAT_RGB16_565, Surface::WIDTH,
-            Surface::HEIGHT, stride));
+        m_surfaces.push_back(surfaceOver(buffer, stride));
     }
     for (cairo_surface_t* const surface : m_surfaces) {
         m_contexts.push_back(cairo_create(surface)); // never destroyed, on purpose
@@ -137,11 +146,16 @@ void Overlay::drawText(std::uint32_t index, const std::string& text, std::int32_
     }
 }
 
-/// An error in a context lasts: cairo would draw nothing more in it, not even the ring.
+/// An error in a context lasts, and so does one in its surface: cairo would draw nothing more
+/// there, not even the ring.
 void Overlay::checkDrawn(std::uint32_t index, const std::string& font, const std::string& text) {
     const cairo_status_t status = cairo_status(m_contexts[index]);
     if (status != CAIRO_STATUS_SUCCESS) {
         m_refused.add(font, text, status);
+        if (cairo_surface_status(m_surfaces[index]) != CAIRO_STATUS_SUCCESS) {
+            cairo_surface_destroy(m_surfaces[index]); // the old context still holds it
+            m_surfaces[index] = surfaceOver(m_surface.buffers()[index], bytesOfRow());
+        }
         m_contexts[index] = cairo_create(m_surfaces[index]); // the old one lives on, too
         useTextColour(m_contexts[index]);
     }
