@@ -12,6 +12,7 @@ from desk.waiting import wait_until
 LATIN = "Univers Next W1G Medium"
 CHINESE = "Droid Sans Fallback"
 MINUTE_S = 61  # a little more than the texts of a font that cannot be read are left out
+MOST_TRIES = 16  # of texts in one font, in a minute
 LONG_AGO = (1_000_000_000, 1_000_000_000)  # a folder whose date stays is not read anew
 TITLE, DIVIDER, BODY, RING = range(120, 149), range(150, 151), range(160, 280), range(290, 440)
 
@@ -182,6 +183,30 @@ def test_a_refused_text_costs_one_context_however_many_frames_there_are(desk, fo
     assert calls.count("cairo_paint") >= 50
     assert calls.count("cairo_create") == 2 + len(["Titel", "eins", "zwei"])
     assert calls.count("cairo_show_text") == 3
+
+
+def test_a_font_that_cannot_be_read_costs_few_contexts_a_minute_however_many_texts(desk, fonts, clocks, preload):
+    fonts.spoil(LATIN, "removed")
+    record = desk.root / "cairo"
+    preloads = preload("test-clocks", "cairo-recorder")
+    splash = fonts.start(env={**clocks.environment, **preloads, "CAIRO_RECORDER_LOG": record})
+
+    def contexts():
+        return record.read_text(encoding="utf-8").count('"cairo_create"')
+
+    wait_until(lambda: refusals(splash), "the line")
+    splash.send("Titel;" + "\n".join(f"Zeile {number}" for number in range(1000)))
+    wait_until(lambda: contexts() >= 2 + MOST_TRIES, "the tries")
+    frame_later(splash)
+    assert contexts() == 2 + MOST_TRIES
+    desk.language("zh")
+    splash.screen.wait_for_picture(lambda frame: not is_white(frame, BODY), "the texts in the font that can be read")
+    desk.language("en")
+    clocks.set(steady=MINUTE_S)
+    wait_until(lambda: len(refusals(splash)) == 2, "the second minute's line")
+    frame_later(splash)
+    assert contexts() == 2 + 2 * MOST_TRIES
+    assert splash.quit() == 0
 
 
 def test_a_glyph_that_cannot_be_drawn_costs_its_text_and_not_the_ring(desk, preload, self_contained):

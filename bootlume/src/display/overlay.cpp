@@ -97,6 +97,7 @@ void Overlay::run() {
 }
 
 void Overlay::drawFrame(std::uint32_t index) {
+    m_refused.forgetAfterAMinute();
     cairo_set_source_rgb(m_contexts[index], 1.0, 1.0, 1.0);
     cairo_paint(m_contexts[index]);
     drawTexts(index);

@@ -2,16 +2,30 @@
 
 #include "tracing.h"
 
+#include <cstddef>
+
 namespace paint {
 
-bool RefusedTexts::contains(const std::string& font, const std::string& text) {
-    if (m_texts.empty()) {
-        return false;
-    }
-    if (Clock::now() >= m_forgottenAt) {
+namespace {
+
+/// A font of which so many texts were refused counts as unreadable: no text of it is tried.
+constexpr std::size_t MOST_TEXTS = 16;
+
+} // namespace
+
+void RefusedTexts::forgetAfterAMinute() {
+    if (!m_texts.empty() && Clock::now() >= m_forgottenAt) {
         m_texts.clear();
     }
-    return m_texts.count({font, text}) > 0;
+}
+
+bool RefusedTexts::contains(const std::string& font, const std::string& text) const {
+    const auto found = m_texts.find(font);
+    if (found == m_texts.end()) {
+        return false;
+    }
+    const std::set<std::string>& texts = found->second;
+    return texts.size() >= MOST_TEXTS || texts.count(text) > 0;
 }
 
 void RefusedTexts::add(const std::string& font, const std::string& text, cairo_status_t status) {
@@ -20,7 +34,7 @@ void RefusedTexts::add(const std::string& font, const std::string& text, cairo_s
         m_font = font;
         m_status = cairo_status_to_string(status);
     }
-    m_texts.emplace(font, text);
+    m_texts[font].insert(text);
 }
 
 void RefusedTexts::report() {
