@@ -24,6 +24,7 @@ from desk import (
     Desk,
     Late,
     handles_signals,
+    hears_signals,
     is_dispatching,
     listens,
     sanitizer_runtimes,
@@ -89,15 +90,18 @@ def pause(splash, seconds):
 
 
 def takes(splash, request):
-    return is_dispatching(splash) and (isinstance(request, signal.Signals) or listens(splash.desk.path(SOCKET)))
+    if isinstance(request, signal.Signals):
+        return hears_signals(splash)
+    return is_dispatching(splash) and listens(splash.desk.path(SOCKET))
 
 
 def ask(splash, request):
     """Asks for the end; whether that must be heard. What comes before the loop runs may be lost."""
-    must_be_heard = request == signal.SIGTERM or is_dispatching(splash)
     if isinstance(request, signal.Signals):
+        must_be_heard = request == signal.SIGTERM or hears_signals(splash)
         splash.signal(request)
         return must_be_heard
+    must_be_heard = is_dispatching(splash)
     if not listens(splash.desk.path(SOCKET)):
         return False
     try:

@@ -79,9 +79,15 @@ def writes_to_standard_output(splash):
     return False
 
 
+def hears_signals(splash):
+    """Whether the loop runs, and the last thread of the start, which turns the display on, as well:
+    a thread that begins may take a signal, and ThreadSanitizer loses it then."""
+    return is_dispatching(splash) and splash.screen.streaming
+
+
 def end_by_signal(splash, deadline=None):
-    """One signal once the loop runs; the exit status. For a splash that no command reaches."""
-    splash.wait_for_loop(deadline)
+    """One signal once it is heard; the exit status. For a splash that no command reaches."""
+    wait_until(lambda: hears_signals(splash) or splash.process.poll() is not None, "the splash to run", deadline)
     splash.signal(signal.SIGINT)
     return splash.wait(deadline)
 
@@ -92,7 +98,7 @@ def wait_until_running(splash):
 
     def runs():
         assert splash.process.poll() is None, f"ended early: {splash.stdout}{splash.stderr}"
-        return is_dispatching(splash) and listens(path)
+        return hears_signals(splash) and listens(path)
 
     wait_until(runs, "the splash to run")
     return splash
