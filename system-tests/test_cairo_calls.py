@@ -176,6 +176,18 @@ def test_the_title_and_a_line_of_two_runs_stand_on_whole_pixels_and_other_lines_
     )
 
 
+def test_a_font_without_a_height_gives_both_runs_their_baseline_all_the_same(desk, record):
+    desk.language("zh")
+    flat = -height(LATIN, 15)
+    assert height(CHINESE, 15) + flat != 0
+    run = record("Brem K5 启动", "", taller=flat)
+    assert_whole_run(
+        run,
+        run_of_text("Brem K5 ", LATIN, 15, 18, 127, flat),
+        run_of_text("启动", CHINESE, 15, 74, 127 - 1, flat),
+    )
+
+
 def test_in_latin_only_the_title_stands_on_a_whole_pixel(record):
     run = record("Brem K5 Titel", "Brem K5 Zeile", taller=0.75)
     assert_whole_run(

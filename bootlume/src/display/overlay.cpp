@@ -141,8 +141,9 @@ void Overlay::drawText(std::uint32_t index, const std::string& text, std::int32_
         const double ownHeight = selectFont(cr, runs.secondFont, style.fontSize);
         const auto advance = style.charWidth * static_cast<std::int32_t>(runs.firstText.size());
         // The first font gives both runs their baseline, if it can be read.
-        showText(cr, runs.secondText, style.x + advance,
-                 baseline(height > 0 ? height : ownHeight) + style.runYOffset);
+        const bool isFirstRefused = m_refused.contains(runs.firstFont, runs.firstText);
+        const double y = baseline(isFirstRefused ? ownHeight : height) + style.runYOffset;
+        showText(cr, runs.secondText, style.x + advance, y);
         checkDrawn(index, runs.secondFont, runs.secondText);
     }
 }
