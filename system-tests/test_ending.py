@@ -135,12 +135,18 @@ def test_a_signal_in_the_middle_of_heavy_tracing_ends_the_splash(desk):
         assert line in by_signal_to_any_thread(signal.SIGINT)
 
 
-@pytest.mark.parametrize("number, status", [(signal.SIGHUP, 0), (signal.SIGINT, 0), (signal.SIGTERM, -signal.SIGTERM)])
-def test_a_signal_ends_it_that_was_blocked_where_it_was_started(desk, number, status):
-    def block():  # handed down to a program
-        signal.pthread_sigmask(signal.SIG_BLOCK, [number])
+def block(number):
+    signal.pthread_sigmask(signal.SIG_BLOCK, [number])
 
-    splash = wait_until_running(desk.start(prepare=block))
+
+def ignore(number):
+    signal.signal(number, signal.SIG_IGN)
+
+
+@pytest.mark.parametrize("hand_down", [block, ignore])
+@pytest.mark.parametrize("number, status", [(signal.SIGHUP, 0), (signal.SIGINT, 0), (signal.SIGTERM, -signal.SIGTERM)])
+def test_a_signal_ends_it_that_was_blocked_or_ignored_where_it_was_started(desk, hand_down, number, status):
+    splash = wait_until_running(desk.start(prepare=lambda: hand_down(number)))
     splash.signal(number)
     assert splash.wait() == status
 

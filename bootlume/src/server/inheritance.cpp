@@ -34,6 +34,7 @@ void openStandardDescriptors() {
 void correctInheritance() {
     openStandardDescriptors();
     signal(SIGCHLD, SIG_DFL); // if this is ignored, a reboot has no result
+    signal(SIGTERM, SIG_DFL); // must end the splash
     signal(SIGXFSZ, SIG_IGN); // at a limit for the size of files, only lines are lost
     sigset_t ending{};
     sigemptyset(&ending);

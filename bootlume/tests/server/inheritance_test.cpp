@@ -57,17 +57,19 @@ TEST(Inheritance, OpensStandardDescriptorsIfTheyAreClosedAndNoOthers) {
     EXPECT_TRUE(opensInPlaceOf({0, 1, 2}));
 }
 
-TEST(Inheritance, TakesOverNeitherAnIgnoredSigchldNorBlockedEndingSignals) {
+TEST(Inheritance, TakesOverNeitherIgnoredSignalsNorBlockedEndingSignals) {
     const pid_t child = fork();
     if (child == 0) {
         signal(SIGCHLD, SIG_IGN);
+        signal(SIGTERM, SIG_IGN);
         sigset_t all{};
         sigfillset(&all);
         sigprocmask(SIG_SETMASK, &all, nullptr);
         correctInheritance();
         sigset_t left{};
         sigprocmask(SIG_SETMASK, nullptr, &left);
-        const bool good = signal(SIGCHLD, SIG_IGN) == SIG_DFL && sigismember(&left, SIGHUP) == 0 &&
+        const bool good = signal(SIGCHLD, SIG_IGN) == SIG_DFL &&
+                          signal(SIGTERM, SIG_IGN) == SIG_DFL && sigismember(&left, SIGHUP) == 0 &&
                           sigismember(&left, SIGINT) == 0 && sigismember(&left, SIGTERM) == 0 &&
                           sigismember(&left, SIGUSR1) == 1;
         _exit(good ? 0 : 1);
