@@ -62,9 +62,9 @@ std::string threadName() {
 
 /// The date and time of a second, in local time. Valid until the thread asks for another second.
 const char* dateOf(time_t second) {
-    thread_local time_t lastSecond = -1;
-    thread_local char date[256] = "";
-    if (second != lastSecond) {
+    thread_local time_t lastSecond = 0;
+    thread_local char date[256] = ""; // empty before the first
+    if (second != lastSecond || *date == '\0') {
         tm local{};
         tzset(); // localtime_r alone would keep the first time zone that it saw
         localtime_r(&second, &local);

@@ -94,6 +94,14 @@ TEST_F(ATraceLine, ShowsTheLocalTime) {
     EXPECT_THAT(line, testing::StartsWith("[20240201-052959:007] ("));
 }
 
+TEST_F(ATraceLine, ShowsTheLastSecondBefore1970) {
+    setSecond(-1);
+    std::string line;
+    std::thread other([&] { line = lineOf(4, 0); }); // that has formatted no date yet
+    other.join();
+    EXPECT_THAT(line, testing::StartsWith("[19691231-235959:007] ("));
+}
+
 TEST_F(ATraceLine, NamesTheFileByItsPathFromTheRootAndTheLineOfTheMacro) {
     const StdoutCapture output;
     const int line = __LINE__ + 1;

@@ -7,15 +7,15 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <ctime>
 #include <iomanip>
 #include <mutex>
 #include <sstream>
 
 namespace {
 
-constexpr time_t LAST_SECOND_OF_JANUARY_2024 = 1706745599;
+constexpr long LAST_SECOND_OF_JANUARY_2024 = 1706745599;
 constexpr long NO_FIXED_CLOCK = -1;
+std::atomic<long> s_second;
 std::atomic<long> s_microseconds{NO_FIXED_CLOCK};
 
 std::mutex s_callsMutex;
@@ -40,6 +40,7 @@ std::string prefix(const std::string& thread) {
 
 TraceFixture::TraceFixture() {
     setenv("TZ", "UTC", 1);
+    setSecond(LAST_SECOND_OF_JANUARY_2024);
     setMicroseconds(7'000);
     nameThread("main");
     configure(4);
@@ -58,6 +59,10 @@ void TraceFixture::configure(std::int32_t level, Trace::MaskWords::Words masks, 
     Trace::Log::s_configuration.level = level;
     Trace::Log::s_configuration.masks.set(std::move(masks));
     Trace::Log::s_configuration.toSyslog = toSyslog;
+}
+
+void TraceFixture::setSecond(long second) {
+    s_second = second;
 }
 
 void TraceFixture::setMicroseconds(long microseconds) {
@@ -106,7 +111,7 @@ int gettimeofday(struct timeval* now, void* zone) noexcept {
     if (fixed == NO_FIXED_CLOCK) {
         return static_cast<int>(syscall(SYS_gettimeofday, now, zone));
     }
-    now->tv_sec = LAST_SECOND_OF_JANUARY_2024;
+    now->tv_sec = s_second;
     now->tv_usec = static_cast<suseconds_t>(fixed);
     return 0;
 }

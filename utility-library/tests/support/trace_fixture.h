@@ -25,6 +25,8 @@ protected:
     TraceFixture& operator=(const TraceFixture&) = delete;
 
     void configure(std::int32_t level, Trace::MaskWords::Words masks = {}, bool toSyslog = false);
+    /// Sets the clock's second, counted from the beginning of 1970.
+    void setSecond(long second);
     /// Sets the microseconds of the clock's second.
     void setMicroseconds(long microseconds);
 };
