@@ -1,6 +1,7 @@
 #include "dispatcher.h"
 
 #include "support/loop_clock.h"
+#include "support/waiting.h"
 
 #include <gmock/gmock.h>
 
@@ -173,9 +174,7 @@ TEST_F(ADispatcher, ClearsFromAnotherThreadWhileAMessageRuns) {
     dispatcher.post(writes('a'));
     dispatcher.postDelayed(0s, writes('b'));
     std::thread loop([&] { dispatcher.run(); });
-    while (dispatcher.size() != 0) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(eventually([this] { return dispatcher.size() == 0; }));
     dispatcher.shutdown();
     loop.join();
     EXPECT_EQ(order, "");

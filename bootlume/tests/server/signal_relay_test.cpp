@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -22,6 +24,11 @@ std::string nameOfThisThread() {
     char name[16] = "";
     prctl(PR_GET_NAME, name, 0, 0, 0);
     return name;
+}
+
+std::ptrdiff_t threads() {
+    const std::filesystem::directory_iterator all("/proc/self/task");
+    return std::distance(begin(all), end(all));
 }
 
 /// What the relay hands on, for a test that waits for it.
@@ -117,8 +124,10 @@ TEST(SignalRelay, LeavesErrnoAlone) {
 TEST(SignalRelay, HandsNothingOnOnceItIsStopped) {
     Receiver receiver;
     SignalRelay relay;
+    const auto before = threads();
     relay.start(receiver.function());
     relay.stop();
+    EXPECT_TRUE(eventually([&] { return threads() == before; })) << "nobody is left to hand on";
     relay.raise(SIGINT);
     EXPECT_THAT(receiver.wait(0), testing::IsEmpty());
 }

@@ -2,6 +2,7 @@
 #include "boost/process/detail/systembuf.h"
 #include "boost/process/operations.h"
 #include "support/isolated.h"
+#include "support/waiting.h"
 
 #include <gtest/gtest.h>
 
@@ -71,23 +72,16 @@ void interrupted(const std::function<void()>& body, const std::function<void()>&
     sigaction(SIGUSR1, &action, nullptr); // no SA_RESTART: calls fail with EINTR
     interruptions = 0;
     std::atomic<bool> begun{false};
-    std::atomic<bool> ended{false};
     std::thread thread([&] {
         begun = true;
         body();
-        ended = true;
     });
-    while (!begun) {
-        std::this_thread::yield();
-    }
-    while (interruptions < 100) {
+    EXPECT_TRUE(eventually([&] { return begun.load(); }));
+    EXPECT_TRUE(eventually([&] {
         pthread_kill(thread.native_handle(), SIGUSR1);
-        std::this_thread::yield();
-    }
+        return interruptions >= 100;
+    }));
     release();
-    while (!ended) {
-        std::this_thread::yield();
-    }
     thread.join();
     signal(SIGUSR1, SIG_DFL);
 }
