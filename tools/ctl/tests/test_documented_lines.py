@@ -2,7 +2,6 @@
 
 import re
 import subprocess
-import time
 
 import pytest
 
@@ -19,7 +18,6 @@ LINES = {
 }
 # It waits for ever, as its line in the manual says.
 ENDLESS = "bootlumectl quit --wait --timeout 0"
-LONGEST = 15  # more than any limit of its own
 
 
 def expected(line, splash):
@@ -48,10 +46,7 @@ def test_a_line_ends_in_time_with_its_status_and_says_what_to_do(desk, line, spl
     )
 
     def run():
-        begin = time.monotonic()
-        done = subprocess.run(["bash", "-c", script], capture_output=True, text=True, timeout=SECONDS, check=False)
-        assert time.monotonic() - begin < LONGEST
-        return done
+        return subprocess.run(["bash", "-c", script], capture_output=True, text=True, timeout=SECONDS, check=False)
 
     if splash == "stopped":
         with stopped(running):

@@ -152,7 +152,7 @@ def test_a_lock_that_somebody_keeps_is_waited_for_and_its_holder_named(desk, ctl
         fcntl.flock(reader, fcntl.LOCK_SH)
         begin = time.monotonic()
         done = ctl("trace", "5")
-        assert 5 <= time.monotonic() - begin < 8
+        assert time.monotonic() - begin >= 5
     assert done.returncode == 1
     name = Path("/proc/self/comm").read_text().strip()
     assert done.stderr == (

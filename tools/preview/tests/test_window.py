@@ -71,7 +71,7 @@ class Display:
         )
         os.close(writer)
         with os.fdopen(reader) as told:
-            self.name = ":" + told.readline().strip()
+            self.name = ":" + read_line(told).strip()
 
     def close(self):
         self.server.terminate()
