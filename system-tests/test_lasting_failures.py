@@ -15,6 +15,7 @@ from desk.waiting import fill_pipe, wait_until
 ALL_LINES = "bootlume 6 0xFFFFFFFF 0"
 LIMIT_S = 5  # for the renderer's end
 LATE_S = 10  # for a machine that is busy
+LATER = 6000  # a limit that a test sets the clocks to
 
 
 def frame_later(splash, frames=4):
@@ -64,18 +65,22 @@ def test_a_standard_error_that_nobody_reads_does_not_hold_the_end_up(desk):
     os.close(reader)
 
 
-def test_a_limit_for_the_size_of_files_does_not_end_an_armed_splash(desk):
-    """Standard output is a file, and reaches the limit long before the reboot."""
+def test_a_limit_for_the_size_of_files_does_not_end_an_armed_splash(desk, clocks):
+    """Standard output is a file, and has reached the limit long before the reboot."""
     desk.trace_config(ALL_LINES)
     rebooted = desk.root / "rebooted"
     desk.reboot_script("/sbin/vrx_reboot", f": > '{rebooted}'")
+    limits = {"SPLASH_TIMEOUT": LATER, "SPLASH_TIMEOUT_HARD": 2 * LATER}
     splash = wait_until_running(
-        desk.start("-c", "Title", "Lines", log="/dev/null", env={"SPLASH_TIMEOUT": 3, "SPLASH_TIMEOUT_HARD": 7777})
+        desk.start("-c", "Title", "Lines", log="/dev/null", refresh=0, env={**limits, **clocks.environment})
     )
-    limit = len(splash.stdout) + 4096
+    limit = len(splash.stdout)
     resource.prlimit(splash.pid, resource.RLIMIT_FSIZE, (limit, limit))
-    wait_until(rebooted.exists, "the reboot", 30)
-    assert len(splash.stdout) == limit
+    frame_later(splash)  # what was being written is there
+    size = len(splash.stdout)
+    clocks.set(steady=LATER)
+    wait_until(rebooted.exists, "the reboot")
     frame_later(splash)
+    assert len(splash.stdout) == size, "nothing more can be written"
     splash.send("QUIT")
     assert splash.wait() == 0
