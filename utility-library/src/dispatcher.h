@@ -13,8 +13,8 @@ namespace brem {
 /// The message loop of the program: a queue in posting order, scanned for what is due.
 ///
 /// Safe from any thread, but only one thread may be in run(). No mutex is held while a message
-/// runs, so a message may post, clear or ask for the size. Traces every operation
-/// under TRACE_MASK_DISPATCHER.
+/// runs, so a message may post, clear or ask for the size. Traces every operation but stop() under
+/// TRACE_MASK_DISPATCHER.
 class Dispatcher : public IDispatcher {
 public:
     Dispatcher();
@@ -50,7 +50,8 @@ private:
     std::mutex m_mutex; ///< guards the queue
     Queue m_queue;      ///< in posting order, not sorted by due time
     std::atomic<bool> m_running{false};
-    Queue::iterator m_taken; ///< the entry whose message runs; the queue's end once it is cleared
+    /// While a message runs: its entry, or the queue's end if the queue was cleared meanwhile.
+    Queue::iterator m_taken;
 };
 
 } // namespace brem

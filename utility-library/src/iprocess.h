@@ -8,7 +8,8 @@ namespace brem {
 class IProcess {
 public:
     /// Called on the dispatcher's thread with the exit code, or -1 if the child did not end by
-    /// itself.
+    /// itself. If no child was seen to end, the result is that of the run before; -1 if there was
+    /// none.
     using ResultCallback = std::function<void(int)>;
 
     IProcess() = default;

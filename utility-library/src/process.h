@@ -57,9 +57,9 @@ private:
     void sendResult(const ResultCallback& callback);
     void joinThread();
 
-    std::atomic<bool> m_running{false};
+    std::atomic<bool> m_running{false}; ///< noted only: whether a run is on, m_thread says
     std::atomic<std::int32_t> m_childPid{-1};
-    /// A child that was never seen to end counts as a failure.
+    /// Of the last child that was seen to end. A first launch that fails counts as a failure.
     std::atomic<std::int32_t> m_result{-1};
     std::unique_ptr<std::thread> m_thread;
     const std::shared_ptr<Lifeline<IDispatcher>> m_dispatcher;

@@ -17,7 +17,8 @@ public:
     SettingsFile(const SettingsFile&) = delete;
     SettingsFile& operator=(const SettingsFile&) = delete;
 
-    /// Reads so many bytes from that place on; fewer only if the file ends before.
+    /// Reads so many bytes from that place on; fewer only if the file ends before, or if it cannot
+    /// be read further.
     std::size_t read(char* bytes, std::size_t size, std::int64_t place) const;
 
 private:

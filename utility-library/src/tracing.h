@@ -30,7 +30,7 @@ public:
     Log(std::int32_t level, const char* file, int line, const char* name);
     /// Begins a line tagged with a numeric id; 0: no id (the line still shows the tag's colon).
     Log(std::int32_t level, const char* file, int line, std::int32_t id);
-    ~Log() noexcept(false); // without memory for the line, as an allocation says it
+    ~Log() noexcept(false); // putting the line together may throw std::bad_alloc
 
     Log(const Log&) = delete;
     Log& operator=(const Log&) = delete;

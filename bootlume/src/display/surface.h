@@ -51,9 +51,9 @@ public:
     std::uint32_t freeBufferIndex() const { return m_freeBuffer.index; }
 
     /// Shows the buffer just drawn and waits for the display to release the other. Returns the new
-    /// free index; -1, and nothing changed, if the buffer could not be queued. A dequeue that
+    /// free index, or -1 if the buffer could not be queued: it stays free, then. A dequeue that
     /// fails is only logged. If the driver then refuses the next buffer, the dequeue is tried
-    /// again.
+    /// again, and may make the other buffer the free one.
     int flip();
     /// Stops streaming, unmaps the buffers and closes the device. To be called once.
     void close();

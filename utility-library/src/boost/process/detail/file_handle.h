@@ -33,7 +33,8 @@ public:
 
     /// Duplicates a descriptor onto a number.
     static const char* posix_dup(int source, int target);
-    /// Moves the owned descriptor onto a number, whatever was open there.
+    /// Moves the owned descriptor onto a number, whatever was open there. A descriptor that has
+    /// this number already is left as it is: it still closes at an execve if it did before.
     const char* posix_remap(int target);
 
 private:

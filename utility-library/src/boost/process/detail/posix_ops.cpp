@@ -51,7 +51,8 @@ const std::vector<std::string>& reasons() {
     return texts;
 }
 
-/// Moves an end of a pipe to a number that the child does not set up.
+/// Moves an end of a pipe to a number that the child does not set up. If it had the right number
+/// from the start, the child would leave it as it is, and it would close at the execve.
 void move_off(file_handle& end, const std::set<int>& descriptors) {
     while (descriptors.count(end.get()) != 0) {
         const int next = ::fcntl(end.get(), F_DUPFD_CLOEXEC, end.get() + 1);
