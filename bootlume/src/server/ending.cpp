@@ -4,6 +4,8 @@
 #include "split.h"
 #include "tracing.h"
 
+#include <vector>
+
 SignalRelay signalRelay;
 
 namespace {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <iterator>
 
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<char>::is_always_lock_free,
               "used in a signal handler");
