@@ -29,16 +29,15 @@ constexpr std::array<const char*, OPS> NAMES = {"open",
                                                 "VIDIOC_STREAMOFF"};
 constexpr std::size_t MOST_FAULTS = 128;
 constexpr std::uint64_t MOST_CALLS = 1000000000;
-constexpr std::int64_t FOREVER = -1;
-constexpr std::int64_t HELD = -2;
 constexpr std::int64_t LOOK_NS = 1000000; // how often a held call looks
+const std::uint32_t NEVER = 0;            // a word that does not change
 
 struct Fault {
     Op op;
     std::uint64_t from;
     std::uint64_t to;
-    int error;            ///< 0: wait
-    std::int64_t blockMs; ///< FOREVER, HELD, or for how long
+    int error; ///< 0: wait
+    bool held; ///< Until the desk's file is there; else for ever.
 };
 
 // Plain memory, filled at load and only read afterwards.
@@ -67,23 +66,12 @@ int parseErrno(const std::string& name) {
 }
 
 const char* parseAction(const std::string& action, Fault& fault) {
-    static const std::string BLOCK = "block";
-    static const std::string BLOCK_FOR = "block:";
-    if (action == "hold" || action == BLOCK) {
-        fault.blockMs = action == BLOCK ? FOREVER : HELD;
+    fault.held = action == "hold";
+    if (fault.held || action == "block") {
         return nullptr;
     }
-    if (action.compare(0, BLOCK_FOR.size(), BLOCK_FOR) == 0) {
-        std::uint64_t number = 0;
-        const char* text = action.c_str();
-        if (parseNumber(text + BLOCK_FOR.size(), text + action.size(), MOST_CALLS, number)) {
-            fault.blockMs = static_cast<std::int64_t>(number);
-            return nullptr;
-        }
-    }
     fault.error = parseErrno(action);
-    return fault.error != 0 ? nullptr
-                            : "the action must be an errno name, hold, block or block:MILLISECONDS";
+    return fault.error != 0 ? nullptr : "the action must be an errno name, hold or block";
 }
 
 const char* parseFault(const std::string& text) {
@@ -130,45 +118,31 @@ const char* actionName(const Fault& fault) {
     if (fault.error != 0) {
         return strerrorname_np(fault.error);
     }
-    return fault.blockMs == HELD ? "hold" : "block";
+    return fault.held ? "hold" : "block";
 }
 
 void report(const Fault& fault, std::uint64_t number) {
     Record record("fault", opName(fault.op));
     record.add("n", static_cast<std::int64_t>(number));
     record.add("action", actionName(fault));
-    if (fault.error == 0 && fault.blockMs != HELD) {
-        record.add("block_ms", fault.blockMs);
-    }
     record.write();
 }
 
 /// Until the desk's file says that it may go on; whatever signals come.
-int hold(const std::uint32_t& never) {
+int hold() {
     const std::string file = std::string(settings().root) + "/go";
     while (real().access(file.c_str(), F_OK) != 0) {
-        waitWhile(&never, 0, monotonicNs() + LOOK_NS);
+        waitWhile(&NEVER, 0, monotonicNs() + LOOK_NS);
     }
     return 0;
 }
 
-int block(std::int64_t milliseconds) {
-    static const std::uint32_t never = 0;
-    if (milliseconds == HELD) {
-        return hold(never);
+int block() {
+    int result = 0;
+    while (result == 0) {
+        result = waitWhile(&NEVER, 0, -1);
     }
-    if (milliseconds == FOREVER) {
-        int result = 0;
-        while (result == 0) {
-            result = waitWhile(&never, 0, -1);
-        }
-        return result;
-    }
-    // A slow driver, not a patient one: signals do not end this wait.
-    const std::int64_t deadline = monotonicNs() + milliseconds * 1000000;
-    while (waitWhile(&never, 0, deadline) != ETIMEDOUT) {
-    }
-    return 0;
+    return result;
 }
 
 } // namespace
@@ -195,7 +169,10 @@ int strike(Op op) {
         return 0;
     }
     report(*fault, number);
-    return fault->error != 0 ? fault->error : block(fault->blockMs);
+    if (fault->error != 0) {
+        return fault->error;
+    }
+    return fault->held ? hold() : block();
 }
 
 } // namespace virtual_device

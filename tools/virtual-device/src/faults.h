@@ -26,13 +26,13 @@ enum class Op : unsigned {
 
 const char* opName(Op op);
 
-/// Takes over "OP@N=ERRNO", "OP@N+=ERRNO", "OP@N=hold", "OP@N=block" and "OP@N=block:MILLISECONDS",
-/// separated by commas. Returns null, or what is wrong with the text.
+/// Takes over "OP@N=ERRNO", "OP@N+=ERRNO", "OP@N=hold" and "OP@N=block", separated by commas.
+/// Returns null, or what is wrong with the text.
 const char* parseFaults(const char* text);
 
 /// Counts one call. Returns the errno with which it must fail, or 0 where it goes on; a call that
-/// is to block does that in here. A block without an end returns EINTR when a signal handler
-/// without SA_RESTART ran.
+/// is to block does that in here. A block returns EINTR when a signal handler without SA_RESTART
+/// ran.
 int strike(Op op);
 
 } // namespace virtual_device

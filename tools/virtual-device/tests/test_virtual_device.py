@@ -146,7 +146,7 @@ def test_the_screen_goes_on_from_one_start_to_the_next_and_off_with_a_program_th
             ("FAULTS", fault)
             for fault in (
                 *("open", "open@1", "open=EIO", "open@x=EIO", "open@1=", "open@1=EWRONG", "open@1=holds"),
-                *("open@1=block:", "open@1=block:x", "open@1=blocked", "closed@1=EIO", "open@1=EIO,", "open@+=EIO"),
+                *("open@1=block:1", "open@1=blocked", "closed@1=EIO", "open@1=EIO,", "open@+=EIO"),
                 "VIDIOC_QBUF@0=EIO",
             )
         ),
