@@ -5,7 +5,6 @@
 #include "script.h"
 #include "splash.h"
 #include "text_command.h"
-#include "utf8_check.h"
 
 #include <algorithm>
 #include <numeric>
