@@ -1,8 +1,7 @@
 # Fails where a source of ours includes a launch layer header that utility-library/src does not hold.
 file(GLOB_RECURSE sources
   ${ROOT}/utility-library/*.h ${ROOT}/utility-library/*.cpp ${ROOT}/bootlume/*.h
-  ${ROOT}/bootlume/*.cpp ${ROOT}/tools/*.h ${ROOT}/tools/*.cpp ${ROOT}/fuzz/*.cpp
-  ${ROOT}/system-tests/*.cpp)
+  ${ROOT}/bootlume/*.cpp ${ROOT}/tools/*.h ${ROOT}/tools/*.cpp ${ROOT}/fuzz/*.cpp)
 foreach(source IN LISTS sources)
   file(STRINGS ${source} lines REGEX "^[ \t]*#[ \t]*include[ \t]*[<\"]boost/process")
   foreach(line IN LISTS lines)

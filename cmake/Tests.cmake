@@ -11,16 +11,13 @@ target_link_libraries(project_tests INTERFACE project_warnings)
 
 # project_test(NAME SOURCES... LIBRARIES libs...): one GoogleTest program below tests/, run by CTest.
 function(project_test name)
-  if(NOT BOOTLUME_TESTS)
-    return()
-  endif()
-  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;PROPERTIES" ${ARGN})
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main project_tests
                                         Threads::Threads)
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120 ${arg_PROPERTIES})
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
 endfunction()
 
 # desk_preload(VARIABLE): what LD_PRELOAD must hold for a program that is to run on the virtual device.
