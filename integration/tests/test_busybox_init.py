@@ -1,12 +1,10 @@
 """A machine whose init is BusyBox's: the lines of the example in its inittab, on the kernel's video driver."""
 
 import shutil
-import subprocess
-from pathlib import Path
 
 import pytest
 
-from board import emulated, image, machines
+from board import emulated, image, machines, system
 from desk import SOURCE
 
 INIT = SOURCE / "packaging/init"
@@ -16,14 +14,7 @@ INIT = SOURCE / "packaging/init"
 def machine(build_dir, tmp_path_factory):
     if not shutil.which("qemu-system-x86_64"):
         pytest.skip("qemu-system-x86 is not installed")
-    done = subprocess.run(
-        ["bash", "-c", ". scripts/lib/roots.sh && need_root amd64"],
-        cwd=SOURCE,
-        capture_output=True,
-        text=True,
-        check=True,
-    )
-    tree = Path(done.stdout.strip())
+    tree = system.tree("amd64")
     amd64 = machines.MACHINES["amd64"]
     work = tmp_path_factory.mktemp("busybox")
     made = image.Image(amd64, build_dir, {amd64.tree: tree, amd64.root: tree}, work)

@@ -2,8 +2,6 @@
 
 import fnmatch
 import re
-import shutil
-import subprocess
 
 import pytest
 
@@ -104,16 +102,3 @@ def test_the_licence_is_said_as_it_is():
     assert 'LICENSE = "CLOSED"' in RECIPE.read_text()
     assert "BOOTLUME_REDISTRIBUTE = NO" in MAKEFILE.read_text()
     assert "No licence has been chosen yet." in (SOURCE / "README.md").read_text()
-
-
-def test_scripts_are_sound():
-    if not shutil.which("shellcheck"):
-        pytest.skip("shellcheck is not installed")
-    done = subprocess.run(
-        ["shellcheck", "packaging/init/bootlume", "packaging/init/overlay-link"],
-        cwd=SOURCE,
-        capture_output=True,
-        text=True,
-        check=False,
-    )
-    assert done.returncode == 0, done.stdout

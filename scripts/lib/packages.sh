@@ -70,7 +70,7 @@ PACKAGE_PACKAGES=(scdoc lowdown dpkg-dev lintian file mmdebstrap systemd man-db)
 
 # What the builds of image builders need besides, and the checks of their trees.
 # shellcheck disable=SC2034
-INTEGRATION_PACKAGES=(clang-14 make python3-kconfiglib shellcheck scdoc lowdown qemu-system-x86 musl-dev libc++-14-dev)
+INTEGRATION_PACKAGES=(clang-14 make python3-kconfiglib scdoc lowdown qemu-system-x86 musl-dev libc++-14-dev)
 
 # What the tests of the packages need besides: machines to install and to boot them on.
 # shellcheck disable=SC2034
