@@ -56,6 +56,11 @@ def ask(board, unit, *names):
     return dict(line.split("=", 1) for line in said.splitlines() if line)
 
 
+def seconds_until_up(board):
+    board.run("systemctl is-system-running --wait")
+    return int(ask(board, "multi-user.target", "ActiveEnterTimestampMonotonic").popitem()[1]) / 1e6
+
+
 def wait_for(board, condition):
     board.output(f"PATH=/usr/lib/board:$PATH wait_for {condition}")
 

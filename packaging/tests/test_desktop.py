@@ -9,7 +9,7 @@ import shutil
 import pytest
 
 from board.system import System
-from test_boot import ask
+from test_boot import ask, seconds_until_up
 
 MOST_DELAY_S = 0.5
 
@@ -29,11 +29,6 @@ def machine(folder, packages):
     initramfs = system.initramfs()
     system.finish()
     return system.boot(initramfs=initramfs, traced=False)
-
-
-def seconds_until_up(board):
-    board.run("systemctl is-system-running --wait")
-    return int(ask(board, "multi-user.target", "ActiveEnterTimestampMonotonic").popitem()[1]) / 1e6
 
 
 def test_the_boot_waits_for_no_display(source, tmp_path):

@@ -11,7 +11,7 @@ import pytest
 
 from board.system import SETTINGS, SplashSystem
 from desk import SOURCE
-from test_boot import RESTART, ask, wait_for
+from test_boot import RESTART, ask, seconds_until_up, wait_for
 
 MACHINES = {"amd64": "qemu-system-x86_64", "armhf": "qemu-system-arm"}
 WAYS = ("bootlume-init", "initramfs")
@@ -168,11 +168,6 @@ def seconds_without(system):
         pytest.skip("the other machine shows it")
     with system.start("service", "systemd.mask=bootlume.service") as board:
         return seconds_until_up(board)
-
-
-def seconds_until_up(board):
-    board.run("systemctl is-system-running --wait")
-    return int(ask(board, "multi-user.target", "ActiveEnterTimestampMonotonic").popitem()[1]) / 1e6
 
 
 @pytest.mark.parametrize("fault", FAULTS)
