@@ -71,7 +71,7 @@ def test_a_wall_clock_set_back_by_hours_holds_the_limit_up_until_it_has_caught_u
     clocks.set_within_a_wait(wall=-5 * HOUR)
     clocks.set(steady=SOFT_S)
     wait_until(lambda: clocks.left > 4 * HOUR, "the wait to see the clock")
-    splash.screen.wait_for_frame(splash.screen.frame_number + 20)  # the ring turns on meanwhile
+    splash.screen.wait_for_more(20)  # the ring turns on meanwhile
     assert splash.trace(FIRED) == []
     clocks.set(wall=0)
     splash.wait_for_trace(FIRED)
@@ -176,7 +176,7 @@ def run(desk, clocks):
     def started(year):
         clocks.set(wall=shift_to(year) if year else 0)
         splash = wait_until_running(desk.start("Title", "Lines", refresh=0, env=clocks.environment))
-        first = splash.screen.wait_for_frame(splash.screen.frame_number + 5).number
+        first = splash.screen.wait_for_more(5).number
         begin, used = time.monotonic(), cpu_seconds(splash)
         splash.screen.wait_for_frame(first + FRAMES)
         return splash, time.monotonic() - begin, cpu_seconds(splash) - used

@@ -79,16 +79,12 @@ def fonts(desk):
     return Fonts(desk)
 
 
-def frame_later(splash, frames=10):
-    return splash.screen.wait_for_frame(splash.screen.frame_number + frames)
-
-
 def refusals(splash):
     return [line for line in splash.trace("Couldn't draw a text") if line.level == "ERROR"]
 
 
 def assert_only_ring_and_divider(splash):
-    frames = [frame_later(splash, 4) for _ in range(3)]
+    frames = [splash.screen.wait_for_more() for _ in range(3)]
     for frame in frames:
         assert is_white(frame, TITLE) and is_white(frame, BODY)
         assert not is_white(frame, DIVIDER) and not is_white(frame, RING)
@@ -99,7 +95,7 @@ def assert_only_ring_and_divider(splash):
 def test_an_unreadable_font_costs_its_texts_and_one_line(fonts, how):
     fonts.spoil(LATIN, how)
     splash = fonts.start("Titel", "eins\nzwei")
-    frame_later(splash, 60)
+    splash.screen.wait_for_more(60)
     assert_only_ring_and_divider(splash)
     (line,) = refusals(splash)
     assert f"font = {LATIN}, " in line.text
@@ -108,15 +104,15 @@ def test_an_unreadable_font_costs_its_texts_and_one_line(fonts, how):
 
 def test_a_lasting_failure_is_one_line_a_minute_and_a_mended_font_comes_back(fonts, clocks):
     sound = fonts.start("Titel", "eins\nzwei")
-    page = frame_later(sound)
+    page = sound.screen.wait_for_more(10)
     assert sound.quit() == 0
     fonts.spoil(LATIN, "removed")
     splash = fonts.start("Titel", "eins\nzwei", env=clocks.environment)
-    frame_later(splash, 40)
+    splash.screen.wait_for_more(40)
     assert len(refusals(splash)) == 1
     clocks.set(steady=1 * MINUTE_S)
     wait_until(lambda: len(refusals(splash)) == 2, "the second minute's line")
-    frame_later(splash, 40)
+    splash.screen.wait_for_more(40)
     assert len(refusals(splash)) == 2
     fonts.mend(LATIN)
     clocks.set(steady=2 * MINUTE_S)
@@ -130,11 +126,11 @@ def test_a_lasting_failure_is_one_line_a_minute_and_a_mended_font_comes_back(fon
 def test_a_moment_of_a_language_without_a_font_leaves_the_page_as_it_was(desk, fonts):
     fonts.spoil(CHINESE, "removed")
     splash = fonts.start("Brem K5 Titel", "Zeile")
-    page = frame_later(splash)
+    page = splash.screen.wait_for_more(10)
     desk.language("zh")
     wait_until(lambda: refusals(splash), "the line")
     assert f"font = {CHINESE}, " in refusals(splash)[0].text
-    chinese = frame_later(splash)
+    chinese = splash.screen.wait_for_more(10)
     assert is_white(chinese, BODY)
     for row in TITLE:
         begin, rest = (rows(chinese, range(row, row + 1))[2 * a : 2 * b] for a, b in ((0, NAME_END), (NAME_END, 480)))
@@ -144,7 +140,7 @@ def test_a_moment_of_a_language_without_a_font_leaves_the_page_as_it_was(desk, f
     splash.screen.wait_for_picture(
         lambda frame: all(rows(frame, part) == rows(page, part) for part in (TITLE, BODY)), "the texts"
     )
-    assert rows(frame_later(splash), RING) != rows(frame_later(splash), RING)
+    assert rows(splash.screen.wait_for_more(10), RING) != rows(splash.screen.wait_for_more(10), RING)
     assert splash.quit() == 0
 
 
@@ -159,12 +155,12 @@ def test_what_follows_the_products_name_stays_in_its_place_if_only_the_name_cann
     desk.language("zh")
     texts = ("Brem K5 Titel", "Brem K5 Zeile")
     sound = fonts.start(*texts)
-    page = frame_later(sound)
+    page = sound.screen.wait_for_more(10)
     assert sound.quit() == 0
     fonts.spoil(LATIN, "removed")
     splash = fonts.start(*texts)
     wait_until(lambda: refusals(splash), "the line")
-    nameless = frame_later(splash)
+    nameless = splash.screen.wait_for_more(10)
     for part, left in ((TITLE, NAME_END), (BODY, LINE_NAME_END)):
         (top, drawn), (usual_top, usual) = (ink(frame, part, left) for frame in (nameless, page))
         assert drawn == usual
@@ -177,7 +173,7 @@ def test_a_refused_text_costs_one_context_however_many_frames_there_are(desk, fo
     record = desk.root / "cairo"
     environment = {**preload("cairo-recorder"), "CAIRO_RECORDER_LOG": record}
     splash = fonts.start("Titel", "eins\nzwei", env=environment)
-    frame_later(splash, 60)
+    splash.screen.wait_for_more(60)
     assert splash.quit() == 0
     calls = [json.loads(line)["call"] for line in record.read_text(encoding="utf-8").splitlines()]
     assert calls.count("cairo_paint") >= 50
@@ -197,14 +193,14 @@ def test_a_font_that_cannot_be_read_costs_few_contexts_a_minute_however_many_tex
     wait_until(lambda: refusals(splash), "the line")
     splash.send("Titel;" + "\n".join(f"Zeile {number}" for number in range(1000)))
     wait_until(lambda: contexts() >= 2 + MOST_TRIES, "the tries")
-    frame_later(splash)
+    splash.screen.wait_for_more(10)
     assert contexts() == 2 + MOST_TRIES
     desk.language("zh")
     splash.screen.wait_for_picture(lambda frame: not is_white(frame, BODY), "the texts in the font that can be read")
     desk.language("en")
     clocks.set(steady=MINUTE_S)
     wait_until(lambda: len(refusals(splash)) == 2, "the second minute's line")
-    frame_later(splash)
+    splash.screen.wait_for_more(10)
     assert contexts() == 2 + 2 * MOST_TRIES
     assert splash.quit() == 0
 

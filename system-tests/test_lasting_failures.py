@@ -8,18 +8,14 @@ import time
 
 import pytest
 
+from desk.lines import ALL_LINES
 from desk.places import SOCKET
 from desk.splash import end_by_signal, listens, wait_until_running
 from desk.waiting import fill_pipe, wait_until
 
-ALL_LINES = "bootlume 6 0xFFFFFFFF 0"
 LIMIT_S = 5  # for the renderer's end
 LATE_S = 10  # for a machine that is busy
 LATER = 6000  # a limit that a test sets the clocks to
-
-
-def frame_later(splash, frames=4):
-    return splash.screen.wait_for_frame(splash.screen.frame_number + frames)
 
 
 @pytest.mark.parametrize("how", ["QUIT", signal.SIGINT], ids=str)
@@ -60,7 +56,7 @@ def test_a_standard_error_that_nobody_reads_does_not_hold_the_end_up(desk):
     fill_pipe(writer)
     splash = desk.start("Title", "Lines", stderr=writer)
     os.close(writer)
-    frame_later(splash)
+    splash.screen.wait_for_more()
     assert end_by_signal(splash) == 0
     os.close(reader)
 
@@ -76,11 +72,11 @@ def test_a_limit_for_the_size_of_files_does_not_end_an_armed_splash(desk, clocks
     )
     limit = len(splash.stdout)
     resource.prlimit(splash.pid, resource.RLIMIT_FSIZE, (limit, limit))
-    frame_later(splash)  # what was being written is there
+    splash.screen.wait_for_more()  # what was being written is there
     size = len(splash.stdout)
     clocks.set(steady=LATER)
     wait_until(rebooted.exists, "the reboot")
-    frame_later(splash)
+    splash.screen.wait_for_more()
     assert len(splash.stdout) == size, "nothing more can be written"
     splash.send("QUIT")
     assert splash.wait() == 0

@@ -99,7 +99,7 @@ def test_no_datagram_of_eight_senders_is_lost_and_the_ring_turns_meanwhile(desk,
         for number in range(SENDERS)
     ]
     wait_until(lambda: min(received.next) > 0, "all senders to be heard", LONGEST_S)
-    splash.screen.wait_for_frame(splash.screen.frame_number + TURN, LONGEST_S)
+    splash.screen.wait_for_more(TURN, LONGEST_S)
     (folder / "enough").touch()
     sent = [int(sender.communicate(timeout=LONGEST_S)[0]) for sender in senders]
     assert splash.quit(LONGEST_S) == 0  # behind all others in the queue

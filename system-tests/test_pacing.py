@@ -169,7 +169,7 @@ def test_a_sleep_that_a_signal_cuts_short_is_not_resumed(desk, build_dir, preloa
     running.screen.wait_for_frame(4)
     injector.arm("nanosleep", 1, "EINTR")
     wait_until(injector.struck, "the sleep that is cut short")
-    running.screen.wait_for_frame(running.screen.frame_number + 4)
+    running.screen.wait_for_more(4)
     assert running.quit() == 0
     assert re.fullmatch(STEPS, steps_of(running))
     assert re.findall("fqds?", steps_of(running))[:-1].count("fqd") == 1

@@ -18,11 +18,12 @@ from desk import (
     is_dispatching,
     listens,
     sanitizer_runtimes,
+    short_name,
     wait_until,
     wait_until_running,
     writes_to_standard_output,
 )
-from desk.lines import ENDING, OWN_LINES, SERVER, lines_of, traced
+from desk.lines import ALL_LINES, ENDING, OWN_LINES, SERVER, lines_of, traced
 from faults import Injector
 
 LONG = bool(os.environ.get("BOOTLUME_LONG"))
@@ -44,15 +45,9 @@ def close_all(*descriptors):
 def connected(desk):
     """A sender's socket that the file's removal does not part from the splash."""
     sender = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-    folder = os.open(desk.path(SOCKET).parent, os.O_PATH | os.O_DIRECTORY)
-    sender.connect(f"/proc/self/fd/{folder}/{desk.path(SOCKET).name}")
-    os.close(folder)
+    with short_name(desk.path(SOCKET)) as name:
+        sender.connect(name)
     return sender
-
-
-def turns_on(splash, frames=4):
-    """The ring still turns."""
-    splash.screen.wait_for_frame(splash.screen.frame_number + frames)
 
 
 # -- standard descriptors ----------------------------------------------------------------------
@@ -61,13 +56,13 @@ def turns_on(splash, frames=4):
 @pytest.mark.parametrize("closed", [(0,), (1,), (2,), (0, 1), (0, 1, 2)], ids=str)
 def test_a_closed_standard_descriptor_is_never_the_overlays_or_the_sockets(desk, closed):
     """Trace lines go to descriptor 1 and failures to 2, whatever these are."""
-    desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    desk.trace_config(ALL_LINES)
     splash = desk.start("Title", "Lines", prepare=close_all(*closed))
     wait_until_running(splash)
     for descriptor in closed:
         assert os.readlink(f"/proc/{splash.pid}/fd/{descriptor}") == "/dev/null"
     assert [record["result"] > 2 for record in splash.records(kind="device", call="open")] == [True]
-    turns_on(splash)
+    splash.screen.wait_for_more()
     assert splash.quit() == 0
     assert bool(splash.trace()) == (1 not in closed)
     assert splash.stderr == ""
@@ -75,13 +70,13 @@ def test_a_closed_standard_descriptor_is_never_the_overlays_or_the_sockets(desk,
 
 @pytest.mark.parametrize("full", ["stdout", "stderr", "both"])
 def test_a_full_disk_behind_the_output_loses_lines_and_nothing_else(desk, full):
-    desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    desk.trace_config(ALL_LINES)
     with open("/dev/full", "wb") as nowhere:
         outputs = ["stdout", "stderr"] if full == "both" else [full]
         splash = wait_until_running(desk.start(**{output: nowhere for output in outputs}))
-        turns_on(splash)
+        splash.screen.wait_for_more()
         splash.send("New title;New line")
-        turns_on(splash)
+        splash.screen.wait_for_more()
         assert splash.quit() == 0
 
 
@@ -106,19 +101,19 @@ def test_a_reader_that_goes_ends_the_splash_by_sigpipes_default(desk):
 
 def test_a_reader_that_goes_is_not_missed_where_sigpipe_is_ignored(desk):
     """As a service manager starts it."""
-    desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    desk.trace_config(ALL_LINES)
     splash, reader = start_into_pipe(desk, lambda: signal.signal(signal.SIGPIPE, signal.SIG_IGN))
     wait_until_running(splash)
     os.close(reader)
     splash.send("a line is written now")
-    turns_on(splash)
+    splash.screen.wait_for_more()
     assert splash.quit() == 0
     assert splash.stderr == ""
 
 
 @pytest.mark.parametrize("options", [(), ("-c", "Title", "Lines")], ids=["unarmed", "armed"])
 def test_a_line_waits_for_its_reader_and_is_not_lost(desk, options):
-    desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    desk.trace_config(ALL_LINES)
     reader, writer = os.pipe()
     fill_pipe(writer)
     splash = desk.start(*options, stdout=writer)
@@ -178,14 +173,14 @@ def test_no_descriptors_left_while_it_runs_costs_no_frame_and_no_command(desk, c
     """Both reboots fail with a line, as nothing can be launched; the splash goes on."""
     limits = {"SPLASH_TIMEOUT": LATER, "SPLASH_TIMEOUT_HARD": 2 * LATER}
     splash = wait_until_running(desk.start("-c", "Title", "Lines", refresh=0, env={**limits, **clocks.environment}))
-    turns_on(splash)
+    splash.screen.wait_for_more()
     resource.prlimit(splash.pid, resource.RLIMIT_NOFILE, (3, 3))
     splash.send("New title;New line")  # the language file cannot be opened any more
-    turns_on(splash)
+    splash.screen.wait_for_more()
     clocks.set(steady=LATER)
     splash.wait_for_trace("failed to start VRX reboot, rebooting")
     splash.wait_for_trace("reboot started with result: , result = -1")
-    turns_on(splash)
+    splash.screen.wait_for_more()
     assert splash.quit() == 0
 
 
@@ -260,17 +255,17 @@ def test_no_memory_at_the_start_ends_it_with_a_message_or_not_at_all(scarce, sel
 
 @pytest.mark.parametrize("countdown", range(1, 60) if LONG else [1, 2, 5, 9, 16])
 def test_no_memory_while_it_runs_ends_it_with_a_message_or_not_at_all(desk, scarce, countdown):
-    desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+    desk.trace_config(ALL_LINES)
     splash, memory = scarce()
     wait_until_running(splash)
-    turns_on(splash)
+    splash.screen.wait_for_more()
     memory.arm("malloc", countdown, "ENOMEM")
     for number in range(countdown):
         try:
             splash.send(f"A title that is too long for a short string {number};" + "line\n" * 9, 1)
         except (AssertionError, OSError):
             break  # it has ended
-        desk.trace_config("bootlume 6 0xFFFFFFFF 0")
+        desk.trace_config(ALL_LINES)
     outcome_without_memory(splash, struck=memory.struck)
     assert memory.struck()
 
@@ -281,9 +276,10 @@ def test_no_memory_while_it_runs_ends_it_with_a_message_or_not_at_all(desk, scar
 def assert_serves_no_command(desk, splash, reason):
     """Without a socket the splash shows its page, and a signal ends it."""
     splash.wait_for_stderr(f"bind error: {reason}")
-    turns_on(splash)
+    splash.screen.wait_for_more()
     assert not desk.path(SOCKET).is_socket()
     assert end_by_signal(splash, LONGEST_S) == 0
+    assert splash.stderr == f"bind error: {reason}\n"
 
 
 def test_a_folder_in_the_sockets_place_costs_the_commands_only(desk):
@@ -309,7 +305,7 @@ def test_a_tmp_that_cannot_be_written_costs_the_commands_only(desk, unprivileged
 def test_a_removed_socket_costs_further_commands_only(desk):
     splash = wait_until_running(desk.start())
     desk.path(SOCKET).unlink()
-    turns_on(splash)
+    splash.screen.wait_for_more()
     assert end_by_signal(splash, LONGEST_S) == 0
     assert splash.stderr == ""
 

@@ -49,7 +49,7 @@ def start_masked(desk, mask, *arguments, **options):
 
 def still_serves(splash):
     """It is there, draws, and does what root says."""
-    splash.screen.wait_for_frame(splash.screen.frame_number + 3)
+    splash.screen.wait_for_more(3)
     splash.send("root's own")
     splash.wait_for_trace("Wrong message format")
     assert splash.quit() == 0
@@ -189,7 +189,7 @@ def test_settings_that_somebody_else_owns_neither_stop_nor_end_the_splash(open_d
     splash = start_masked(open_desk, units_mask(), "Title", "Lines")
     splash.screen.wait_for_frame(3)
     splash.send("refused")
-    splash.screen.wait_for_frame(splash.screen.frame_number + 3)
+    splash.screen.wait_for_more(3)
     assert splash.quit() == 0
 
 

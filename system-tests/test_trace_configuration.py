@@ -137,7 +137,7 @@ def test_changes_are_followed_while_the_splash_runs(desk):
 
 def two_silent_frames(splash):
     size = len(splash.stdout)
-    splash.screen.wait_for_frame(splash.screen.frame_number + 2)
+    splash.screen.wait_for_more(2)
     return len(splash.stdout) == size
 
 

@@ -26,6 +26,7 @@ from .splash import (
     is_dispatching,
     listens,
     send_datagram,
+    short_name,
     wait_until_running,
     writes_to_standard_output,
 )
@@ -63,6 +64,7 @@ __all__ = [
     "read_line",
     "sanitizer_runtimes",
     "send_datagram",
+    "short_name",
     "wait_until",
     "wait_until_running",
     "writes_to_standard_output",

@@ -64,5 +64,5 @@ def lines_of(splash, *files):
 
 def still_page(splash):
     """The part of the page that does not turn, as it is drawn now: nothing older is looked at."""
-    frame = splash.screen.wait_for_frame(splash.screen.frame_number + 3)
+    frame = splash.screen.wait_for_more(3)
     return frame.pixels[: FIRST_RING_ROW * frame.width * 2]

@@ -111,6 +111,10 @@ class Screen:
 
         return wait_until(look, f"frame {first} of {self.path} (now {self.frame_number})", deadline)
 
+    def wait_for_more(self, count=4, deadline=None):
+        """The first frame that is caught when so many have come from now on."""
+        return self.wait_for_frame(self.frame_number + count, deadline)
+
     def wait_for_picture(self, wanted, what="a picture", deadline=None):
         """The first frame from now on for which wanted(frame) is true."""
         seen = 0

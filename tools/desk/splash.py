@@ -6,7 +6,7 @@ import re
 import signal
 import socket
 import subprocess
-from contextlib import suppress
+from contextlib import contextmanager, suppress
 from pathlib import Path
 
 from .places import SOCKET
@@ -14,6 +14,16 @@ from .trace import parse_trace
 from .waiting import DEADLINE, Late, wait_until
 
 LOOP = "bl-dispatcher"  # the main thread, once the loop runs
+
+
+@contextmanager
+def short_name(path):
+    """A name of the socket at `path` that fits into an address, however long the path is."""
+    folder = os.open(path.parent, os.O_PATH | os.O_DIRECTORY)
+    try:
+        yield f"/proc/self/fd/{folder}/{path.name}"
+    finally:
+        os.close(folder)
 
 
 def send_datagram(path, data, deadline=None):
@@ -24,34 +34,27 @@ def send_datagram(path, data, deadline=None):
     data = data.encode() if isinstance(data, str) else data
     path = Path(path)
     wait_until(path.is_socket, f"the socket {path}", deadline)
-    folder = os.open(path.parent, os.O_PATH | os.O_DIRECTORY)
-    try:
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            sender.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, max(len(data) * 2, 65536))
+    with short_name(path) as name, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+        sender.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, max(len(data) * 2, 65536))
 
-            def attempt():
-                try:
-                    sender.sendto(data, f"/proc/self/fd/{folder}/{path.name}")
-                    return True
-                except ConnectionRefusedError:
-                    return False  # the file of an earlier run: the program is not there yet
+        def attempt():
+            try:
+                sender.sendto(data, name)
+                return True
+            except ConnectionRefusedError:
+                return False  # the file of an earlier run: the program is not there yet
 
-            wait_until(attempt, f"somebody to listen at {path}", deadline)
-    finally:
-        os.close(folder)
+        wait_until(attempt, f"somebody to listen at {path}", deadline)
 
 
 def listens(path):
     """Whether a program serves the datagram socket at `path`, however long the path is."""
-    folder = os.open(path.parent, os.O_PATH | os.O_DIRECTORY)
     try:
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as probe:
-            probe.connect(f"/proc/self/fd/{folder}/{path.name}")
+        with short_name(path) as name, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as probe:
+            probe.connect(name)
             return True
     except (FileNotFoundError, ConnectionRefusedError):
         return False
-    finally:
-        os.close(folder)
 
 
 def is_dispatching(splash):

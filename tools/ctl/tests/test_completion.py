@@ -6,17 +6,9 @@ import subprocess
 import pytest
 
 from desk import BUILD, SOURCE
+from desk.completion import complete
 
 COMPLETION = SOURCE / "tools/ctl/completion/bootlumectl"
-
-
-def complete(*words):
-    script = (
-        'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _bootlumectl; '
-        'printf "%s\\n" "${COMPREPLY[@]}"'
-    )
-    done = subprocess.run(["bash", "-c", script, "-", COMPLETION, *words], capture_output=True, text=True, check=True)
-    return set(done.stdout.split())
 
 
 @pytest.mark.parametrize(
@@ -33,7 +25,7 @@ def complete(*words):
     ],
 )
 def test_a_word_that_was_begun_is_completed(words, offered):
-    assert complete(*words) == offered
+    assert complete(COMPLETION, *words) == offered
 
 
 @pytest.mark.parametrize("command", ["", "quit", "text", "status", "trace", "report"])
@@ -44,4 +36,4 @@ def test_every_option_of_the_help_is_offered(command):
     ).stdout
     options = set(re.findall(r"^  (?:-h,)?(--[a-z-]+)", text, re.MULTILINE))
     assert options
-    assert options == {word for word in complete("bootlumectl", *words, "-")}
+    assert options == complete(COMPLETION, "bootlumectl", *words, "-")

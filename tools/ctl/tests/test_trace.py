@@ -264,7 +264,7 @@ def test_a_splash_follows_there_and_back(desk, for_a_while):
 
     def quiet_again():
         lines = len(splash.trace("Drawing time used"))
-        splash.screen.wait_for_frame(splash.screen.frame_number + 3)
+        splash.screen.wait_for_more(3)
         return lines == len(splash.trace("Drawing time used"))
 
     wait_until(quiet_again, "the level to be back")

@@ -4,31 +4,17 @@ import re
 import subprocess
 
 from desk import SOURCE
+from desk.completion import complete
 from preview_desk import PREVIEW
 
 COMPLETION = SOURCE / "tools/preview/completion/bootlume-preview"
-
-
-def complete(*words, folder="/"):
-    script = (
-        'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _bootlume_preview; '
-        'printf "%s\\n" "${COMPREPLY[@]}"'
-    )
-    done = subprocess.run(
-        ["bash", "-c", script, "-", COMPLETION, "bootlume-preview", *words],
-        capture_output=True,
-        text=True,
-        check=True,
-        cwd=folder,
-    )
-    return set(done.stdout.split())
 
 
 def test_every_option_of_the_help_is_offered():
     text = subprocess.run([PREVIEW, "--help"], capture_output=True, text=True, check=True).stdout
     options = set(re.findall(r"^  (?:-h,)?(--[a-z-]+)", text, re.MULTILINE))
     assert len(options) > 10
-    assert options == complete("-")
+    assert options == complete(COMPLETION, "bootlume-preview", "-")
 
 
 def test_each_option_with_a_value_completes_that_and_no_option(tmp_path):
@@ -36,7 +22,7 @@ def test_each_option_with_a_value_completes_that_and_no_option(tmp_path):
     (tmp_path / "file").touch()
     text = subprocess.run([PREVIEW, "--help"], capture_output=True, text=True, check=True).stdout
     offered = {
-        option: complete(option, "f", folder=tmp_path)
+        option: complete(COMPLETION, "bootlume-preview", option, "f", folder=tmp_path)
         for option in re.findall(r"^  (--[a-z-]+) (?:FILE|FOLDER|CATALOGUE|N)\b", text, re.MULTILINE)
     }
     assert len(offered) > 8
