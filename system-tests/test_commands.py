@@ -6,7 +6,7 @@ import socket
 
 import pytest
 
-from desk import SOCKET, is_dispatching, wait_until, wait_until_running
+from desk import SOCKET, wait_until, wait_until_running
 from desk.lines import ALL_LINES, ENDING, FIRST_RING_ROW, OWN_LINES, SERVER, UNIX_SERVER, lines_of, still_page, traced
 
 
@@ -190,14 +190,3 @@ def test_a_second_server_takes_the_path_over(desk):
     assert first.process.poll() is None, "the first hears nothing any more"
     first.signal(signal.SIGHUP)
     assert first.wait() == 0
-
-
-def test_a_socket_that_cannot_be_bound_is_reported_and_the_splash_goes_on(desk):
-    desk.path(SOCKET).mkdir()
-    splash = desk.start()
-    splash.wait_for_stderr("bind error: Address already in use\n")
-    splash.screen.wait_for_frame()
-    wait_until(lambda: is_dispatching(splash), "the loop")
-    splash.signal(signal.SIGINT)
-    assert splash.wait() == 0
-    assert splash.stderr == "bind error: Address already in use\n"

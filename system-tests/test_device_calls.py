@@ -6,6 +6,7 @@ import os
 import pytest
 
 from desk import DEVICE
+from desk.lines import SURFACE
 
 OUTPUT, MMAP, RGB565, ANY_FIELD, SRGB = 2, 1, 0x50424752, 0, 8
 READ_WRITE, SHARED = 3, 1
@@ -156,28 +157,6 @@ def test_flips_take_turns_from_buffer_0_on(splash):
     assert flips[0]["tid"] != running.pid
 
 
-@pytest.mark.parametrize("how", ["QUIT", 1, 2])
-def test_the_end_is_stream_off_two_unmaps_and_close_each_once(splash, how):
-    running = splash("Brem K5", "Bitte warten")
-    running.screen.wait_for_frame(3)
-    running.wait_for_loop()
-    if how == "QUIT":
-        running.send(how)
-    else:
-        running.signal(how)
-    assert running.wait() == 0
-    made = calls(running)
-    assert names(made)[-4:] == END
-    assert {name: names(made).count(name) for name in END} == {"VIDIOC_STREAMOFF": 1, "munmap": 2, "close": 1}
-    off, *unmapped, closed = made[-4:]
-    assert off["in"] == {"type": OUTPUT}
-    mapped = running.records(call="mmap")
-    assert [(one["address"], one["length"]) for one in unmapped] == [(one["address"], one["length"]) for one in mapped]
-    assert closed["fd"] == made[0]["result"]
-    assert [record["error"] for record in made if record["errno"]] == []
-    assert not running.screen.streaming
-
-
 def failures(running):
     return [(line.level, line.text) for line in running.trace() if line.level in ("ERROR", "FATAL")]
 
@@ -315,12 +294,11 @@ def test_the_set_up_tells_what_it_found_at_debug(desk, splash):
     running.screen.wait_for_frame(2)
     assert running.quit() == 0
     told = [(line.level, line.tag, line.text, line.file) for line in running.trace() if "surface" in line.file]
-    place = "bootlume/src/display/surface.cpp"
     assert told == [
-        ("ERROR", "", " Couldn't query caps from overlay device.", place),
-        ("DEBUG", "", " Device Caps, vid_caps.capabilities = 0", place),
-        ("DEBUG", "", " Allocated buffer with length, vbuffer.length = 768000", place),
-        ("DEBUG", "", " Allocated buffer with length, vbuffer.length = 768000", place),
+        ("ERROR", "", " Couldn't query caps from overlay device.", SURFACE),
+        ("DEBUG", "", " Device Caps, vid_caps.capabilities = 0", SURFACE),
+        ("DEBUG", "", " Allocated buffer with length, vbuffer.length = 768000", SURFACE),
+        ("DEBUG", "", " Allocated buffer with length, vbuffer.length = 768000", SURFACE),
     ]
 
 

@@ -21,6 +21,8 @@ from desk import (
 )
 from desk.lines import ALL_LINES, DISPATCHER, ENDING, OWN_LINES, SERVER, WATCHER, lines_of, traced
 
+OUTPUT = 2  # the type of the device's buffers
+
 BY_COMMAND = traced("DEBUG", "End splash-screen over socket command.", ENDING, SERVER)
 
 
@@ -65,7 +67,13 @@ def test_an_orderly_end_tears_everything_down(desk, how):
     (line,) = lines_of(splash, ENDING)
     assert line in ({BY_COMMAND} if how == "QUIT" else by_signal_to_any_thread(how))
     assert device_end(splash) == ["VIDIOC_STREAMOFF", "munmap", "munmap", "close"]
-    assert all(record["result"] == 0 for record in splash.records(kind="device")[-4:])
+    made = splash.records(kind="device", pid="own")
+    off, *unmapped, closed = made[-4:]
+    assert off["in"] == {"type": OUTPUT}
+    mapped = splash.records(call="mmap")
+    assert [(one["address"], one["length"]) for one in unmapped] == [(one["address"], one["length"]) for one in mapped]
+    assert closed["fd"] == made[0]["result"]
+    assert [record["error"] for record in made if record["errno"]] == []
     assert not splash.screen.streaming
     assert "read" not in "".join(line.text for line in splash.trace())
     assert splash.stderr == "" and splash.other_output() == []
@@ -101,7 +109,7 @@ def test_the_ring_turns_until_the_command_server_has_ended(desk):
     wait_until(lambda: writes_to_standard_output(splash), "the server to write its line")
     splash.signal(signal.SIGINT)
     wait_until(lambda: not listens(desk.path(SOCKET)), "the end to begin")
-    splash.screen.wait_for_frame(splash.screen.frame_number + 4)
+    splash.screen.wait_for_more(4)
     os.read(reader, 1 << 20)
     assert splash.wait() == 0
     os.close(reader)
@@ -201,10 +209,3 @@ def test_no_wait_of_a_thread_holds_the_end_up(desk, preload, configured):
     splash.screen.wait_for_frame(4)
     assert end_by_signal(splash) == 0  # a command would make the server look once more by itself
     assert device_end(splash) == ["VIDIOC_STREAMOFF", "munmap", "munmap", "close"]
-
-
-def test_a_file_left_by_the_last_run_does_not_stop_the_next(desk):
-    for _ in range(2):
-        assert wait_until_running(desk.start()).quit() == 0
-        path = desk.path(SOCKET)
-        assert path.is_socket() and not listens(path)

@@ -18,6 +18,7 @@ import pytest
 from clocks import Clocks
 from desk import LOOP, SHELL, Desk, sanitizer_runtimes, wait_until, wait_until_running
 from desk.lines import ALL_LINES, MAIN_FILE, OWN_LINES, PROCESS, WATCHDOG, WORKER, lines_of, traced
+from unprivileged import User
 
 VRX, PLAIN = "/sbin/vrx_reboot", "/sbin/reboot"
 NEVER = 7777
@@ -426,9 +427,7 @@ def lonely_desk(products, preload_dir):
         install(desk, PLAIN, "exit 0")
         desk.trace_config(OWN_LINES)
         (desk.root / "log.0").touch()
-        for folder, _, files in os.walk(desk.root):
-            for path in [folder, *(os.path.join(folder, name) for name in files)]:
-                os.chown(path, user, user)
+        User(user).own(desk)
         yield desk
 
 
