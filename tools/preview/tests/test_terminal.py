@@ -148,28 +148,29 @@ def test_l_switches_the_language(terminal, tmp_path):
 
 def test_the_texts_beside_the_page_are_cut_as_the_page_cuts_them(terminal):
     terminal.run(PREVIEW, "Title", "one\ntwo\\nthree\nfour")
-    terminal.wait_for("q quit")
-    assert [line.split()[-1] for line in terminal.lines()[4:7]] == ["one", "two\\nthree", "four"]
+
+    def beside():
+        return [line.split()[-1:] for line in terminal.lines()[4:7]]
+
+    wait_until(lambda: beside() == [["one"], ["two\\nthree"], ["four"]], "the texts")
     terminal.type("q")
     terminal.wait_for("status 0.")
 
 
 def test_it_fits_itself_to_a_new_size(terminal):
-    terminal.run(PREVIEW, *TEXTS)
-    terminal.wait_for("Bitte warten")
     terminal.tmux("resize-window", "-x", "40", "-y", "20")
-    wait_until(
-        lambda: not any("Bitte warten" in line for line in terminal.lines())
-        and terminal.lines()[19].startswith("q quit"),
-        "the narrow view",
-    )
+    terminal.run(PREVIEW, *TEXTS)
+    wait_until(lambda: terminal.lines()[19].startswith("q quit"), "the narrow view")
+    terminal.tmux("resize-window", "-x", "90", "-y", "30")
+    wait_until(lambda: terminal.lines()[29].startswith("q quit"), "the wide view")
+    terminal.wait_for("Bitte warten")
     terminal.type("q")
     terminal.wait_for("status 0.")
 
 
 def test_the_command_for_other_texts_stands_below_the_page(terminal):
     terminal.run(PREVIEW, "--root", "desk", *TEXTS)
-    terminal.wait_for("other texts: ")
+    terminal.wait_for("q quit")
     hint = next(line for line in terminal.lines() if "other texts: " in line)
     assert "bootlumectl --root " in hint and hint.rstrip().endswith("/desk text TITLE LINE...")
     terminal.type("q")
