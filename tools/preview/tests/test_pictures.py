@@ -152,8 +152,13 @@ def test_a_splash_that_ends_by_itself_is_reported_with_what_it_wrote(preview, tm
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGKILL, signal.SIGSEGV])
 def test_a_signal_ends_all_of_it(scratch, tmp_path, number):
     """The folder and the processes are looked for when the test is over, as after every test."""
+    slow = tmp_path / "bootlume"  # a frame a second: the animation is not finished before the signal
+    slow.write_text(f'#!/bin/sh\nVIRTUAL_DEVICE_REFRESH=1 exec "{PREVIEW.parent}/bootlume" "$@"\n')
+    slow.chmod(0o755)
     running = subprocess.Popen(
-        [PREVIEW, "--animation", tmp_path / "page.webp", *TEXTS], env=environment(scratch), stderr=subprocess.DEVNULL
+        [PREVIEW, "--bootlume", slow, "--animation", tmp_path / "page.webp", *TEXTS],
+        env=environment(scratch),
+        stderr=subprocess.DEVNULL,
     )
     wait_until(lambda: list(scratch.glob("*/tmp/.bootlume")), "the splash")
     assert len(processes_with(str(scratch))) >= 3
