@@ -309,7 +309,7 @@ def test_no_moment_shows_half_an_entry(desk, ctl):
         while not done.is_set():
             strange.update(set(config(desk).read_bytes().split(b"\n")) - allowed)
 
-    reader = threading.Thread(target=read)
+    reader = threading.Thread(target=read, daemon=True)
     reader.start()
     for _ in range(40):
         assert ctl("trace", "6", "--mask", "DISPATCHER,TRACING,ALL").returncode == 0
