@@ -6,8 +6,11 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <pthread.h>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -62,8 +65,7 @@ class Waiter {
 public:
     explicit Waiter(const Device& device)
         : m_thread([this, &device] {
-              m_handle = pthread_self();
-              m_ready = true;
+              m_tid = gettid();
               std::uint32_t index = 0;
               m_error = device.dequeue(index);
               m_done = true;
@@ -72,13 +74,14 @@ public:
     Waiter(const Waiter&) = delete;
     Waiter& operator=(const Waiter&) = delete;
 
-    void untilStarted() const {
-        while (!m_ready) {
+    /// Returns once the thread sleeps, or has not had to.
+    void untilItWaits() const {
+        while (!m_done && (m_tid == 0 || !sleeps())) {
             std::this_thread::yield();
         }
     }
     bool done() const { return m_done; }
-    pthread_t handle() const { return m_handle; }
+    pthread_t handle() { return m_thread.native_handle(); }
     int join() {
         while (!m_done) {
             std::this_thread::yield();
@@ -87,10 +90,15 @@ public:
     }
 
 private:
-    std::atomic<bool> m_ready{false};
+    bool sleeps() const {
+        std::ifstream stat("/proc/self/task/" + std::to_string(m_tid) + "/stat");
+        const std::string text(std::istreambuf_iterator<char>(stat), {});
+        return text.find(") S ") != std::string::npos;
+    }
+
+    std::atomic<pid_t> m_tid{0};
     std::atomic<bool> m_done{false};
     std::atomic<int> m_error{-1};
-    pthread_t m_handle{};
     std::thread m_thread;
 };
 
@@ -331,7 +339,7 @@ TEST_F(AFlippingSurface, IsFreeAgainWhenItsBuffersAreGivenBack) {
 TEST_F(AFlippingSurface, WakesAWaitingDequeueWhenItIsSwitchedOff) {
     ASSERT_EQ(0, device.streamOn());
     Waiter waiter(device);
-    waiter.untilStarted();
+    waiter.untilItWaits();
     ASSERT_EQ(0, device.streamOff());
     EXPECT_EQ(EINVAL, waiter.join());
 }
@@ -342,7 +350,7 @@ TEST_F(AFlippingSurface, EndsAWaitingDequeueOnASignalThatDoesNotRestart) {
     ASSERT_EQ(0, sigaction(SIGUSR1, &action, nullptr));
     ASSERT_EQ(0, device.streamOn());
     Waiter waiter(device);
-    waiter.untilStarted();
+    waiter.untilItWaits();
     while (!waiter.done()) {
         pthread_kill(waiter.handle(), SIGUSR1);
         std::this_thread::yield();

@@ -10,11 +10,12 @@ import time
 import pytest
 
 from ctl_desk import SECONDS
-from desk import DEVICE, SOCKET, TRACE_CONFIG, Desk, listens, wait_until, wait_until_running
+from desk import BUILD, DEVICE, SOCKET, TRACE_CONFIG, Desk, listens, wait_until, wait_until_running
 from desk.pictures import WHITE
 
 REBOOT_PROGRAMS = ("/sbin/reboot", "/sbin/vrx_reboot", "/usr/sbin/reboot")
 REFUSED = 3
+TURN = 66  # pictures in a turn of the ring
 
 
 def run(desk, *words, env=None, **settings):
@@ -99,17 +100,31 @@ def test_a_root_of_any_length_has_room_for_the_socket(tmp_path):
 
 
 def test_a_picture_is_never_torn_however_fast_they_come(desk):
-    splash = desk.start("Title", "Lines", refresh=0, env={"FONTCONFIG_FILE": "/dev/null"})
-    numbers = set()
+    no_fonts = {"FONTCONFIG_FILE": "/dev/null"}
+    slow = desk.start(env=no_fonts)
+    whole = set()
+
+    def turned():
+        whole.add(slow.screen.wait_for_frame().pixels)
+        return len(whole - {WHITE}) == TURN
+
+    wait_until(turned, "every picture of a turn")
+    assert slow.quit() == 0
+    preload = f"{desk.environment()['LD_PRELOAD']}:{BUILD / 'lib/libtest-clocks.so'}"
+    no_pauses = {"LD_PRELOAD": preload, "STEPPING_CLOCK": "0,30000,0"}
+    splash = desk.start(refresh=0, env={**no_fonts, **no_pauses})
+    seen = 0
 
     def looked():
+        nonlocal seen
         newest = splash.screen.frame_number
         # The newest, and the oldest that may still be there: the one that the writer takes next.
-        frames = filter(None, map(splash.screen.frame, (newest, newest - 7)))
-        numbers.update(frame.number for frame in frames if len(frame.pixels) == len(WHITE))
-        return len(numbers) >= 50
+        frames = list(filter(None, map(splash.screen.frame, (newest, newest - 7))))
+        assert {WHITE, *whole}.issuperset(frame.pixels for frame in frames)
+        seen += len(frames)
+        return seen >= 2000
 
-    wait_until(looked, "fifty pictures")
+    wait_until(looked, "pictures enough")
     assert splash.quit() == 0
 
 
