@@ -11,10 +11,12 @@ _known = {}
 
 
 class Reference:
-    """Pages of one build. root is the board's folder of files."""
+    """Pages of one build. root is the board's folder of files, and fonts a font configuration, whose
+    folders are looked for in it; by default all of the board's fonts and rules."""
 
-    def __init__(self, build, root, emulated):
+    def __init__(self, build, root, emulated, fonts=None):
         self._root = root
+        self._configuration = fonts
         self._key = str(build)
         self._products = {"bootlume": build / "bin/bootlume", "library": build / "lib/libvirtual-device.so"}
         if emulated:
@@ -47,9 +49,12 @@ class Reference:
         """A font configuration with the board's fonts and rules and no others."""
         if "run_prefix" in self._products:
             return None  # the emulation looks into the board's folder first
-        return desk.write(
-            "fonts.conf",
-            "<?xml version='1.0'?><fontconfig>"
-            f"<dir>{self._root}/usr/share/fonts</dir>"
-            f"<include>{self._root}/etc/fonts/conf.d</include></fontconfig>",
-        )
+        if self._configuration:
+            configuration = self._configuration.read_text().replace("dir>/usr", f"dir>{self._root}/usr")
+        else:
+            configuration = (
+                "<?xml version='1.0'?><fontconfig>"
+                f"<dir>{self._root}/usr/share/fonts</dir>"
+                f"<include>{self._root}/etc/fonts/conf.d</include></fontconfig>"
+            )
+        return desk.write("fonts.conf", configuration)

@@ -11,7 +11,7 @@ import pytest
 
 import booted
 from board.reference import Reference
-from desk import pictures
+from desk import SOURCE, pictures
 from test_documented_commands import command_blocks
 from test_installation import INSTALL, CleanRoot
 
@@ -22,10 +22,11 @@ pytestmark = [
 ]
 
 DEVICE_UNIT = r"dev-v4l-by\x2dpath-platform\x2dimx\x2dipuv3\x2dovl.5\x2dvideo\x2dindex0.device"
+FONTS = SOURCE / "packaging/fontconfig/etc/fonts/fonts.conf"
 TEXTS = ("Brem K5 Start", "The system is starting.\\nPlease wait.")
 AFTER_SLOW = "bootlume-quit-after@slow.service"
 RESTART = "reboot: Restarting system"
-FOR_MANAGER = re.compile(r"^(systemctl|journalctl|find /dev) |/etc/(systemd|default)/", re.MULTILINE)
+FOR_MANAGER = re.compile(r"^ *(systemctl|journalctl|find /dev) |/etc/(systemd|default)/", re.MULTILINE)
 
 
 @pytest.fixture(scope="module")
@@ -63,6 +64,10 @@ def seconds_until_up(board):
 
 def wait_for(board, condition):
     board.output(f"PATH=/usr/lib/board:$PATH wait_for {condition}")
+
+
+def reference(build_dir, installed):
+    return Reference(build_dir, installed.root, False, FONTS)
 
 
 def wait_for_answer(board):
@@ -109,8 +114,7 @@ def test_its_socket_is_not_among_what_is_cleared_at_the_start(machine):
 def test_the_display_shows_its_page(machine, build_dir, installed):
     wait_for(machine, "drawn")
     shown = machine.output("PATH=/usr/lib/board:$PATH; screen 1 /run/picture && cat /run/picture")
-    expected = Reference(build_dir, installed.root, False).page()
-    assert shown[-pictures.SIZE :] in expected
+    assert shown[-pictures.SIZE :] in reference(build_dir, installed).page()
 
 
 def test_root_is_told_of_it(machine):
@@ -245,7 +249,7 @@ def test_the_settings_that_are_given_as_an_example_are_understood(machine, build
     machine.output("sed 's/^#BOOTLUME_OPTIONS/BOOTLUME_OPTIONS/' /usr/share/bootlume-settings >/etc/default/bootlume")
     start(machine)
     shown = machine.output("PATH=/usr/lib/board:$PATH; screen 1 /run/picture && cat /run/picture")
-    assert shown[-pictures.SIZE :] in Reference(build_dir, installed.root, False).page(*TEXTS)
+    assert shown[-pictures.SIZE :] in reference(build_dir, installed).page(*TEXTS)
     machine.output("bootlumectl quit")
 
 

@@ -18,10 +18,12 @@ from desk import SOURCE
 from test_installation import INSTALL, START, WAIT_FOR_FRAMES, CleanRoot
 
 HERE = Path(__file__).resolve().parent
+STAGES = SOURCE / "scripts/lib/stages.sh"
 
 # Commands that this test cannot run itself, and who runs them.
 RUN_ELSEWHERE = {
     "scripts/test": "it runs tests as this one; continuous integration runs it",
+    "scripts/package": "it removes what the other tests look at meanwhile; it ran before them",
 }
 # A root that was not booted has no service manager to ask. Only that reason is let pass, and only
 # after the real program has taken the command line.
@@ -223,10 +225,12 @@ def test_a_manual_s_command_is_run_as_a_reader_sees_it(path):
 
 
 def test_commands_that_run_elsewhere_do_so():
-    """Of the only one: the group that it stands for is among those that are run there."""
-    assert set(RUN_ELSEWHERE) == {"scripts/test"}
+    assert set(RUN_ELSEWHERE) == {"scripts/test", "scripts/package"}
     commands = [line for line in (SOURCE / ".ci/run").read_text().splitlines() if not line.startswith("#")]
     assert any(re.search(r"\bscripts/test\b.*\b(basic|--all|--long)\b", line) for line in commands)
+    (packages,) = re.findall(r"^package_tests\(\) \{(.*?)^\}", STAGES.read_text(), re.MULTILINE | re.DOTALL)
+    made, tested = packages.index("scripts/package "), packages.index("python_tests packaging/tests")
+    assert made < tested
 
 
 def test_every_exclusion_is_of_a_command_that_there_is():
