@@ -32,7 +32,9 @@ def test_every_failing_call_has_an_outcome_that_is_allowed(bench, run_prefix, fu
     print(f"{function}: {len(struck)} faults survived")
 
 
-def test_what_is_named_as_rare_is_so(bench):
+def test_what_is_named_as_rare_is_so(bench, self_contained):
+    if self_contained:
+        pytest.skip("the libraries that are linked in make such calls, too")
     assert not [name for name in RARE if any(counts[name] for counts in bench.counts.values())]
 
 
