@@ -17,7 +17,7 @@ class Reference:
     def __init__(self, build, root, emulated, fonts=None):
         self._root = root
         self._configuration = fonts
-        self._key = str(build)
+        self._key = (build, root, fonts)
         self._products = {"bootlume": build / "bin/bootlume", "library": build / "lib/libvirtual-device.so"}
         if emulated:
             self._products |= {"run_prefix": ["qemu-arm-static", "-L", str(root)]}
