@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-from desk import LOOP, SOCKET, TRACE_CONFIG, Desk, is_dispatching, listens, wait_until, wait_until_running
+from desk import LOOP, SOCKET, SOURCE, TRACE_CONFIG, Desk, is_dispatching, listens, wait_until, wait_until_running
 from desk.lines import (
     ALL_LINES,
     DISPATCHER,
@@ -304,3 +304,12 @@ def test_the_system_log(system_log):
         ]
         == LOG_LOCAL1 | 7
     )
+
+
+def test_the_lines_in_the_manual_name_the_place_that_writes_them():
+    manual = (SOURCE / "packaging/man/trace_config.5.scd").read_text()
+    places = re.findall(r"startup check.*?(\S+\.cpp):(\d+)|(\S+\.cpp):(\d+).*?startup check", manual)
+    assert len(places) == 2
+    for place in places:
+        file, number = filter(None, place)
+        assert "startup check" in (SOURCE / file.split("|")[-1]).read_text().splitlines()[int(number) - 1]
