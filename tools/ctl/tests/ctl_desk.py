@@ -1,6 +1,7 @@
 """A desk with the program on it, and the client beside it."""
 
 import contextlib
+import itertools
 import signal
 import socket
 import subprocess
@@ -65,12 +66,21 @@ def stopped(splash):
 @contextlib.contextmanager
 def full(desk):
     """In the place of the splash a socket that nobody reads, with its queue full."""
-    path = desk.path(SOCKET)
-    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as deaf:
-        deaf.bind(str(path))
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            sender.setblocking(False)
-            with contextlib.suppress(BlockingIOError):
-                while True:
-                    sender.sendto(b"A;B", str(path))
+    path = str(desk.path(SOCKET))
+    with contextlib.ExitStack() as senders, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as deaf:
+        deaf.bind(path)
+        # A queue may be longer than what one sender may have under way.
+        while fills(senders.enter_context(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)), path):
+            pass
         yield deaf
+
+
+def fills(sender, path):
+    """Sends until there is no room; whether any of it was taken."""
+    sender.setblocking(False)
+    for count in itertools.count():
+        try:
+            sender.sendto(b"A;B", path)
+        except BlockingIOError:
+            return count > 0
+    return False

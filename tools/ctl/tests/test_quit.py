@@ -84,7 +84,7 @@ def test_no_splash_is_no_error_if_it_is_asked_so(desk, ctl):
 
 
 def test_one_that_is_stopped_is_named_and_how_to_go_on(desk, ctl):
-    with stopped(wait_for_answer(desk.start())) as splash:
+    with stopped(wait_until_running(desk.start())) as splash:
         done = ctl("quit", "--if-running", "--timeout", "0.3")
         assert done.returncode == 4
         assert done.stderr == (
