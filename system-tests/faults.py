@@ -15,7 +15,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 from clocks import Clocks
-from desk import LANGUAGE, SHELL, Desk, Late, wait_until
+from desk import LANGUAGE, SHELL, SOCKET, Desk, Late, listens, wait_until
 
 SOURCE = Path(__file__).resolve().parent.parent
 HANG = 60  # longer than a busy machine takes for anything
@@ -218,6 +218,8 @@ class Run:
         if self.phase == "start" and self._ended_early():
             return self._word_of_early_end()
         first = self._drawn(2)
+        if self.phase != "start":
+            self._until(lambda: listens(self.desk.path(SOCKET)), "the socket")
         if self.phase in ("steady", "reboot"):
             arm()
             self._provoke()
@@ -308,10 +310,11 @@ class Run:
 
     def _end(self):
         """Ends it as people do: again and again until it has gone; by a signal without a socket."""
-        deaf = "socket error" in self.splash.stderr or "bind error" in self.splash.stderr
-        handled = not any(line.startswith("signal") for line in self.splash.stderr.splitlines())
 
         def gone():
+            said = self.splash.stderr
+            deaf = "socket error" in said or "bind error" in said
+            handled = not any(line.startswith("signal") for line in said.splitlines())
             try:
                 if deaf and handled:
                     self.splash.signal(2)

@@ -36,11 +36,14 @@ def send_datagram(path, data, deadline=None):
     wait_until(path.is_socket, f"the socket {path}", deadline)
     with short_name(path) as name, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
         sender.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, max(len(data) * 2, 65536))
+        sender.settimeout(DEADLINE if deadline is None else deadline)
 
         def attempt():
             try:
                 sender.sendto(data, name)
                 return True
+            except TimeoutError:
+                raise Late(f"waited in vain for room in the socket {path}") from None
             except ConnectionRefusedError:
                 return False  # the file of an earlier run: the program is not there yet
 

@@ -85,7 +85,7 @@ def test_a_running_splash_follows_at_once(desk, ctl):
     assert ctl("trace", "VERBOSE", "--mask", "ALL").returncode == 0
     splash.wait_for_trace("Drawing time used")
     assert config(desk).stat().st_ino == inode
-    assert ctl("quit").returncode == 0
+    assert splash.quit() == 0
 
 
 @pytest.mark.parametrize("content", [b"bootlume 5 \0 0\n" * 3, b"x 1 0 0\n" * 200_000], ids=["zero bytes", "1.6 MB"])

@@ -275,6 +275,7 @@ def client(shown, *words):
 def test_the_command_that_is_told_sends_texts_and_ends_the_splash(show, tmp_path, options):
     shown = show(*options, *TEXTS)
     assert shown.hint.startswith("other texts: ")
+    wait_until(lambda: client(shown, "status").returncode == 0, "the splash to answer")
     done = client(shown, "text", "Brem K5", "Update wird installiert", "Bitte nicht ausschalten")
     assert done.returncode == 0, done.stderr
     frames = drawn(("Brem K5", "Update wird installiert\nBitte nicht ausschalten"), count=TURN)
