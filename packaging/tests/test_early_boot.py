@@ -26,9 +26,10 @@ UNABLE = "the device cannot reboot itself"
 REBOOT = f"#!/bin/sh\necho '<1>{UNABLE}' >/dev/kmsg\nexit 3\n"
 SPLASHES = "find /proc/[0-9]* -maxdepth 1 -name exe -lname /usr/sbin/bootlume 2>/dev/null; true"
 INITRAMFS_SCRIPTS = {
-    "init-bottom/early-text": "early-initramfs",
-    "init-top/fault": "fault-initramfs",
-    "local-bottom/fault": "fault-initramfs-root",
+    "hooks/fault": "fault-hook",
+    "scripts/init-bottom/early-text": "early-initramfs",
+    "scripts/init-top/fault": "fault-initramfs",
+    "scripts/init-bottom/fault": "fault-initramfs-root",
 }
 
 pytestmark = [
@@ -47,7 +48,7 @@ def furnish(system):
     system.put("usr/lib/board/impatient", SETTINGS + IMPATIENT)
     system.put("usr/lib/board/early-init", (boot / "early-init").read_text(), 0o755)
     for name, source in INITRAMFS_SCRIPTS.items():
-        system.put(f"usr/share/initramfs-tools/scripts/{name}", (boot / source).read_text(), 0o755)
+        system.put(f"usr/share/initramfs-tools/{name}", (boot / source).read_text(), 0o755)
     system.put("etc/systemd/system/ready.target", (boot / "ready.target").read_text())
     system.put("opt/userdata/trace_config", "bootlume 5 0 0\n")
     system.put("usr/sbin/vrx_reboot", REBOOT, 0o755)
