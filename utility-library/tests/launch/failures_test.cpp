@@ -2,6 +2,7 @@
 
 #include <boost/system/system_error.hpp>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -258,7 +259,8 @@ TEST_P(AChildAtTheLimit, IsRefusedBeforeAnyDescriptorIsTouched) {
         context.output_behavior.emplace(64, GetParam());
         const Outcome outcome = launched(folder, context);
         EXPECT_FALSE(outcome.exited); // ended by abort
-        EXPECT_EQ(outcome.text, "boost::process: Assertion `d < maxdescs' failed.\n");
+        EXPECT_THAT(outcome.text,
+                    testing::StartsWith("boost::process: Assertion `d < maxdescs' failed.\n"));
     });
 }
 

@@ -1,3 +1,7 @@
+// On a 32-bit device the C++ library's calls are those of 32 bits; the program's own are at the
+// end.
+#undef _TIME_BITS
+
 #include "support/loop_clock.h"
 
 #include <dlfcn.h>
@@ -46,9 +50,23 @@ Function* next(Function*, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-int waitInHand(pthread_mutex_t* mutex, const timespec& deadline) {
-    const nanoseconds wait(std::int64_t{deadline.tv_sec} * 1'000'000'000 + deadline.tv_nsec -
-                           (s_clock.steady + s_clock.wallAhead));
+constexpr std::int64_t NANOSECONDS = 1'000'000'000; ///< of a second
+
+bool isInHand(clockid_t id) {
+    return s_clock.inHand && (id == CLOCK_MONOTONIC || id == CLOCK_REALTIME);
+}
+
+std::int64_t timeInHand(clockid_t id) {
+    const std::int64_t time = s_clock.steady;
+    if (id == CLOCK_REALTIME) {
+        return time + s_clock.wallAhead;
+    }
+    s_clock.steady += s_clock.tick;
+    return time;
+}
+
+int waitInHand(pthread_mutex_t* mutex, std::int64_t deadline) {
+    const nanoseconds wait(deadline - (s_clock.steady + s_clock.wallAhead));
     s_clock.waits.push_back(wait);
     if (s_clock.waits.size() > TOO_MANY_WAITS) {
         std::abort(); // a loop that does not end
@@ -128,25 +146,46 @@ void failNextLock(int error) {
 // These stand in front of the system's.
 extern "C" {
 int clock_gettime(clockid_t id, struct timespec* now) noexcept {
-    if (!s_clock.inHand || (id != CLOCK_MONOTONIC && id != CLOCK_REALTIME)) {
+    if (!isInHand(id)) {
         return static_cast<int>(syscall(SYS_clock_gettime, id, now));
     }
-    std::int64_t time = s_clock.steady;
-    if (id == CLOCK_MONOTONIC) {
-        s_clock.steady += s_clock.tick;
-    } else {
-        time += s_clock.wallAhead;
-    }
-    now->tv_sec = static_cast<time_t>(time / 1'000'000'000);
-    now->tv_nsec = static_cast<long>(time % 1'000'000'000);
+    const std::int64_t time = timeInHand(id);
+    now->tv_sec = static_cast<time_t>(time / NANOSECONDS);
+    now->tv_nsec = static_cast<long>(time % NANOSECONDS);
     return 0;
 }
 
 int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                            const struct timespec* deadline) {
     static const auto real = next(&pthread_cond_timedwait, "pthread_cond_timedwait");
-    return s_clock.inHand ? waitInHand(mutex, *deadline) : real(condition, mutex, deadline);
+    return s_clock.inHand ? waitInHand(mutex, deadline->tv_sec * NANOSECONDS + deadline->tv_nsec)
+                          : real(condition, mutex, deadline);
 }
+
+#if __TIMESIZE == 32
+struct Time64 {
+    std::int64_t seconds;
+    std::int32_t nanoseconds;
+    std::int32_t unused;
+};
+
+int __clock_gettime64(clockid_t id, Time64* now) noexcept {
+    if (!isInHand(id)) {
+        return static_cast<int>(syscall(SYS_clock_gettime64, id, now));
+    }
+    const std::int64_t time = timeInHand(id);
+    *now = {time / NANOSECONDS, static_cast<std::int32_t>(time % NANOSECONDS), 0};
+    return 0;
+}
+
+int __pthread_cond_timedwait64(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                               const Time64* deadline) {
+    static const auto real = next(&__pthread_cond_timedwait64, "__pthread_cond_timedwait64");
+    return s_clock.inHand
+               ? waitInHand(mutex, deadline->seconds * NANOSECONDS + deadline->nanoseconds)
+               : real(condition, mutex, deadline);
+}
+#endif
 
 int pthread_cond_signal(pthread_cond_t* condition) noexcept {
     static const auto real = next(&pthread_cond_signal, "pthread_cond_signal");
