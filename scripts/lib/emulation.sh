@@ -26,7 +26,8 @@ prepare_emulation() {
   local sysroot
   need_armhf || return
   sysroot=$(need_root sysroot) || return
-  mkdir -p "$EMULATION/lib"
+  mkdir -p "$EMULATION/lib" "$EMULATION/cache"
+  chmod 1777 "$EMULATION/cache" # any user may fill it
   ln -sfn "$(command -v qemu-arm-static)" "$EMULATION/bootlume"
   ln -sfn "$PWD/build/armhf/lib" "$EMULATION/lib/arm-linux-gnueabihf"
   ln -sfn "$PWD/build/release/lib" "$EMULATION/lib/$(gcc -print-multiarch)"
@@ -36,7 +37,7 @@ prepare_emulation() {
 <fontconfig>
   <dir>$PWD/$EMULATION/root/usr/share/fonts</dir>
   <include>$PWD/$EMULATION/root/etc/fonts/conf.d</include>
-  <cachedir prefix="xdg">fontconfig</cachedir>
+  <cachedir>$PWD/$EMULATION/cache</cachedir>
 </fontconfig>
 END
 }
