@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <functional>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -268,32 +269,45 @@ INSTANTIATE_TEST_SUITE_P(EveryWay, AChildAtTheLimit,
                          testing::Values(stream_behavior::capture, stream_behavior::close,
                                          stream_behavior::inherit, stream_behavior::silence));
 
+/// Captures these descriptors of a child, which writes its number to each.
+void expectEachToCarryItsNumber(const ReportFolder& folder, const std::vector<int>& descriptors) {
+    process::posix_context context;
+    context.environment = process::current_environment();
+    std::vector<std::string> requests;
+    for (const int descriptor : descriptors) {
+        context.output_behavior.emplace(descriptor, stream_behavior::capture);
+        const std::string number = std::to_string(descriptor);
+        requests.push_back("write:" + number + ":" + number);
+    }
+    const process::posix_child child =
+        process::launch(folder.program(), folder.arguments(requests), context);
+    for (const int descriptor : descriptors) {
+        std::string line;
+        std::getline(child.get_output(descriptor), line);
+        EXPECT_EQ(line, std::to_string(descriptor));
+    }
+    EXPECT_EQ(child.wait().exit_status(), 0);
+}
+
 TEST(AChild, MayHaveCapturedStreamsUpToTheLimit) {
     isolated([] {
         limitDescriptors(256);
-        process::posix_context context;
-        context.environment = process::current_environment();
         // Among them all low numbers: no pipe can be made out of the way at once.
-        for (int d = 0; d < 60; ++d) {
-            context.output_behavior.emplace(d, stream_behavior::capture);
+        std::vector<int> descriptors(60);
+        std::iota(descriptors.begin(), descriptors.end(), 0);
+        for (int descriptor = 252; descriptor < 256; ++descriptor) {
+            descriptors.push_back(descriptor);
         }
-        for (int d = 252; d < 256; ++d) {
-            context.output_behavior.emplace(d, stream_behavior::capture);
-        }
+        expectEachToCarryItsNumber(ReportFolder(), descriptors);
+    });
+}
+
+TEST(AChild, MayHaveCapturedStreamsWhereThePipesAreMade) {
+    isolated([] {
         const ReportFolder folder;
-        std::vector<std::string> requests;
-        for (const auto& output : context.output_behavior) {
-            const std::string number = std::to_string(output.first);
-            requests.push_back("write:" + number + ":" + number);
+        for (int first = 3; first < 40; ++first) {
+            expectEachToCarryItsNumber(folder, {first, first + 1});
         }
-        const process::posix_child child =
-            process::launch(folder.program(), folder.arguments(requests), context);
-        for (const auto& output : context.output_behavior) {
-            std::string line;
-            std::getline(child.get_output(output.first), line);
-            EXPECT_EQ(line, std::to_string(output.first));
-        }
-        EXPECT_EQ(child.wait().exit_status(), 0);
     });
 }
 

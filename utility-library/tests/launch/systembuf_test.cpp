@@ -143,6 +143,7 @@ TEST(ASystemBuffer, WritesOutWhenItIsFull) {
     EXPECT_EQ(buffer.pending(), 0);
     EXPECT_EQ(pipe.take(), "abcd");
     EXPECT_EQ(buffer.sputn("efghijklm", 9), 9);
+    EXPECT_EQ(buffer.pending(), 1);
     EXPECT_EQ(buffer.pubsync(), 0);
     EXPECT_EQ(pipe.take(), "efghijklm");
     EXPECT_EQ(buffer.sputc('\xff'), 255);

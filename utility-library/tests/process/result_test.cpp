@@ -75,6 +75,18 @@ TEST_F(TheResult, IsMinusOneForAChildThatStopEnds) {
     EXPECT_FALSE(hasChild());
 }
 
+TEST_F(TheResult, IsThatOfAChildWhichStopLetsCleanUp) {
+    const std::string busy = "echo ready; while :; do sleep 0.01; done";
+    brem::Process process(&m_dispatcher, {script("trap 'exit 7' TERM; " + busy)}, false);
+    std::thread stopper([&] {
+        EXPECT_TRUE(eventually(
+            [&] { return testing::Matches(Contains(testing::EndsWith(": ready")))(texts()); }));
+        process.stop();
+    });
+    EXPECT_EQ(run(process), 7);
+    stopper.join();
+}
+
 TEST_F(TheResult, IsMinusOneForAChildThatIsKilled) {
     EXPECT_EQ(run({script("kill -9 $$")}), -1);
 }
