@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <fstream>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -318,13 +319,24 @@ TEST(AChildDeathTest, HasNoStreamWithoutADescriptor) {
     EXPECT_DEATH(child.set_stderr(Handle()), "Assertion `fhstderr.valid\\(\\)' failed");
 }
 
-TEST(AChild, IsWaitedForThroughInterruptions) {
+bool isStopped(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    return stat.find(") T ") != std::string::npos;
+}
+
+TEST(AChild, IsWaitedForThroughInterruptionsAndWhileItIsStopped) {
     process::basic_context context;
     context.stdin_behavior = process::stream_behavior::capture;
     process::posix_child child =
-        process::launch("/bin/sh", {"sh", "-c", "read line; exit 7"}, context);
+        process::launch("/bin/sh", {"sh", "-c", "read line; kill -STOP $$; exit 7"}, context);
     interrupted([&] { EXPECT_EQ(child.wait().exit_status(), 7); },
-                [&] { child.get_stdin().close(); });
+                [&] {
+                    child.get_stdin().close();
+                    EXPECT_TRUE(eventually([&] { return isStopped(child.id()); }));
+                    kill(child.id(), SIGCONT);
+                });
 }
 
 } // namespace
