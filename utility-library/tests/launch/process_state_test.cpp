@@ -19,6 +19,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace process = boost::process;
@@ -187,28 +188,29 @@ TEST(AChild, LeadsASessionOfItsOwnWhereThatIsAskedFor) {
     EXPECT_NE(folder.report().one("pid"), "");
 }
 
-class AChildOfRootWithOtherIds : public testing::TestWithParam<bool> {};
+class AChildOfRootWithOtherIds : public testing::TestWithParam<std::tuple<bool, bool>> {};
 
 TEST_P(AChildOfRootWithOtherIds, HasThoseThatWereAskedFor) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root may take other ids";
     }
-    const bool realToo = GetParam();
+    const auto [realGroup, realUser] = GetParam();
     const ReportFolder folder;
     process::posix_context context;
     context.work_directory = "/"; // the present one may be closed to others
     context.egid = 54321;
     context.euid = 54322;
-    context.gid = realToo ? context.egid : context.gid;
-    context.uid = realToo ? context.euid : context.uid;
+    context.gid = realGroup ? context.egid : context.gid;
+    context.uid = realUser ? context.euid : context.uid;
     ASSERT_EQ(folder.run(context), 0);
-    EXPECT_EQ(folder.report().one("gid"), realToo ? "54321" : std::to_string(getgid()));
+    EXPECT_EQ(folder.report().one("gid"), realGroup ? "54321" : std::to_string(getgid()));
     EXPECT_EQ(folder.report().one("egid"), "54321");
-    EXPECT_EQ(folder.report().one("uid"), realToo ? "54322" : std::to_string(getuid()));
+    EXPECT_EQ(folder.report().one("uid"), realUser ? "54322" : std::to_string(getuid()));
     EXPECT_EQ(folder.report().one("euid"), "54322");
 }
 
-INSTANTIATE_TEST_SUITE_P(RealOnesToo, AChildOfRootWithOtherIds, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(RealOnesToo, AChildOfRootWithOtherIds,
+                         testing::Combine(testing::Bool(), testing::Bool()));
 
 TEST(AChildOfRoot, RunsBelowAnotherRootFolder) {
     SKIP_UNDER_EMULATION("the emulator opens the standard descriptors that a program lacks");
