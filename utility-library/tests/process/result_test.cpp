@@ -7,7 +7,9 @@
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -25,6 +27,8 @@ namespace {
 /// time to run, and what waits for its creator is not waited for.
 std::function<bool()> creatorMayGoOn;
 constexpr int MOST_LOOKS = 20000;
+
+std::atomic<pid_t> lastSignalled{0};
 
 class TheResult : public RunnerTest {
 protected:
@@ -85,6 +89,14 @@ TEST_F(TheResult, IsThatOfAChildWhichStopLetsCleanUp) {
     });
     EXPECT_EQ(run(process), 7);
     stopper.join();
+}
+
+TEST_F(TheResult, LeavesNobodyForStopToSignal) {
+    brem::Process process(&m_dispatcher, {script("exit 0")}, false);
+    EXPECT_EQ(run(process), 0);
+    lastSignalled = 0;
+    process.stop();
+    EXPECT_EQ(lastSignalled, 0);
 }
 
 TEST_F(TheResult, IsMinusOneForAChildThatIsKilled) {
@@ -260,6 +272,11 @@ TEST_F(TheResult, AlwaysComesToAnOwnerOnAnotherThread) {
 } // namespace
 
 // In front of the C library's, or of a sanitizer's.
+extern "C" int kill(pid_t process, int number) noexcept {
+    lastSignalled = process;
+    return static_cast<int>(syscall(SYS_kill, process, number));
+}
+
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                               void* (*body)(void*), void* argument) noexcept {
     using Create = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
