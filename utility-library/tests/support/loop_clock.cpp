@@ -1,5 +1,4 @@
-// On a 32-bit device the C++ library's calls are those of 32 bits; the program's own are at the
-// end.
+// The C++ library of a 32-bit device has 32-bit times; the program's 64-bit calls are at the end.
 #undef _TIME_BITS
 
 #include "support/loop_clock.h"
