@@ -7,17 +7,23 @@
 
 STAGES_PASSED=()
 STAGES_FAILED=()
+STAGE_ENDS=()
 
-# stage NAME COMMAND...
+# stage NAME COMMAND...: what a failed stage said last is kept for the summary. Nobody is asked anything.
 stage() {
-  local name=$1 begin=$SECONDS
+  local name=$1 begin=$SECONDS log
   shift
+  log=$(mktemp)
   printf '\n== %s\n' "$name"
-  if "$@"; then
+  if "$@" </dev/null > >(tee "$log") 2>&1; then
     STAGES_PASSED+=("$name ($((SECONDS - begin)) s)")
   else
     STAGES_FAILED+=("$name ($((SECONDS - begin)) s)")
   fi
+  # Its last lines come before the next heading; a process that was left behind with them holds nobody up.
+  timeout 10 tail --pid=$! -s 0.1 -f /dev/null || true
+  [ ${#STAGES_FAILED[@]} -eq ${#STAGE_ENDS[@]} ] || STAGE_ENDS+=("$(tail -n 12 "$log")")
+  rm "$log"
 }
 
 # unit_tests PRESET
@@ -77,7 +83,10 @@ integration_tests() {
 }
 
 report_stages() {
-  local line
+  local line i
+  for i in "${!STAGES_FAILED[@]}"; do
+    printf '\n== how %s ended\n%s\n' "${STAGES_FAILED[i]}" "${STAGE_ENDS[i]}"
+  done
   printf '\n== summary\n'
   for line in "${STAGES_PASSED[@]}"; do echo "passed   $line"; done
   for line in "${STAGES_FAILED[@]}"; do echo "FAILED   $line"; done

@@ -169,6 +169,7 @@ def test_it_fits_itself_to_a_new_size(terminal):
 
 
 def test_the_command_for_other_texts_stands_below_the_page(terminal):
+    terminal.tmux("resize-window", "-x", "400")  # room for the folder of any checkout
     terminal.run(PREVIEW, "--root", "desk", *TEXTS)
     terminal.wait_for("q quit")
     hint = next(line for line in terminal.lines() if "other texts: " in line)
