@@ -9,14 +9,22 @@ add_library(project_tests INTERFACE)
 target_compile_options(project_tests INTERFACE -O0)
 target_link_libraries(project_tests INTERFACE project_warnings)
 
-# project_test(NAME SOURCES... LIBRARIES libs...): one GoogleTest program below tests/, run by CTest.
-function(project_test name)
+# test_program(NAME SOURCES... LIBRARIES libs...): one GoogleTest program below tests/. Four of its sources
+# are compiled at a time: GoogleTest's headers take longer than what includes them.
+function(test_program name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main project_tests
                                         Threads::Threads)
   set_target_properties(${name} PROPERTIES
-    RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests
+    UNITY_BUILD ON
+    UNITY_BUILD_BATCH_SIZE 4)
+endfunction()
+
+# project_test(NAME SOURCES... LIBRARIES libs...): a program whose tests are CTest's, one by one.
+function(project_test name)
+  test_program(${name} ${ARGN})
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
 endfunction()
 

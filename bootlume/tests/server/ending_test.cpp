@@ -13,7 +13,7 @@
 
 namespace {
 
-const char* const FILE_NAME = "server/ending.cpp";
+const char* const ENDING_FILE = "server/ending.cpp";
 
 using recorded_overlay::Texts;
 
@@ -36,7 +36,7 @@ TEST_F(Ending, QuitStopsTheDispatcher) {
     EXPECT_EQ(m_dispatcher.stops, 1);
     EXPECT_EQ(texts, Texts());
     EXPECT_THAT(lines(), testing::ElementsAre(
-                             line("DEBUG", "End splash-screen over socket command.", FILE_NAME)));
+                             line("DEBUG", "End splash-screen over socket command.", ENDING_FILE)));
 }
 
 TEST_F(Ending, QuitWithoutADispatcherIsOnlyTraced) {
@@ -69,7 +69,7 @@ TEST_F(Ending, AnyOtherNumberOfFieldsIsRefused) {
     for (const auto& [message, pieces] : cases) {
         handle(message);
         expected.push_back(line(
-            "WARN", "Wrong message format, tmp.size() = " + std::to_string(pieces), FILE_NAME));
+            "WARN", "Wrong message format, tmp.size() = " + std::to_string(pieces), ENDING_FILE));
     }
     EXPECT_EQ(lines(), expected);
     EXPECT_EQ(texts, Texts());
@@ -83,7 +83,7 @@ TEST_F(Ending, ASignalStopsTheDispatcherOnTheRelaysThread) {
     signalRelay.stop();
     EXPECT_EQ(m_dispatcher.stops, 1);
     EXPECT_THAT(lines(), testing::ElementsAre(
-                             line("DEBUG", "End splash-screen with SIG., sig = 2", FILE_NAME)));
+                             line("DEBUG", "End splash-screen with SIG., sig = 2", ENDING_FILE)));
 }
 
 TEST_F(Ending, ASignalWithoutADispatcherIsSwallowed) {
@@ -95,7 +95,7 @@ TEST_F(Ending, ASignalWithoutADispatcherIsSwallowed) {
     EXPECT_TRUE(eventually([this] { return m_dispatcher.stops != 0; }));
     signalRelay.stop();
     EXPECT_THAT(lines(), testing::ElementsAre(
-                             line("DEBUG", "End splash-screen with SIG., sig = 1", FILE_NAME)));
+                             line("DEBUG", "End splash-screen with SIG., sig = 1", ENDING_FILE)));
 }
 
 TEST_F(Ending, AStopBeforeTheLoopRunsIsLost) {

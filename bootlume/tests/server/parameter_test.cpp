@@ -6,7 +6,7 @@
 
 namespace {
 
-const char* const FILE_NAME = "server/main.cpp";
+const char* const MAIN_FILE = "server/main.cpp";
 const char* const NAME = "BOOTLUME_TEST_PARAMETER";
 
 class Parameter : public TracedTest {
@@ -16,13 +16,13 @@ protected:
 
     static std::string used(const std::string& value) {
         return line("DEBUG", "using parameter: " + std::string(NAME) + " with , value = " + value,
-                    FILE_NAME);
+                    MAIN_FILE);
     }
     static std::string failed(int defaultValue) {
         return line("ERROR",
                     "failed to parse environment value: " + std::string(NAME) +
                         ", using , defaultValue = " + std::to_string(defaultValue) + ", stoi",
-                    FILE_NAME);
+                    MAIN_FILE);
     }
 };
 

@@ -4,7 +4,7 @@
 
 namespace {
 
-const char* const FILE_NAME = "server/startup_watchdog.cpp";
+const char* const WATCHDOG_FILE = "server/startup_watchdog.cpp";
 
 /// Keeps the callback of each start, for the test to end the program with.
 class FakeProcess : public brem::IProcess {
@@ -20,8 +20,8 @@ class StartupWatchdog : public TracedTest {
 protected:
     FakeProcess m_vrx;
     FakeProcess m_plain;
-    const std::string m_soft = line("WARN", "startup timeout: rebooting via VRX", FILE_NAME);
-    const std::string m_hard = line("WARN", "startup timeout: rebooting", FILE_NAME);
+    const std::string m_soft = line("WARN", "startup timeout: rebooting via VRX", WATCHDOG_FILE);
+    const std::string m_hard = line("WARN", "startup timeout: rebooting", WATCHDOG_FILE);
 };
 
 TEST_F(StartupWatchdog, DoesNothingBeforeALimit) {
@@ -39,7 +39,7 @@ TEST_F(StartupWatchdog, RebootsThroughTheDeviceStackAtTheSoftLimit) {
     EXPECT_TRUE(m_plain.callbacks.empty());
     EXPECT_THAT(lines(), testing::ElementsAre(
                              m_soft, line("INFO", "VRX reboot started with result: , result = 0",
-                                          FILE_NAME)));
+                                          WATCHDOG_FILE)));
 }
 
 TEST_F(StartupWatchdog, RebootsPlainlyWhereThatFails) {
@@ -50,9 +50,9 @@ TEST_F(StartupWatchdog, RebootsPlainlyWhereThatFails) {
     ASSERT_EQ(m_plain.callbacks.size(), 3U);
     EXPECT_EQ(m_vrx.callbacks.size(), 3U);
     EXPECT_EQ(lines()[1],
-              line("ERROR", "failed to start VRX reboot, rebooting, result = 1", FILE_NAME));
+              line("ERROR", "failed to start VRX reboot, rebooting, result = 1", WATCHDOG_FILE));
     EXPECT_EQ(lines()[5],
-              line("ERROR", "failed to start VRX reboot, rebooting, result = -1", FILE_NAME));
+              line("ERROR", "failed to start VRX reboot, rebooting, result = -1", WATCHDOG_FILE));
 }
 
 TEST_F(StartupWatchdog, OnlyTellsHowThePlainRebootWent) {
@@ -62,12 +62,13 @@ TEST_F(StartupWatchdog, OnlyTellsHowThePlainRebootWent) {
     hardTimeout(m_plain)();
     m_plain.callbacks.at(1)(-1);
     EXPECT_EQ(m_plain.callbacks.size(), 2U);
-    EXPECT_THAT(lines(),
-                testing::ElementsAre(
-                    m_soft,
-                    line("ERROR", "failed to start VRX reboot, rebooting, result = 2", FILE_NAME),
-                    line("INFO", "reboot started with result: , result = 0", FILE_NAME), m_hard,
-                    line("INFO", "reboot started with result: , result = -1", FILE_NAME)));
+    EXPECT_THAT(
+        lines(),
+        testing::ElementsAre(
+            m_soft,
+            line("ERROR", "failed to start VRX reboot, rebooting, result = 2", WATCHDOG_FILE),
+            line("INFO", "reboot started with result: , result = 0", WATCHDOG_FILE), m_hard,
+            line("INFO", "reboot started with result: , result = -1", WATCHDOG_FILE)));
 }
 
 TEST_F(StartupWatchdog, RebootsAllTheSameWhereNothingIsTraced) {

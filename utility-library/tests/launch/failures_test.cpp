@@ -162,8 +162,8 @@ struct Failing {
 class AFailingChildsStep : public testing::TestWithParam<Failing> {};
 
 TEST_P(AFailingChildsStep, IsNamed) {
-    isolated([] {
-        const ScratchFolder folder;
+    const ScratchFolder folder; // removed by who may: the copy gives up root
+    isolated([&folder] {
         const std::string errors = catchErrors(folder);
         if (GetParam().prepare != nullptr) {
             GetParam().prepare();

@@ -10,8 +10,7 @@
 void isolated(const std::function<void()>& body);
 
 /// Lets go of root for good, for an id of its own, which no other process has, and for the
-/// directory
-/// "/", which that id may enter. False where the caller is not root.
+/// directory "/", which that id may enter. False where the caller is not root.
 bool becomeUnprivileged();
 
 /// Makes the kernel refuse a system call with an error, for the process and all that it starts.
