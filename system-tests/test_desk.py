@@ -1,8 +1,10 @@
 """The desk itself, where it must refuse something."""
 
+import itertools
+
 import pytest
 
-from desk import Desk
+from desk import Desk, Late, wait_until
 
 
 @pytest.mark.parametrize("folder", ["with a blank", "with:a colon"])
@@ -20,3 +22,20 @@ def test_a_root_with_a_blank_and_a_colon_serves_as_any_other(products, tmp_path)
         splash = desk.start()
         splash.screen.wait_for_frame(3)
         assert splash.quit() == 0
+
+
+def looks(monkeypatch, seconds_between, needed):
+    """How often is looked for what is there at a certain look, on a clock that goes on so much each time."""
+    clock = itertools.count(0, seconds_between)
+    monkeypatch.setattr("desk.waiting.time.monotonic", lambda: next(clock))
+    count = itertools.count(1)
+    return wait_until(lambda: (look := next(count)) == needed and look, "it", deadline=20)
+
+
+def test_a_machine_that_stands_still_lets_no_deadline_pass(monkeypatch):
+    assert looks(monkeypatch, 60, needed=20) == 20
+
+
+def test_a_deadline_passes_where_the_machine_runs(monkeypatch):
+    with pytest.raises(Late):
+        looks(monkeypatch, 0.5, needed=50)

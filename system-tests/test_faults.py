@@ -24,7 +24,7 @@ def bench(products):
 def test_every_failing_call_has_an_outcome_that_is_allowed(bench, run_prefix, function):
     results = outcomes(bench, function, most_calls=8 if LONG else 2, all_errors=LONG)
     struck = [outcome for outcome in results if outcome.word != NOT_MADE]
-    broken = [f"{outcome.case}: {outcome.problem}" for outcome in struck if outcome.problem]
+    broken = [f"{outcome.case}: {outcome.problem}; {outcome.lines}" for outcome in struck if outcome.problem]
     assert not broken
     made = any(counts[function] for counts in bench.counts.values())
     assert struck or not made, "the program makes this call, and none of them failed"

@@ -5,7 +5,6 @@ import os
 import re
 import signal
 import socket
-import subprocess
 from contextlib import contextmanager, suppress
 from pathlib import Path
 
@@ -201,10 +200,8 @@ class Splash:
 
     def wait(self, deadline=None):
         """Waits for the end of the program; its exit status, negative for a signal."""
-        try:
-            return self.process.wait(DEADLINE if deadline is None else deadline)
-        except subprocess.TimeoutExpired:
-            raise Late(f"the program {self.pid} did not end") from None
+        wait_until(lambda: self.process.poll() is not None, f"the end of the program {self.pid}", deadline)
+        return self.process.returncode
 
     # -- what is done to it ----------------------------------------------------------------
 
