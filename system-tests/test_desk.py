@@ -1,4 +1,4 @@
-"""The desk itself, where it must refuse something."""
+"""The desk itself: what it refuses, and how it waits."""
 
 import itertools
 
@@ -25,7 +25,7 @@ def test_a_root_with_a_blank_and_a_colon_serves_as_any_other(products, tmp_path)
 
 
 def looks(monkeypatch, seconds_between, needed):
-    """How often is looked for what is there at a certain look, on a clock that goes on so much each time."""
+    """Waits for what is there at a certain look, on a clock that goes on so much between two; which look it was."""
     clock = itertools.count(0, seconds_between)
     monkeypatch.setattr("desk.waiting.time.monotonic", lambda: next(clock))
     count = itertools.count(1)

@@ -9,7 +9,7 @@ STAGES_PASSED=()
 STAGES_FAILED=()
 STAGE_ENDS=()
 
-# stage NAME COMMAND...: what a failed stage said last is kept for the summary. Nobody is asked anything.
+# stage NAME COMMAND...: nothing to read on standard input; what it said last is kept if it fails.
 stage() {
   local name=$1 begin=$SECONDS log
   shift
@@ -20,7 +20,7 @@ stage() {
   else
     STAGES_FAILED+=("$name ($((SECONDS - begin)) s)")
   fi
-  # Its last lines come before the next heading; a process that was left behind with them holds nobody up.
+  # Until its last lines are written, or a while: a process that it left behind may hold the pipe.
   timeout 10 tail --pid=$! -s 0.1 -f /dev/null || true
   [ ${#STAGES_FAILED[@]} -eq ${#STAGE_ENDS[@]} ] || STAGE_ENDS+=("$(tail -n 12 "$log")")
   rm "$log"

@@ -24,7 +24,7 @@ def wait_until(look, what, deadline=None):
             raise Late(f"waited in vain for {what}")
         time.sleep(POLL)
         now = time.monotonic()
-        left -= min(now - last, 1)  # a virtual machine can stand still for a minute: that is no time to end in
+        left -= min(now - last, 1)  # a virtual machine can stand still for a minute, and everything with it
         last = now
 
 
