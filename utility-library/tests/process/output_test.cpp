@@ -95,7 +95,7 @@ TEST_F(TheOutput, ComesInPiecesOfAMegabyteWithoutNewlines) {
 
 TEST_F(TheOutput, CostsBoundedMemoryHoweverMuchComesWithoutANewline) {
     isolated([&] {
-        const std::string program = script("head -c 67108864 /dev/zero");
+        const std::string program = script("head -c 25165824 /dev/zero");
         Trace::Log::s_configuration.level = Trace::LEVEL_INFO; // what is logged is not the matter
         const long before = peakMemory();
         EXPECT_EQ(run({program}), 0);
