@@ -63,7 +63,7 @@ class AChildOfAParentWithManyDescriptors : public testing::TestWithParam<Closing
 
 TEST_P(AChildOfAParentWithManyDescriptors, HasOnlyThoseThatWereSetUp) {
     SKIP_UNDER_EMULATION("the emulator lacks close_range");
-    const ReportFolder folder; // removed where folders can be read
+    const ReportFolder folder; // out here, where it can be removed: the copy cannot read it
     isolated([&folder] {
         openTwoHundred();
         ASSERT_EQ(fcntl(309, F_SETFD, FD_CLOEXEC), 0); // inherited all the same

@@ -162,7 +162,7 @@ struct Failing {
 class AFailingChildsStep : public testing::TestWithParam<Failing> {};
 
 TEST_P(AFailingChildsStep, IsNamed) {
-    const ScratchFolder folder; // removed by who may: the copy gives up root
+    const ScratchFolder folder; // out here, where it can be removed: the copy gives up root
     isolated([&folder] {
         const std::string errors = catchErrors(folder);
         if (GetParam().prepare != nullptr) {
