@@ -39,8 +39,8 @@ def test_a_display_that_does_not_answer_holds_the_end_up_for_five_seconds(desk, 
     assert line.text.strip() == "The display does not answer."
 
 
-def test_a_display_that_answers_late_is_waited_for(desk):
-    splash = wait_until_running(desk.start(faults="VIDIOC_STREAMOFF@1=hold"))
+def test_a_display_that_answers_late_is_waited_for(desk, preload):
+    splash = wait_until_running(desk.start(faults="VIDIOC_STREAMOFF@1=hold", env=preload("endless-waits")))
     splash.screen.wait_for_frame(2)
     splash.send("QUIT")
     splash.wait_for_fault("the end to reach the display")
