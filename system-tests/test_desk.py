@@ -1,5 +1,6 @@
 """The desk itself: what it refuses, and how it waits."""
 
+import functools
 import itertools
 
 import pytest
@@ -24,16 +25,21 @@ def test_a_root_with_a_blank_and_a_colon_serves_as_any_other(products, tmp_path)
         assert splash.quit() == 0
 
 
-def looks(monkeypatch, seconds_between, needed):
-    """Waits for what is there at a certain look, on a clock that goes on so much between two; which look it was."""
-    clock = itertools.count(0, seconds_between)
-    monkeypatch.setattr("desk.waiting.time.monotonic", lambda: next(clock))
+def looks(monkeypatch, seconds_between, needed, taken=0):
+    """Waits for what is there at a certain look, on a clock that goes on so much between two, of which the host
+    takes so much; which look it was."""
+    for name, step in (("time.monotonic", seconds_between), ("taken_by_host", taken)):
+        monkeypatch.setattr(f"desk.waiting.{name}", functools.partial(next, itertools.count(0, step)))
     count = itertools.count(1)
     return wait_until(lambda: (look := next(count)) == needed and look, "it", deadline=20)
 
 
 def test_a_machine_that_stands_still_lets_no_deadline_pass(monkeypatch):
     assert looks(monkeypatch, 60, needed=20) == 20
+
+
+def test_what_the_host_takes_does_not_count(monkeypatch):
+    assert looks(monkeypatch, 0.5, needed=90, taken=0.375) == 90
 
 
 def test_a_deadline_passes_where_the_machine_runs(monkeypatch):

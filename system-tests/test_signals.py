@@ -51,7 +51,9 @@ class Storm:
         read_line(self._process.stdout)
 
     def sent(self):
-        return int(self._process.communicate(timeout=LONGEST_S)[0])
+        count = int(read_line(self._process.stdout))
+        self._process.wait()
+        return count
 
 
 @pytest.fixture
