@@ -1,6 +1,5 @@
 """The desk itself: what it refuses, and how it waits."""
 
-import functools
 import itertools
 
 import pytest
@@ -25,23 +24,24 @@ def test_a_root_with_a_blank_and_a_colon_serves_as_any_other(products, tmp_path)
         assert splash.quit() == 0
 
 
-def looks(monkeypatch, seconds_between, needed, taken=0):
-    """Waits for what is there at a certain look, on a clock that goes on so much between two, of which the host
-    takes so much; which look it was."""
-    for name, step in (("time.monotonic", seconds_between), ("taken_by_host", taken)):
-        monkeypatch.setattr(f"desk.waiting.{name}", functools.partial(next, itertools.count(0, step)))
+def looks(monkeypatch, needed, *seconds_between):
+    """Waits for what is there at a certain look, with processors that have so much time between two; which look
+    it was."""
+    times = ([look * seconds for seconds in seconds_between] for look in itertools.count())
+    monkeypatch.setattr("desk.waiting.processors_time", lambda: next(times))
     count = itertools.count(1)
     return wait_until(lambda: (look := next(count)) == needed and look, "it", deadline=20)
 
 
-def test_a_machine_that_stands_still_lets_no_deadline_pass(monkeypatch):
-    assert looks(monkeypatch, 60, needed=20) == 20
+def test_time_that_one_processor_did_not_have_lets_no_deadline_pass(monkeypatch):
+    assert looks(monkeypatch, 90, 0.5, 0.2) == 90
 
 
-def test_what_the_host_takes_does_not_count(monkeypatch):
-    assert looks(monkeypatch, 0.5, needed=90, taken=0.375) == 90
-
-
-def test_a_deadline_passes_where_the_machine_runs(monkeypatch):
+def test_a_deadline_passes_where_all_processors_work(monkeypatch):
     with pytest.raises(Late):
-        looks(monkeypatch, 0.5, needed=50)
+        looks(monkeypatch, 90, 0.5, 0.25)
+
+
+def test_a_deadline_passes_on_this_machine():
+    with pytest.raises(Late):
+        wait_until(lambda: False, "nothing", deadline=0.1)

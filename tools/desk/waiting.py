@@ -6,36 +6,34 @@ import time
 
 DEADLINE = float(os.environ.get("VIRTUAL_DEVICE_TEST_DEADLINE", "20"))
 POLL = 0.001
+TICKS_A_SECOND = os.sysconf("SC_CLK_TCK")
 
 
 class Late(AssertionError):
     """What was waited for did not come before the deadline."""
 
 
-def taken_by_host():
-    """How many seconds the host of a virtual machine has kept each of its processors, on average."""
+def processors_time():
+    """For each processor, the seconds that it has worked or idled. The host of a virtual machine can keep
+    one for a minute: that does not count."""
     with open("/proc/stat", encoding="ascii") as file:
-        return int(file.readline().split()[8]) / os.sysconf("SC_CLK_TCK") / os.cpu_count()
-
-
-def own_time():
-    return time.monotonic() - taken_by_host()
+        lines = [line.split() for line in file if line.startswith("cpu")]
+    return [sum(map(int, line[1:8])) / TICKS_A_SECOND for line in lines[1:]]
 
 
 def wait_until(look, what, deadline=None):
-    """Calls look() until it returns something true, and returns that."""
-    left = DEADLINE if deadline is None else deadline
-    last = own_time()
+    """Calls look() until it returns something true, and returns that. The deadline passes when every
+    processor has had so much time: who is waited for may have been on any of them."""
+    deadline = DEADLINE if deadline is None else deadline
+    begin = processors_time()
     while True:
+        late = all(now - then > deadline for then, now in zip(begin, processors_time()))
         seen = look()
         if seen:
             return seen
-        if left < 0:
+        if late:
             raise Late(f"waited in vain for {what}")
         time.sleep(POLL)
-        now = own_time()
-        left -= min(now - last, 1)  # a virtual machine can stand still for a minute, and everything with it
-        last = now
 
 
 def read_line(pipe, deadline=None):
