@@ -16,7 +16,7 @@ begin_stress() {
   trap end_stress EXIT
 }
 
-# The script's own status stays: that of a job which was killed says nothing.
+# The jobs' status is that of a kill, and must not become the script's.
 end_stress() {
   kill "${STRESS_JOBS[@]}" 2>/dev/null || true
   wait "${STRESS_JOBS[@]}" 2>/dev/null || true
