@@ -14,7 +14,7 @@ namespace {
 
 using Row = std::vector<std::string>;
 
-struct Free {
+struct FreeParser {
     void operator()(csv_parser* parser) const { csv_free(parser); }
 };
 
@@ -46,7 +46,7 @@ std::vector<Row> rowsOf(const std::string& path, const std::string& bytes) {
     if (csv_init(&parser, CSV_STRICT | CSV_STRICT_FINI) != 0) {
         throw std::runtime_error("no memory for a catalogue");
     }
-    const std::unique_ptr<csv_parser, Free> owner(&parser);
+    const std::unique_ptr<csv_parser, FreeParser> owner(&parser);
     csv_set_delim(&parser, static_cast<unsigned char>(delimiterOf(bytes)));
     csv_set_space_func(&parser, noSpace);
     std::vector<Row> rows(1);

@@ -43,7 +43,7 @@ void noteTwo(int severity, po_message_t message, const char* file, std::size_t l
     note(severity, message, file, line, column, lines, text);
 }
 
-File open(const std::string& path) {
+File readFile(const std::string& path) {
     firstError.clear();
     const po_xerror_handler handler = {note, noteTwo};
     File file(po_file_read(path.c_str(), &handler));
@@ -89,7 +89,7 @@ Page pageOf(int row, const std::string& language, po_message_t message) {
 } // namespace
 
 std::vector<Page> readPo(const std::string& path) {
-    const File file = open(path);
+    const File file = readFile(path);
     const std::string language = languageOf(file, path);
     const Iterator messages(po_message_iterator(file.get(), nullptr));
     std::vector<Page> pages;

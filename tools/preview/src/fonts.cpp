@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string escaped(const std::string& text) {
+std::string inXml(const std::string& text) {
     std::string out;
     for (const char character : text) {
         if (character == '&') {
@@ -51,9 +51,8 @@ std::string rulesFor(const std::string& file, const char* family, const std::str
     fs::create_directories(folder);
     fs::create_symlink(fs::absolute(file), link);
     const std::string name = std::string("preview of ") + family;
-    return "<dir>" + escaped(folder) +
-           "</dir>\n<match target=\"scan\"><test name=\"file\"><string>" + escaped(link) +
-           "</string></test><edit name=\"family\" mode=\"assign\"><string>" + name +
+    return "<dir>" + inXml(folder) + "</dir>\n<match target=\"scan\"><test name=\"file\"><string>" +
+           inXml(link) + "</string></test><edit name=\"family\" mode=\"assign\"><string>" + name +
            "</string></edit></match>\n<match target=\"pattern\"><test name=\"family\"><string>" +
            family +
            "</string></test><edit name=\"family\" mode=\"prepend\" binding=\"strong\"><string>" +
@@ -107,9 +106,8 @@ void useFonts(const std::string& latinFile, const std::string& chineseFile,
                               rulesFor(chineseFile, CHINESE_FAMILY, root + "/fonts/chinese");
     // The cache of the folder comes first, so that nothing is left in the user's.
     std::ofstream(file) << "<?xml version=\"1.0\"?>\n<fontconfig>\n<cachedir>"
-                        << escaped(root + "/cache")
-                        << "</cachedir>\n<include ignore_missing=\"yes\">" << escaped(base)
-                        << "</include>\n"
+                        << inXml(root + "/cache") << "</cachedir>\n<include ignore_missing=\"yes\">"
+                        << inXml(base) << "</include>\n"
                         << rules << "</fontconfig>\n";
     setenv("FONTCONFIG_FILE", file.c_str(), 1);
     FcInitReinitialize();

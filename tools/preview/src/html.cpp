@@ -65,20 +65,20 @@ choose();
 </html>
 )html";
 
-struct Free {
+struct FreeText {
     void operator()(char* text) const { g_free(text); }
 };
 
 /// What is not UTF-8 becomes U+FFFD.
 std::string escaped(const std::string& text) {
-    const std::unique_ptr<char, Free> valid(
+    const std::unique_ptr<char, FreeText> valid(
         g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
-    const std::unique_ptr<char, Free> escaped(g_markup_escape_text(valid.get(), -1));
+    const std::unique_ptr<char, FreeText> escaped(g_markup_escape_text(valid.get(), -1));
     return escaped.get();
 }
 
 std::string base64(const std::string& bytes) {
-    const std::unique_ptr<char, Free> text(
+    const std::unique_ptr<char, FreeText> text(
         g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
     return text.get();
 }

@@ -134,12 +134,12 @@ int run(const Options& options) {
 } // namespace
 
 int main(int argc, char* argv[]) {
-    Options options;
-    if (const std::optional<int> status = parseOptions(argc, argv, options)) {
-        return *status;
-    }
-    catchSignals();
     try {
+        Options options;
+        if (const std::optional<int> status = parseOptions(argc, argv, options)) {
+            return *status;
+        }
+        catchSignals();
         return run(options);
     } catch (const Interrupted& interrupted) {
         dieOf(interrupted.number());

@@ -8,12 +8,10 @@
 namespace preview {
 namespace {
 
-using Json = nlohmann::json;
-
 /// Goes through the calls of one page, and remembers what cairo remembers.
 class Follower {
 public:
-    void follow(const std::string& call, const Json& arguments) {
+    void follow(const std::string& call, const nlohmann::json& arguments) {
         // The first argument is the drawing context.
         const auto number = [&](std::size_t index) { return arguments.at(index).get<double>(); };
         if (call == "cairo_select_font_face") {
@@ -60,7 +58,7 @@ PageRecord readPageRecord(const std::string& path) {
     Follower follower;
     int pages = 0;
     for (std::string line; std::getline(file, line);) {
-        const Json entry = Json::parse(line, nullptr, false);
+        const nlohmann::json entry = nlohmann::json::parse(line, nullptr, false);
         if (entry.is_discarded()) {
             break; // the newest line may be half written
         }

@@ -102,8 +102,6 @@ private:
     std::thread m_thread;
 };
 
-} // namespace
-
 TEST_F(ASurface, IsAnOutputThatStreams) {
     v4l2_capability caps{};
     ASSERT_EQ(0, device.call(VIDIOC_QUERYCAP, &caps));
@@ -357,3 +355,5 @@ TEST_F(AFlippingSurface, EndsAWaitingDequeueOnASignalThatDoesNotRestart) {
     }
     EXPECT_EQ(EINTR, waiter.join());
 }
+
+} // namespace
