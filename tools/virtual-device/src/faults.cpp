@@ -148,7 +148,7 @@ int block() {
 } // namespace
 
 const char* opName(Op op) {
-    return NAMES[static_cast<unsigned>(op)];
+    return NAMES.at(static_cast<unsigned>(op));
 }
 
 const char* parseFaults(const char* text) {
