@@ -31,7 +31,7 @@ unit_tests() {
   # Only a build with sanitizers looks at these.
   LSAN_OPTIONS="suppressions=$PWD/cmake/leaks.supp:print_suppressions=0" \
   TSAN_OPTIONS="suppressions=$PWD/cmake/races.supp" \
-  ctest --test-dir "build/$1" --output-on-failure -j "$(nproc)" --timeout 300
+  ctest --test-dir "build/$1" --output-on-failure -j 6 --timeout 300
 }
 
 # system_tests PRESET
