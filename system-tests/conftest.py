@@ -54,6 +54,7 @@ def products(build_dir, preload_dir, run_prefix, pytestconfig):
     return {
         "bootlume": build_dir / "bin/bootlume",
         "library": preload_dir / "libvirtual-device.so",
+        "behind": [preload_dir / "libpatient-end.so"],
         "run_prefix": run_prefix,
         "prefix_env": pytestconfig.getoption("--run-prefix-env"),
     }

@@ -115,10 +115,10 @@ def test_the_ring_turns_until_the_command_server_has_ended(desk):
     os.close(reader)
 
 
-def test_a_second_request_changes_nothing(desk, preload):
+def test_a_second_request_changes_nothing(desk):
     """The display is held up, so that the end is under way when more requests come."""
     desk.trace_config(OWN_LINES)
-    splash = wait_until_running(desk.start(faults="VIDIOC_STREAMOFF@1=hold", env=preload("endless-waits")))
+    splash = wait_until_running(desk.start(faults="VIDIOC_STREAMOFF@1=hold"))
     splash.screen.wait_for_frame()
     splash.signal(signal.SIGINT)
     splash.wait_for_fault("the end to begin")
@@ -205,7 +205,7 @@ def test_no_wait_of_a_thread_holds_the_end_up(desk, preload, configured):
     if configured:
         desk.trace_config("bootlume 4 0 0")
     assert desk.path(TRACE_CONFIG).exists() == configured
-    splash = wait_until_running(desk.start(env=preload("endless-waits")))
+    splash = wait_until_running(desk.start(env=preload("endless-poll")))
     splash.screen.wait_for_frame(4)
     assert end_by_signal(splash) == 0  # a command would make the server look once more by itself
     assert device_end(splash) == ["VIDIOC_STREAMOFF", "munmap", "munmap", "close"]

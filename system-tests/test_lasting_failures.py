@@ -21,6 +21,7 @@ LATER = 6000  # a limit that a test sets the clocks to
 @pytest.mark.parametrize("how", ["QUIT", signal.SIGINT], ids=str)
 @pytest.mark.parametrize("call, number", [("VIDIOC_DQBUF", 5), ("VIDIOC_STREAMOFF", 1)])
 def test_a_display_that_does_not_answer_holds_the_end_up_for_five_seconds(desk, call, number, how):
+    desk.behind.clear()  # the limit counts
     splash = wait_until_running(desk.start("-c", "Title", "Lines", faults=f"{call}@{number}=block"))
     splash.screen.wait_for_frame(3)
     if call == "VIDIOC_DQBUF":
@@ -39,8 +40,8 @@ def test_a_display_that_does_not_answer_holds_the_end_up_for_five_seconds(desk, 
     assert line.text.strip() == "The display does not answer."
 
 
-def test_a_display_that_answers_late_is_waited_for(desk, preload):
-    splash = wait_until_running(desk.start(faults="VIDIOC_STREAMOFF@1=hold", env=preload("endless-waits")))
+def test_a_display_that_answers_late_is_waited_for(desk):
+    splash = wait_until_running(desk.start(faults="VIDIOC_STREAMOFF@1=hold"))
     splash.screen.wait_for_frame(2)
     splash.send("QUIT")
     splash.wait_for_fault("the end to reach the display")

@@ -105,12 +105,10 @@ def test_a_storm_in_the_steady_state_ends_it_with_status_0(desk, storm, run):
 
 
 @pytest.mark.parametrize("run", range(RUNS))
-def test_a_storm_during_the_teardown_changes_nothing(desk, preload, storm, run):
+def test_a_storm_during_the_teardown_changes_nothing(desk, storm, run):
     """The display is slow to be switched off, so that the whole storm falls into the teardown."""
     desk.trace_config(ALL_LINES)
-    splash = wait_until_running(
-        desk.start("Title", "Lines", faults="VIDIOC_STREAMOFF@1=hold", env=preload("endless-waits"))
-    )
+    splash = wait_until_running(desk.start("Title", "Lines", faults="VIDIOC_STREAMOFF@1=hold"))
     splash.screen.wait_for_frame(3)
     splash.send("QUIT")
     splash.wait_for_fault("the end to begin")

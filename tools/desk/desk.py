@@ -47,16 +47,18 @@ class Desk:
 
     bootlume, library: paths; by default those of the preset that BOOTLUME_PRESET names ("release").
     root: an existing folder that is kept; by default a new one that close() removes.
+    behind: libraries that are preloaded behind the virtual device.
     run_prefix: words before the program, for example ["qemu-arm-static", "-L", sysroot]. They run in
     the program's environment, which a static program can bear; prefix_env="-E" gives what is meant for
     the program alone by that option (which an emulator cuts at commas).
     """
 
-    def __init__(self, bootlume=None, library=None, root=None, run_prefix=(), prefix_env=None):
+    def __init__(self, bootlume=None, library=None, root=None, behind=(), run_prefix=(), prefix_env=None):
         self.bootlume = Path(bootlume or BUILD / "bin/bootlume").resolve()
         self.library = Path(library or BUILD / "lib/libvirtual-device.so").resolve()
         self._own_root = root is None
         self.root = Path(root or tempfile.mkdtemp(prefix="bootlume-desk-")).resolve()
+        self.behind = list(behind)
         self.run_prefix = list(run_prefix)
         self.prefix_env = prefix_env
         self.screen = Screen(self.root / "screen")
@@ -115,7 +117,7 @@ class Desk:
         unknown = set(settings) - set(SETTINGS)
         assert not unknown, f"the virtual device has no settings {sorted(unknown)}"
         made = {k: v for k, v in os.environ.items() if not k.startswith("VIRTUAL_DEVICE_")}
-        made["LD_PRELOAD"] = preloaded(*sanitizer_runtimes(self.bootlume), self.library)
+        made["LD_PRELOAD"] = preloaded(*sanitizer_runtimes(self.bootlume), self.library, *self.behind)
         made["VIRTUAL_DEVICE_ROOT"] = str(self.root)
         for name, value in settings.items():
             if value is not None:
