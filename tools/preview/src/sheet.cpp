@@ -18,7 +18,7 @@ constexpr int CELL_HEIGHT = 400;
 constexpr int CAPTION = 26;
 constexpr int NOTE = 15;
 constexpr int MARGIN = 24;
-constexpr std::size_t MOST_BESIDE = 6;
+constexpr std::size_t MOST_IN_A_ROW = 6;
 constexpr std::size_t MOST_NOTES = 5;
 constexpr double NOTE_SIZE = 10.5;
 const char* const FAMILY = "sans-serif";
@@ -184,7 +184,7 @@ void drawCaption(cairo_t* cr, const CheckedPage& checked) {
 void writeSheet(const std::vector<CheckedPage>& pages, const std::string& path) {
     // As wide as high, roughly.
     const auto ideal = static_cast<std::size_t>(std::ceil(std::sqrt(double(pages.size()) * 2.2)));
-    const std::size_t columns = std::min({ideal, MOST_BESIDE, pages.size()});
+    const std::size_t columns = std::min({ideal, MOST_IN_A_ROW, pages.size()});
     const std::size_t rows = (pages.size() + columns - 1) / columns;
     std::size_t notes = 0;
     {
